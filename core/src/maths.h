@@ -1,0 +1,50 @@
+// Inside of the value types of rv_math.h: vector operators, boxes and silent type names.
+#ifndef RV_MATHS_H
+#define RV_MATHS_H
+
+#include "rv_math.h"
+
+#include <math.h>
+
+namespace rv {
+
+// Names of types 0 to 14, "UNDEFINED" for RV_TYPE_NONE, null for every other value; no message.
+const char* silentTypeName(int type);
+
+// Bytes of one stored element of the types 0 to 15; 0 for others; no message.
+unsigned typeSize(int type);
+
+// True when the value is finite and within the range that parameters accept, [-1e30, 1e30]
+// compared in single precision.
+inline bool isUsableFloat(float x) { return x >= -1e30f && x <= 1e30f; } // false for NaN
+
+inline RtVector operator+(const RtVector& a, const RtVector& b)
+{
+    return { a.x + b.x, a.y + b.y, a.z + b.z };
+}
+inline RtVector operator-(const RtVector& a, const RtVector& b)
+{
+    return { a.x - b.x, a.y - b.y, a.z - b.z };
+}
+inline RtVector operator*(const RtVector& a, float s) { return { a.x * s, a.y * s, a.z * s }; }
+inline float dot(const RtVector& a, const RtVector& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+
+} // namespace rv
+
+float RvBBoxArea(const RtBBox& box);
+float RvBBoxVolume(const RtBBox& box);
+RtPoint RvBBoxCenter(const RtBBox& box);
+// min + t * (max - min) per axis.
+RtPoint RvBBoxLerp(const RtBBox& box, const RtPoint& t);
+RtBBox RvBBoxUnion(const RtBBox& a, const RtBBox& b);
+// Boundaries count as inside.
+bool RvBBoxInside(const RtBBox& box, const RtPoint& p);
+
+// Slab test. The incoming [t0, t1] only serves to reject. Required: on success t0 and t1 are the
+// largest near and the smallest far distance of the box alone; otherwise they are left as given.
+bool RvBBoxRayIntersect(const RtPoint& origin, const RtVector& dir, const RtBBox& box, float* t0,
+                        float* t1);
+bool RvBBoxRayOverlap(const RtPoint& origin, const RtVector& dir, const RtBBox& box, float tmin,
+                      float tmax);
+
+#endif

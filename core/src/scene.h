@@ -1,0 +1,52 @@
+// The scene: every node of the universe, the name table and the lists that rendering needs.
+#ifndef RV_SCENE_H
+#define RV_SCENE_H
+
+#include "list.h"
+#include "nodes.h"
+#include "shash.h"
+
+#include <vector>
+
+struct RtFrame;
+
+struct RtScene {
+    using NodeVector = std::vector<RtNode*, rv::CheckedAllocator<RtNode*>>;
+
+    bool consumed; // a scene write has destroyed the data
+    RtList* bounded_objects;
+    RtList* unbounded_objects;
+    RtFrame* frame;
+    NodeVector lights;  // in order of creation; under `lock`
+    RtList* nodes;      // in order of creation; under `lock`
+    RtNode* options;
+    RtNode* root;
+    RtNode* bounded_root;
+    RtNode* unbounded_root;
+    int shader_count;
+    int shape_count;
+    RtArray* missing_types; // the ignore list, or null
+    RtSimpleHash* names;    // node name to node
+    RtCritSec lock;
+    RtNode* default_reflection_shader;
+    RtNode* error_shader;
+    RtNode* bad_shader;
+
+    RtNode* createNode(const char* type_name);
+    // Takes the node out of the scene and frees it.
+    void removeNode(RtNode* node);
+    // True when `text` stands in missing_types.
+    bool isIgnored(const char* text) const;
+};
+
+namespace rv {
+
+// A scene with its three internal shader nodes, registered in the frame; null when the heap is
+// exhausted.
+RtScene* sceneCreate(RtFrame* frame);
+// Destroys all nodes, the options node last, and the scene.
+void sceneDestroy(RtScene* scene);
+
+} // namespace rv
+
+#endif
