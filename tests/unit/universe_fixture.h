@@ -7,6 +7,7 @@
 
 #include <fstream>
 #include <gtest/gtest.h>
+#include <map>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -32,10 +33,14 @@ class Universe : public ::testing::Test {
     }
     void TearDown() override
     {
-        RvMsgSetCallback(nullptr);
+        messages().clear();
         RvEnd();
+        for (const LoggedMessage& m : messages())
+            EXPECT_TRUE(leaks_expected || m.text.rfind("[strpool]", 0) != 0) << m.text;
         messages().clear();
     }
+
+    bool leaks_expected = false; // set by a test that leaves strings behind on purpose
 
     // Every message since SetUp, the start-of-log header left out.
     static std::vector<LoggedMessage>& messages()
