@@ -24,6 +24,7 @@ struct RtNodeEntry {
     unsigned count;           // nodes of this type in the scene; under the scene lock
     int struct_size;          // bytes of the parameter block, 0 without a layout
     int base_offset;          // added to the offsets of the kind-common parameters
+    int block_size;           // struct_size, and the places of parameters that did not fit
 };
 
 namespace rv {

@@ -9,14 +9,14 @@
 
 struct RtNode {
     RtNodeEntry* entry;
-    void* params; // the type's own record, or one RtParamValue per parameter
-    void* reserved;
-    uint8_t* set_flags;    // per parameter: set explicitly
-    RtLinkRecord* links;   // per parameter; null until the first link
-    RtNode* before;        // "@before", or null
-    void* local_data;      // of the type's methods; for shapes the RtGObject
-    RtNode* source;        // node this one is a copy of, or null
-    RtNode* creator;       // procedural that created this node, or null
+    void* params;                // the type's own record, or one RtParamValue per parameter
+    const char* registered_name; // under which the scene's table holds the node; pooled, or null
+    uint8_t* set_flags;          // per parameter: set explicitly
+    RtLinkRecord* links;         // per parameter; null until the first link
+    RtNode* before;              // "@before", or null
+    void* local_data;            // of the type's methods; for shapes the RtGObject
+    RtNode* source;              // node this one is a copy of, or null
+    RtNode* creator;             // procedural that created this node, or null
     RtUserParamEntry* user_params;
     uint16_t own_param_count;
     uint16_t name_index;
@@ -44,6 +44,12 @@ unsigned paramStorageSize(const RtNodeEntry* entry);
 
 // Fills one parameter with its default, releasing what it held when `release` is set.
 void resetParameter(RtNode* node, const RtParamEntry* param, bool release);
+
+// Bytes of a node without its links: record, parameter storage and flags.
+unsigned nodeOverhead(const RtNode* node);
+
+// Takes the node out of the scene's name table.
+void forgetName(RtNode* node);
 
 // Releases every value of the node, then the node.
 void freeNode(RtNode* node);

@@ -21,8 +21,8 @@ struct RtSimpleHash {
     unsigned count;
     unsigned capacity; // a power of two
     Slot* slots;
-    RtCritSec lock; // guards everything in the record
-    bool intern_keys; // keys are held in the string pool; otherwise they belong to the caller
+    RtCritSec lock;      // guards everything in the record
+    bool intern_keys;    // keys are held in the string pool; otherwise they belong to the caller
     unsigned tombstones; // removed slots not used again yet
 };
 

@@ -28,7 +28,7 @@ struct RtMemPool {
     Mark marks[mark_capacity];
     int mark_top; // -1 when the stack is empty
     unsigned block_count;
-    uint64_t bytes_total; // record, headers and payloads
+    uint64_t bytes_total;    // record, headers and payloads
     unsigned block_switches; // since the last reset
     unsigned reset_count;
     unsigned alloc_count;
