@@ -21,7 +21,7 @@ struct RtParamIterator {
 
 namespace rv {
 
-// Gives back what an entry holds: name, STRING, ARRAY and MATRIX defaults.
+// Gives back what an entry holds: name, STRING, ARRAY and MATRIX defaults. The record stays.
 void releaseParamEntry(RtParamEntry* entry);
 
 // True for a non-empty name of letters, digits, '_' and the characters of `more`, that does not
