@@ -312,7 +312,7 @@ bool RvBBoxRayIntersect(const RtPoint& origin, const RtVector& dir, const RtBBox
     const float along[3] = { dir.x, dir.y, dir.z };
     const float min[3] = { box.min.x, box.min.y, box.min.z };
     const float max[3] = { box.max.x, box.max.y, box.max.z };
-    float begin = *t0, end = *t1;             // what is left of the given interval
+    float begin = *t0, end = *t1;              // what is left of the given interval
     float entry = -INFINITY, leave = INFINITY; // of the box alone
     for (int axis = 0; axis < 3; ++axis) {
         const float inverse = 1 / along[axis];

@@ -254,8 +254,12 @@ ParamMatch findParameter(const RtNodeEntry* entry, const char* name)
 {
     if (!entry || !name)
         return { nullptr, false };
-    if (const RtParamEntry* const param = exactParameter(entry, name))
+    if (const RtParamEntry* const param = recentParameter(entry, name))
         return { param, false };
+    if (const RtParamEntry* const param = exactParameter(entry, name)) {
+        recentSlot(entry, name).store(param, std::memory_order_relaxed);
+        return { param, false };
+    }
     for (const auto& [key, annotation] : entry->metadata->entries) {
         if (key.type != RV_TYPE_STRING || !*key.param || strcmp(key.name, "synonym") != 0 ||
             strcmp(annotation.value.STR, name) != 0)

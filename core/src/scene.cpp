@@ -55,6 +55,25 @@ static RtNode* allocateNode(RtNodeEntry* entry)
     return node;
 }
 
+// Nodes know the element before theirs, so that a node leaves the longest list at once.
+static bool appendNode(RtList* nodes, RtNode* node)
+{
+    RtListNode* const last = RvListTail(nodes);
+    if (!RvListAdd(nodes, node))
+        return false;
+    node->list_previous = last;
+    return true;
+}
+
+static void unlinkNode(RtList* nodes, const RtNode* node)
+{
+    RtListNode* const previous = node->list_previous;
+    const RtListNode* const element = previous ? previous->next : RvListHead(nodes);
+    if (RtListNode* const next = element->next)
+        static_cast<RtNode*>(next->data)->list_previous = previous;
+    RvListDeleteAfter(nodes, previous);
+}
+
 static void setDefaultName(RtNode* node)
 {
     const uint64_t ticks_per_microsecond = counterFrequency() / 1000000;
@@ -236,7 +255,7 @@ RtNode* RtScene::createNode(const char* type_name)
     if (!node)
         return nullptr;
     const rv::SceneGuard guard(this);
-    if (!RvListAdd(nodes, node)) {
+    if (!rv::appendNode(nodes, node)) {
         rv::freeNode(node);
         return nullptr;
     }
@@ -255,7 +274,7 @@ void RtScene::removeNode(RtNode* node)
     rv::uninitializeNode(node);
     --node->entry->count;
     rv::forgetName(node);
-    RvListDelete(nodes, node);
+    rv::unlinkNode(nodes, node);
     rv::freeNode(node);
 }
 

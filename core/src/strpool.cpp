@@ -45,6 +45,13 @@ RtStringPool::Slot* createSlots(unsigned capacity)
         capacity, sizeof(RtStringPool::Slot), module_path, __LINE__, "RtStringPool"));
 }
 
+// In a large pool the home slot is seldom in the cache: its way there overlaps with taking the
+// lock. The table may be replaced meanwhile; a prefetch of freed memory is harmless.
+void prefetchHome(const RtStringPool* pool, uint32_t hash)
+{
+    __builtin_prefetch(&pool->slots[hash & (pool->capacity - 1)]);
+}
+
 struct Probe {
     RtStringPool::Slot* found; // the live slot of the string, or null
     RtStringPool::Slot* free;  // where it would go
@@ -62,7 +69,7 @@ Probe probe(const RtStringPool* pool, const char* s, uint32_t hash)
         if (slot->refs < 0) {
             if (!tombstone)
                 tombstone = slot;
-        } else if (slot->hash == hash && !strcmp(slot->text, s)) {
+        } else if (slot->hash == hash && (slot->text == s || !strcmp(slot->text, s))) {
             return { slot, nullptr };
         }
     }
@@ -148,6 +155,7 @@ const char* RtStringPool::Add(const char* s)
     if (length >= INT32_MAX)
         return nullptr;
     const uint32_t hash = rv::stringHash(s, length);
+    prefetchHome(this, hash);
     const PoolGuard guard(this);
     if (count + tombstones + 1 >= capacity && !rebuild(this, capacity * 2))
         return nullptr; // growth has failed before: the last slot never used ends the searches
@@ -179,6 +187,7 @@ void RtStringPool::Remove(const char* s)
     if (!s)
         return;
     const uint32_t hash = rv::stringHash(s);
+    prefetchHome(this, hash);
     const PoolGuard guard(this);
     Slot* const slot = probe(this, s, hash).found;
     if (!slot) {

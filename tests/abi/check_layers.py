@@ -12,7 +12,7 @@ from pathlib import Path
 FLOORS = [
     ("foundation", "frame hooks msg memory strpool shash hash list duration version counters"
                    " text thread_slot system/"),
-    ("node model", "maths array paramentry metadata nodeentry declare nodes links userdefs"
+    ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene"),
     ("scene files and tracing", "dotrvs override plugins"
                                 " objects/ accels/ rtrace_packet sampler sampling trace"),
