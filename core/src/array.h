@@ -1,4 +1,9 @@
 // Inside of RtArray (rv_array.h): maintenance, motion keys and time samples.
+//
+// An array never stores more than 2^31 - 1 bytes. Where storage cannot be had, its nelements is 0,
+// so that code that checks the counts never reads through null; only an array wrapped around a null
+// pointer has elements without storage, and RvArrayCheckSanity refuses that one. BOOLEAN elements
+// are bytes of any value: read them as uint8_t.
 #ifndef RV_ARRAY_INTERNAL_H
 #define RV_ARRAY_INTERNAL_H
 
@@ -6,18 +11,22 @@
 #include "rv_array.h"
 #include "system/memory.h"
 
-// A copy whose record and storage live in the pool and are never destroyed one by one.
+// A copy whose record, storage, strings and nested arrays live in the pool. It is never destroyed.
 RtArray* RvArrayCopyWithPool(const RtArray* src, RtMemPool* pool);
-// Releases storage and strings (when owned); the record stays, empty, with type RV_TYPE_NONE.
+// Releases what the array owns; the record stays, empty, with type RV_TYPE_NONE.
 void RvArrayReset(RtArray* array);
-// A heap copy of the storage, for RvFree_func; with reset the array is then emptied.
+// A heap copy of the storage, for RvFree_func; with reset the array is then emptied, and strings
+// and nested arrays that the copy points to are gone with it.
 void* RvArrayUnconvert(RtArray* array, bool reset);
-// Removes the null elements of a POINTER array in place.
+// Removes the null elements of a POINTER array of one key in place.
 void RvArraySimplify(RtArray* array);
-// True when every floating-point component is finite and within 1e30.
+// True when every element can be read and every floating-point component is finite and within
+// 1e30. Required: for VECTOR and POINT the bound is 1e30 itself, for the other types 1e30 rounded
+// to float, which is a little more.
 bool RvArrayCheckSanity(const RtArray* array);
 
-// Value of element index at t in [0, 1] over the motion keys; exact at and beyond the ends.
+// Value of element index at t in [0, 1] over the motion keys; exact at and beyond the ends. Zero
+// for a null array, an index that does not exist and a type of another size.
 float RvArrayInterpolateFlt(const RtArray* array, float t, unsigned index);
 RtRGB RvArrayInterpolateRGB(const RtArray* array, float t, unsigned index);
 RtRGBA RvArrayInterpolateRGBA(const RtArray* array, float t, unsigned index);
@@ -26,16 +35,20 @@ RtPoint RvArrayInterpolatePnt(const RtArray* array, float t, unsigned index);
 RtPoint2 RvArrayInterpolatePnt2(const RtArray* array, float t, unsigned index);
 void RvArrayInterpolateMtx(const RtArray* array, float t, unsigned index, RtMatrix* out);
 
-// Times of n motion keys, strictly increasing.
+// True for at least two times that are strictly increasing.
 bool RvTimeSamplesCheck(unsigned n, const float* samples);
-// From a key position in [0, 1] to a time, and back. Required: the upper end of Unmap is 0.999999,
-// which keeps key indices below the last key.
+// From a key position in [0, 1] to a time, and back; 0 without samples. Required: the upper end of
+// Unmap is 0.999999, which keeps key indices below the last key.
 float RvTimeSamplesMap(float t, unsigned n, const float* samples);
 float RvTimeSamplesUnmap(float time, unsigned n, const float* samples);
 
 namespace rv {
 
-inline unsigned totalElements(const RtArray* array) { return array->nelements * array->nkeys; }
+// Elements of all keys; 0 without storage.
+inline unsigned totalElements(const RtArray* array)
+{
+    return array->data ? array->nelements * array->nkeys : 0;
+}
 
 // The first element, for arrays whose type and size were checked.
 template <class T> const T* elementsOf(const RtArray* array)

@@ -93,10 +93,14 @@ static const BuiltIn built_in[] = {
 };
 static_assert(sizeof(built_in) / sizeof(built_in[0]) == 69);
 
-void installBuiltInTypes()
+bool installBuiltInTypes()
 {
-    for (const BuiltIn& row : built_in)
+    bool complete = true;
+    for (const BuiltIn& row : built_in) {
         RvNodeInstall(row.kind, row.output_type, row.name, "", row.methods, RV_VERSION);
+        complete = complete && RvNodeEntryLookUp(row.name);
+    }
+    return complete;
 }
 
 } // namespace rv

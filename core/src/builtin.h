@@ -4,8 +4,8 @@
 
 namespace rv {
 
-// Installs all of them into the open universe.
-void installBuiltInTypes();
+// Installs all of them into the open universe; false when the heap is exhausted.
+bool installBuiltInTypes();
 
 } // namespace rv
 

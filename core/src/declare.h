@@ -4,9 +4,9 @@
 // lights and shapes the kind's common block as a member `common`, then `const char* name`. The
 // members are named like the parameters, so that rendering reads plain fields:
 //
-//     struct Sphere { RtArray* center; RtArray* radius; rv::ShapeParams common; const char* name; };
+//     struct Sphere { RtArray* radius; rv::ShapeParams common; const char* name; };
 //     rv::declareLayout<Sphere>(metadata);
-//     RvNodeParamARRAY(params, RV_FIELD(Sphere, center), RvArray(1, 1, RV_TYPE_POINT, RV_P3_ZERO));
+//     RvNodeParamARRAY(params, RV_FIELD(Sphere, radius), RvArray(1, 1, RV_TYPE_FLOAT, 0.5));
 #ifndef RV_DECLARE_H
 #define RV_DECLARE_H
 

@@ -6,6 +6,7 @@
 #define RV_FRAME_H
 
 #include "rv_base.h"
+#include "rv_math.h"
 
 struct RtMsgState;
 struct RtScene;
@@ -13,6 +14,7 @@ struct RtRenderSession;
 struct RtThreadSlot;
 struct RtStats;
 struct RtStringPool;
+struct RtSimpleHash;
 
 namespace rv {
 
@@ -26,7 +28,7 @@ inline constexpr int stats_record_count = worker_slot_count + 1;
 // Calls from a lower floor into a higher one. Every slot is filled; a fixed table, shared by all
 // universes.
 struct RtHooks {
-    void (*errorLogged)();                              // msg -> render: abort_on_error
+    void (*errorLogged)();                               // msg -> render: abort_on_error
     void (*cameraParameters)(RtList*, RtMetaDataStore*); // nodeentry -> cameras
     void (*lightParameters)(RtList*, RtMetaDataStore*);  // nodeentry -> lights
     void (*shapeParameters)(RtList*, RtMetaDataStore*);  // nodeentry -> objects
@@ -34,18 +36,23 @@ struct RtHooks {
     void (*shapeTeardown)(RtNode*);                      // nodes -> objects: free the RtGObject
     unsigned (*shapeVertexCount)(const RtNode*);         // userdefs -> objects: varying elements
     bool (*rendering)();                                 // nodes -> render: a render is running
+    RtBBox (*rootBounds)(const RtNode* root);            // universe -> objects: world bounds
+    void (*flushTextures)();                             // universe -> texture
+    void (*flushShape)(RtNode* shape, int flags);        // universe -> objects: per-object caches
+    void (*flushLight)(RtNode* light, int flags);        // universe -> lights: sampling tables
 };
 
 struct RtFrame {
     RtMsgState* msg;
     RtScene* scene;
     RtRenderSession* session;
-    RtList* node_entries; // RtNodeEntry*, in order of installation
-    RtList* libraries;    // loaded plug-in libraries, in order of loading
+    RtList* node_entries;      // RtNodeEntry*, in order of installation
+    RtSimpleHash* entry_names; // the same by name
+    RtList* libraries;         // loaded plug-in libraries, in order of loading
     RtStats* stats[rv::stats_record_count];
-    uint32_t start_ms;     // wall clock; the origin of all elapsed times
-    uint64_t start_memory; // resident bytes at RvBegin
-    RtStringPool* strings; // null when it could not be allocated
+    uint32_t start_ms;          // wall clock; the origin of all elapsed times
+    uint64_t start_memory;      // resident bytes at RvBegin
+    RtStringPool* strings;      // null when it could not be allocated
     RtThreadSlot* thread_slots; // worker_slot_count of them, or null before the first render
     const RtHooks* hooks;
 };

@@ -23,6 +23,10 @@ struct LinkTarget {
 };
 LinkTarget resolveLinkTarget(const RtNodeEntry* entry, const char* name);
 
+// Drops every parameter link of a node; "@before" stays.
+void clearLinks(RtNode* node);
+void freeLinks(RtNode* node);
+
 // True when an output of type `source` may drive an input of type `target`.
 bool linkTypesCompatible(int source, int target);
 

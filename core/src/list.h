@@ -22,6 +22,8 @@ RtList* RvList(RtMemPool* pool);
 RtListNode* RvListAdd(RtList* list, void* data);
 // Removes the first element that holds data.
 bool RvListDelete(RtList* list, const void* data);
+// Removes the element that follows `previous`, or the first one for null. It must exist.
+void RvListDeleteAfter(RtList* list, RtListNode* previous);
 // Same data in the same order, null data left out.
 RtList* RvListCopy(RtMemPool* pool, const RtList* list);
 bool RvListEmpty(const RtList* list);

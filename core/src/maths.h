@@ -8,11 +8,36 @@
 
 namespace rv {
 
+// Name and bytes of one stored element of every type; the index is the type code. The only place
+// that knows either.
+struct TypeInfo {
+    const char* name;
+    unsigned size;
+};
+inline constexpr TypeInfo type_table[] = {
+    { "BYTE", sizeof(uint8_t) },    { "INT", sizeof(int) },         { "UINT", sizeof(unsigned) },
+    { "BOOL", sizeof(bool) },       { "FLOAT", sizeof(float) },     { "RGB", sizeof(RtRGB) },
+    { "RGBA", sizeof(RtRGBA) },     { "VECTOR", sizeof(RtVector) }, { "POINT", sizeof(RtPoint) },
+    { "POINT2", sizeof(RtPoint2) }, { "STRING", sizeof(char*) },    { "POINTER", sizeof(void*) },
+    { "NODE", sizeof(RtNode*) },    { "ARRAY", sizeof(RtArray*) },  { "MATRIX", sizeof(RtMatrix) },
+    { "ENUM", sizeof(int) },
+};
+static_assert(sizeof(type_table) / sizeof(type_table[0]) == RV_TYPE_ENUM + 1);
+
+inline bool isStoredType(int type) { return type >= RV_TYPE_BYTE && type <= RV_TYPE_ENUM; }
+
+// Bytes of one stored element of the types 0 to 15; 0 for others; no message.
+inline unsigned typeSize(int type) { return isStoredType(type) ? type_table[type].size : 0; }
+
 // Names of types 0 to 14, "UNDEFINED" for RV_TYPE_NONE, null for every other value; no message.
 const char* silentTypeName(int type);
 
-// Bytes of one stored element of the types 0 to 15; 0 for others; no message.
-unsigned typeSize(int type);
+// A value of the stored type may be read or written as the requested one. Nodes travel as plain
+// pointers, because NODE has no accessors of its own.
+inline bool typeAccepts(int stored, int requested)
+{
+    return stored == requested || (stored == RV_TYPE_NODE && requested == RV_TYPE_POINTER);
+}
 
 // True when the value is finite and within the range that parameters accept, [-1e30, 1e30]
 // compared in single precision.

@@ -20,8 +20,17 @@ struct RtMessageBank {
     Slot* slots;
 };
 
-// max(requested, 1) slots; null after an error.
+// max(requested, 1) slots, never more than 2^31 - 1 bytes hold; null after an error. The pool
+// outlives the bank.
 RtMessageBank* RvMessageBank(unsigned requested, RtMemPool* pool);
 void RvMessageBankDestroy(RtMessageBank* bank);
+
+namespace rv {
+
+// Forgets every message. Shading code does this between samples, before the names in the pool are
+// given back.
+void messageBankClear(RtMessageBank* bank);
+
+} // namespace rv
 
 #endif

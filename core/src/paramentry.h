@@ -7,11 +7,11 @@
 
 struct RtParamEntry {
     uint16_t type;
-    uint16_t index;                 // position among the parameters of the node type
-    const char* const* enum_names;  // ENUM only; static data of the node type
-    const char* name;               // pooled
+    uint16_t index;                // position among the parameters of the node type
+    const char* const* enum_names; // ENUM only; static data of the node type
+    const char* name;              // pooled
     RtParamValue default_value;
-    int offset;                     // bytes into the parameter block, -1 without a layout
+    int offset; // bytes into the parameter block, -1 without a layout
 };
 
 struct RtParamIterator {
@@ -21,7 +21,7 @@ struct RtParamIterator {
 
 namespace rv {
 
-// Gives back what an entry holds: name, STRING, ARRAY and MATRIX defaults.
+// Gives back what an entry holds: name, STRING, ARRAY and MATRIX defaults. The record stays.
 void releaseParamEntry(RtParamEntry* entry);
 
 // True for a non-empty name of letters, digits, '_' and the characters of `more`, that does not

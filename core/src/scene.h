@@ -17,8 +17,8 @@ struct RtScene {
     RtList* bounded_objects;
     RtList* unbounded_objects;
     RtFrame* frame;
-    NodeVector lights;  // in order of creation; under `lock`
-    RtList* nodes;      // in order of creation; under `lock`
+    NodeVector lights; // in order of creation; under `lock`
+    RtList* nodes;     // in order of creation; under `lock`
     RtNode* options;
     RtNode* root;
     RtNode* bounded_root;
@@ -35,6 +35,8 @@ struct RtScene {
     RtNode* createNode(const char* type_name);
     // Takes the node out of the scene and frees it.
     void removeNode(RtNode* node);
+    // Replaces missing_types with a copy.
+    void setIgnored(const RtArray* names);
     // True when `text` stands in missing_types.
     bool isIgnored(const char* text) const;
 };

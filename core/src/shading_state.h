@@ -8,6 +8,7 @@ struct RtUserDataHit;
 
 struct RtShadingState {
     RtUserDataHit* user_data; // the shape's per-hit data, or null
+    unsigned vertex_index;    // vertex being displaced, in the displacement stage
 };
 
 #endif

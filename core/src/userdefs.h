@@ -46,6 +46,9 @@ inline bool holdsArray(const RtUserParamEntry& entry)
            entry.category == RV_USERDEF_VARYING;
 }
 
+// Element type of the array that such a parameter holds; the type of the value otherwise.
+int userElementType(const RtUserParamEntry& entry);
+
 // The entry in the node's own table or, with sources, along its chain of sources.
 RtUserParamEntry* findUserParam(const RtNode* node, const char* name, bool with_sources);
 

@@ -8,8 +8,39 @@
 
 namespace rv {
 
-// Declares the parameters common to all lights, with offsets into LightParams.
+// The parameters common to all lights, in order of declaration.
+struct LightParams {
+    RtArray* matrix; // MATRIX, light to world
+    RtRGB color;
+    float intensity;
+    float exposure; // stops
+    bool cast_shadows;
+    float shadow_density;
+    RtRGB shadow_color;
+    int samples; // square root of the samples per shading point
+    bool normalize;
+    bool affect_diffuse;
+    bool affect_specular;
+    int bounces;
+    float bounce_factor;
+    RtArray* filters;      // NODE, in order of evaluation
+    RtArray* time_samples; // FLOAT
+    int sss_samples;
+    bool mis;
+};
+
+// Declares them, with offsets into LightParams.
 void lightParameters(RtList* params, RtMetaDataStore* metadata);
+
+// How the lights that reach into volumes do so.
+struct LightVolumeParams {
+    bool affect_volumetrics;
+    bool cast_volumetric_shadows;
+    RtNode* volume_density;
+};
+
+// Declares them, with offsets into LightVolumeParams added to `offset`.
+void lightVolumeParameters(RtList* params, RtMetaDataStore* metadata, int offset);
 
 extern const RtNodeMethods point_light_methods, distant_light_methods, quad_light_methods,
     spot_light_methods, ambient_light_methods, skydome_light_methods;

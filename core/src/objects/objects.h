@@ -38,6 +38,22 @@ static_assert(sizeof(ShapeParams) == 104);
 // Declares them, with offsets into ShapeParams.
 void shapeParameters(RtList* params, RtMetaDataStore* metadata);
 
+// Shape methods, named like their slots, for the slots that tracing never calls: containers stand
+// for other objects, and points fill the geometry of a hit while they are intersected. A call is a
+// broken invariant and fatal; where that is not enabled on any destination they give zeros.
+namespace unreachable {
+
+void ShapeLocalGeometry(const RtVector* ray_dir, float time, const RtMatrix* world_to_object,
+                        RtHit* hit, const RtPoint* point, RtLocalGeometry* out);
+void ShapeBBox(RtGObject* object, RtBBox* bbox, int key);
+void ShapeTextureCoordinates(RtGObject* object, uint32_t prim_index, float hit_u, float hit_v,
+                             float* u, float* v);
+void* ShapePrepareUserData(RtGObject* object, uint32_t prim_index, float hit_u, float hit_v,
+                           int thread);
+RtAccel* ShapePrepareIntersection(RtGObject* object, int thread);
+
+} // namespace unreachable
+
 extern const RtNodeMethods sphere_methods, cylinder_methods, cone_methods, disc_methods,
     plane_methods, polymesh_methods, nurbs_methods, box_methods, curves_methods, points_methods,
     implicit_methods, ginstance_methods, procedural_methods, list_aggregate_methods;

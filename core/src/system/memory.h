@@ -28,7 +28,7 @@ struct RtMemPool {
     Mark marks[mark_capacity];
     int mark_top; // -1 when the stack is empty
     unsigned block_count;
-    uint64_t bytes_total; // record, headers and payloads
+    uint64_t bytes_total;    // record, headers and payloads
     unsigned block_switches; // since the last reset
     unsigned reset_count;
     unsigned alloc_count;
@@ -37,8 +37,30 @@ struct RtMemPool {
 
 // Null after an error when the heap is exhausted.
 RtMemPool* RvMemPoolCreate(unsigned block_size);
-// size bytes, aligned to 8. Null after a reported failure.
-void* RvMemPoolAlloc(unsigned size, RtMemPool* pool);
+
+namespace rv {
+
+// The slow path of RvMemPoolAlloc: serves `bytes` (a multiple of 8) from the block that follows.
+void* poolAllocFromNextBlock(unsigned bytes, RtMemPool* pool);
+
+} // namespace rv
+
+// size bytes, aligned to 8. Null after a reported failure; the pool stays usable.
+inline void* RvMemPoolAlloc(unsigned size, RtMemPool* pool)
+{
+    if (size > pool->max_request)
+        pool->max_request = size;
+    ++pool->alloc_count;
+    RtMemPoolBlock* const block = pool->current;
+    const uint64_t bytes = (uint64_t(size) + 7) & ~uint64_t(7);
+    if (bytes < uint64_t(block->end - block->cursor)) { // Required: strict, an exact fit moves on
+        char* const result = block->cursor;
+        block->cursor += bytes;
+        return result;
+    }
+    return bytes <= INT32_MAX ? rv::poolAllocFromNextBlock(unsigned(bytes), pool) : nullptr;
+}
+
 // Copy in the pool, or on the heap (for RvFree_func) without one. Null gives null.
 char* RvMemPoolStrdup(const char* s, RtMemPool* pool);
 void RvMemPoolReset(RtMemPool* pool);
@@ -51,6 +73,11 @@ namespace rv {
 // For tests: lets `count` more checked allocations succeed and then fails every one; a negative
 // count removes the limit.
 void limitAllocations(long count);
+
+// A zeroed table of `count` records on the checked heap, for RvFree_func. Large tables ask for huge
+// pages, since they are read at random. Null after an error.
+void* allocateTable(size_t count, size_t record_size, const char* file, int line,
+                    const char* function);
 
 // Standard allocator over the checked heap, for the few containers that outlive a call.
 template <class T> struct CheckedAllocator {

@@ -1,0 +1,39 @@
+// The render session of a universe: what governs which calls are legal when.
+#ifndef RV_RENDER_SESSION_H
+#define RV_RENDER_SESSION_H
+
+#include "rv_threads.h"
+#include "thread_slot.h"
+
+#include <atomic>
+#include <stdint.h>
+
+struct RtScene;
+
+// Stop requests; the first of a render wins.
+enum RtStopRequest { RV_STOP_NONE = 0, RV_STOP_ABORT = 1, RV_STOP_INTERRUPT = 2 };
+
+struct RtRenderSession {
+    std::atomic<bool> rendering; // from the start of a render until it returns
+    std::atomic<int> abort_flag; // RtStopRequest; written under `lock`, polled without it
+    RtScene* scene;
+    int mode; // of the latest render
+    RtCritSec lock;
+    int setup_count; // completed renders; 0 before the one-time setup
+    uint32_t last_wall_ms;
+    uint32_t last_user_ms;
+    RtThreadSlot* thread_slots; // worker_slot_count, or null before the first render
+};
+
+namespace rv {
+
+// Null when the heap is exhausted.
+RtRenderSession* sessionCreate(RtScene* scene);
+void sessionDestroy(RtRenderSession* session);
+
+// Makes pools and message banks of all worker slots; false when the heap is exhausted.
+bool createThreadSlots(RtRenderSession* session, int max_shader_messages);
+
+} // namespace rv
+
+#endif
