@@ -1,6 +1,7 @@
 // Tests of opening and closing the universe: RvBegin, RvEnd and the calls around them.
 #include "node_tools.h"
 
+#include "render_session.h"
 #include "rv_plugins.h"
 #include "strpool.h"
 
@@ -336,6 +337,57 @@ TEST_F(BeginEnd, nothing_renders_and_nothing_is_stopped_outside_a_render)
     EXPECT_FALSE(RvRendering());
     EXPECT_TRUE(messages().empty());
     EXPECT_TRUE(RvNode("lambert"));
+}
+
+TEST_F(BeginEnd, the_first_request_of_a_render_wins)
+{
+    begin();
+    RtRenderSession* session = rv::the_frame->session;
+    session->rendering = true;
+    EXPECT_TRUE(RvRendering());
+    RvRenderAbort();
+    RvRenderInterrupt();
+    EXPECT_EQ(session->abort_flag, 1);
+    session->abort_flag = 0;
+    RvRenderInterrupt();
+    RvRenderAbort();
+    EXPECT_EQ(session->abort_flag, 2);
+    session->abort_flag = 0;
+    session->rendering = false;
+    RvRenderAbort();
+    RvRenderInterrupt();
+    EXPECT_EQ(session->abort_flag, 0);
+    EXPECT_TRUE(messages().empty());
+}
+
+TEST_F(BeginEnd, an_error_aborts_a_render_when_the_option_says_so)
+{
+    begin();
+    RtRenderSession* session = rv::the_frame->session;
+    session->rendering = true;
+    RvMsgWarning("just a warning");
+    EXPECT_EQ(session->abort_flag, 0);
+    RvNodeSetBool(RvUniverseGetOptions(), "abort_on_error", false);
+    RvMsgError("harmless");
+    EXPECT_EQ(session->abort_flag, 0);
+    RvNodeSetBool(RvUniverseGetOptions(), "abort_on_error", true);
+    RvMsgSetConsoleFlags(0);
+    RvMsgError("shown to nobody");
+    EXPECT_EQ(session->abort_flag, 1);
+    session->abort_flag = 0;
+    session->rendering = false;
+}
+
+TEST_F(BeginEnd, while_rendering_nodes_stay_and_the_options_are_not_made_again)
+{
+    begin();
+    RtNode* node = named("lambert", "n");
+    rv::the_frame->session->rendering = true;
+    RvNodeDestroy(node);
+    EXPECT_FALSE(RvNode("options"));
+    EXPECT_TRUE(RvNode("lambert")) << "procedurals make nodes during a render";
+    rv::the_frame->session->rendering = false;
+    EXPECT_EQ(RvNodeLookUpByName("n"), node);
 }
 
 TEST_F(BeginEnd, an_error_outside_a_render_stops_nothing)

@@ -77,14 +77,14 @@ protected:
     static std::string describeJson(const nlohmann::json& value)
     {
         if (value.is_string())
-            return "\"" + value.get<std::string>() + "\"";
+            return describe(value.get<std::string>().c_str());
         if (value.is_boolean())
-            return value.get<bool>() ? "1" : "0";
+            return describe(value.get<bool>());
         if (value.is_number())
             return describe(double(value.get<float>()));
         std::string text;
         for (const auto& component : value)
-            text += (text.empty() ? "" : " ") + describe(double(component.get<float>()));
+            text.append(text.empty() ? "" : " ").append(describeJson(component));
         return text;
     }
 };

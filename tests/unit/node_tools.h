@@ -11,6 +11,7 @@
 #include "system/memory.h"
 #include "universe_fixture.h"
 
+#include <cmath>
 #include <filesystem>
 #include <functional>
 #include <malloc.h>
@@ -60,21 +61,27 @@ template <class... Args> std::string formatted(const char* format, Args... args)
 
 inline std::string numbers(std::initializer_list<double> values)
 {
-    std::ostringstream out;
-    out.precision(9);
-    const char* separator = "";
+    std::string text;
     for (double v : values) {
-        out << separator << v;
-        separator = " ";
+        const bool is_integer = v >= -1e15 && v <= 1e15 && v == std::floor(v);
+        text.append(text.empty() ? "" : " ").append(formatted(is_integer ? "%.0f" : "%.9g", v));
     }
-    return out.str();
+    return text;
 }
 inline std::string describe(double v) { return numbers({ v }); }
 inline std::string describe(const RtRGB& c) { return numbers({ c.r, c.g, c.b }); }
 inline std::string describe(const RtRGBA& c) { return numbers({ c.r, c.g, c.b, c.a }); }
 inline std::string describe(const RtPoint& p) { return numbers({ p.x, p.y, p.z }); }
 inline std::string describe(const RtPoint2& p) { return numbers({ p.x, p.y }); }
-inline std::string describe(const char* s) { return s ? "\"" + std::string(s) + "\"" : "null"; }
+inline std::string describe(const char* s)
+{
+    std::string text = "null";
+    if (s) {
+        text = '"';
+        text.append(s).push_back('"');
+    }
+    return text;
+}
 inline std::string describe(const void* p)
 {
     std::ostringstream out;
@@ -88,7 +95,7 @@ inline std::string describe(const RtMatrix& matrix)
 {
     std::string text;
     for (const auto& row : matrix.m)
-        text += "[" + numbers({ row[0], row[1], row[2], row[3] }) + "]";
+        text.append("[").append(numbers({ row[0], row[1], row[2], row[3] })).append("]");
     return text;
 }
 inline std::string describe(const RtArray* array);
@@ -523,7 +530,7 @@ inline bool reportsFailure(const std::string& text, const std::string& module,
 {
     std::smatch match;
     static const std::regex form(
-        "can't (?:re)?allocate [0-9]+ bytes in (.*):([A-Za-z_:]+)\\(\\):[0-9]+");
+        "can't (?:re)?allocate [0-9]+ bytes in ([^:]*):([A-Za-z_:]+)\\(\\):[0-9]+");
     return std::regex_match(text, match, form) && match[1] == module && match[2] == location;
 }
 

@@ -95,7 +95,8 @@ TEST_F(NodeEntries, a_name_of_33_characters_is_refused_and_one_of_32_accepted)
 
 TEST_F(NodeEntries, the_length_of_a_name_is_checked_before_its_characters)
 {
-    const std::string name = "-" + std::string(32, ' ');
+    std::string name(33, ' ');
+    name[0] = '-';
     installType(name.c_str());
     EXPECT_EQ(takeProblem(), "node name is bigger than 32 characters: \"" + name + "\"");
 }

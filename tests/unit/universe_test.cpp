@@ -132,8 +132,8 @@ const OptionRow option_rows[] = {
     { "GI_hemi_pattern", "ENUM", "schlick", nullptr, PATTERNS },
     { "GI_Cranley_Patterson", "BOOL", "1" },
     { "GI_direct_lighting", "BOOL", "1" },
-    { "GI_falloff_start_dist", "FLOAT", "9.99999996e+11" },
-    { "GI_falloff_stop_dist", "FLOAT", "9.99999996e+11" },
+    { "GI_falloff_start_dist", "FLOAT", "999999995904" },
+    { "GI_falloff_stop_dist", "FLOAT", "999999995904" },
     { "packet_tracing", "BOOL", "0" },
     { "packet_shader", "ENUM", "depth", nullptr, "depth normal ao glossy shadows" },
     { "name", "STRING", "\"options\"" },
@@ -184,7 +184,7 @@ TEST_F(UniverseQueries, the_enumerations_of_the_options_have_their_values)
             RvNodeEntryLookUpParameter(RvNodeEntryLookUp("options"), row.name);
         std::string values;
         for (int i = 0; RvEnumGetString(RvParamGetEnum(param), i); ++i)
-            values += (i ? " " : "") + std::string(RvEnumGetString(RvParamGetEnum(param), i));
+            values.append(i ? " " : "").append(RvEnumGetString(RvParamGetEnum(param), i));
         EXPECT_EQ(values, row.values ? row.values : "") << row.name;
     }
 }
