@@ -51,6 +51,8 @@ static std::vector<std::string> stringsOf(const RtArray* array)
     return all;
 }
 
+namespace {
+
 // An array over a buffer of the test; destroys the record at the end of the scope.
 struct Wrapped {
     template <class T, size_t n>
@@ -72,6 +74,8 @@ struct Owned {
     RtArray* operator->() const { return array; }
     RtArray* array;
 };
+
+} // namespace
 
 // ---- RvArrayAllocate ----
 
@@ -706,6 +710,8 @@ TEST_F(Arrays, a_key_without_storage_or_values_is_left_alone)
 
 // ---- Accessors, one by one ----
 
+namespace {
+
 struct Accessor {
     const char* suffix;
     const char* getter; // the names that messages begin with
@@ -715,6 +721,8 @@ struct Accessor {
     void (*get)(const RtArray*, unsigned index, void* out);   // called at get.c:11
     void (*set)(RtArray*, unsigned index, const void* value); // called at set.c:12
 };
+
+} // namespace
 
 #define ACCESSOR(Suffix, setter, code, Type)                                                       \
     {                                                                                              \
@@ -746,6 +754,8 @@ static const Accessor accessors[] = {
     ACCESSOR(Array, "RvArraySetArrayFunc", RV_TYPE_ARRAY, RtArray*),
 };
 
+namespace {
+
 // Every claim here holds for every accessor but those of matrices.
 class ArrayAccessor : public Universe, public ::testing::WithParamInterface<Accessor> {
 protected:
@@ -776,6 +786,8 @@ protected:
     const uint8_t new_value[16] = { 1 };
     RtArray* array = RvArrayConvert(element_count, 1, GetParam().type, storage, false);
 };
+
+} // namespace
 
 static std::string suffixOf(const ::testing::TestParamInfo<Accessor>& row)
 {

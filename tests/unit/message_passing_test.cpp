@@ -15,8 +15,8 @@
 
 using nlohmann::json;
 
-// 64 thread slots, of which numbers 0 and 63 have a bank.
-class Messages : public Universe {
+// Thread slots, of which the first and the last have a bank, and so have some beyond the last.
+class MessageBanks : public Universe {
 protected:
     void SetUp() override
     {
@@ -36,8 +36,8 @@ protected:
     void makeBanks(unsigned capacity)
     {
         destroyBanks();
-        slots[0].messages = RvMessageBank(capacity, pool);
-        slots[63].messages = RvMessageBank(capacity, pool);
+        for (int index : { 0, 63, 64, 65, 255 })
+            slots[index].messages = RvMessageBank(capacity, pool);
     }
     void destroyBanks()
     {
@@ -61,14 +61,14 @@ protected:
     }
 
     RtMemPool* pool = nullptr;
-    RtThreadSlot slots[rv::worker_slot_count] = {};
+    RtThreadSlot slots[256] = {};
     RtShaderGlobals globals = {};
     const RtShaderGlobals* const sg = &globals;
 };
 
 // ---- Banks ----
 
-TEST_F(Messages, a_bank_has_the_requested_slots_all_free)
+TEST_F(MessageBanks, a_bank_has_the_requested_slots_all_free)
 {
     RtMessageBank* const b = RvMessageBank(5, pool);
     EXPECT_EQ(5u, b->capacity);
@@ -77,14 +77,14 @@ TEST_F(Messages, a_bank_has_the_requested_slots_all_free)
     RvMessageBankDestroy(b);
 }
 
-TEST_F(Messages, a_bank_has_at_least_one_slot)
+TEST_F(MessageBanks, a_bank_has_at_least_one_slot)
 {
     RtMessageBank* const b = RvMessageBank(0, pool);
     EXPECT_EQ(1u, b->capacity);
     RvMessageBankDestroy(b);
 }
 
-TEST_F(Messages, a_bank_without_memory_is_null)
+TEST_F(MessageBanks, a_bank_without_memory_is_null)
 {
     const std::string sizes[] = { std::to_string(sizeof(RtMessageBank)),
                                   std::to_string(3 * sizeof(RtMessageBank::Slot)) };
@@ -96,7 +96,7 @@ TEST_F(Messages, a_bank_without_memory_is_null)
     }
 }
 
-TEST_F(Messages, a_bank_is_limited_to_the_bytes_that_can_be_allocated)
+TEST_F(MessageBanks, a_bank_is_limited_to_the_bytes_that_can_be_allocated)
 {
     // The slots are refused, but their size is reported.
     withAllocations(1, [&] { EXPECT_EQ(nullptr, RvMessageBank(4294967295u, pool)); });
@@ -105,13 +105,13 @@ TEST_F(Messages, a_bank_is_limited_to_the_bytes_that_can_be_allocated)
     EXPECT_EQ(0u, takeProblem().find("can't allocate " + size + " bytes"));
 }
 
-TEST_F(Messages, destruction_and_clearing_ignore_null)
+TEST_F(MessageBanks, destruction_and_clearing_ignore_null)
 {
     RvMessageBankDestroy(nullptr);
     rv::messageBankClear(nullptr);
 }
 
-TEST_F(Messages, a_cleared_bank_forgets_everything_and_takes_new_types)
+TEST_F(MessageBanks, a_cleared_bank_forgets_everything_and_takes_new_types)
 {
     EXPECT_TRUE(RvMessageSetFltFunc(sg, "a", 1));
     rv::messageBankClear(bank());
@@ -138,7 +138,7 @@ static void expectRoundTrip(const RtShaderGlobals* sg,
     EXPECT_EQ(0, memcmp(&value, &out, sizeof(T))) << name;
 }
 
-TEST_F(Messages, every_type_comes_back_as_it_was_set)
+TEST_F(MessageBanks, every_type_comes_back_as_it_was_set)
 {
     const RtPoint p = { 1, 2, 3 };
     RtArray array = {};
@@ -166,7 +166,7 @@ TEST_F(Messages, every_type_comes_back_as_it_was_set)
     EXPECT_EQ("", takeProblem());
 }
 
-TEST_F(Messages, a_message_read_as_another_type_is_an_error)
+TEST_F(MessageBanks, a_message_read_as_another_type_is_an_error)
 {
     EXPECT_TRUE(RvMessageSetFltFunc(sg, "a", 0.5f));
     int value = 3;
@@ -178,7 +178,7 @@ TEST_F(Messages, a_message_read_as_another_type_is_an_error)
               takeProblem());
 }
 
-TEST_F(Messages, a_message_set_as_another_type_is_an_error_and_stays)
+TEST_F(MessageBanks, a_message_set_as_another_type_is_an_error_and_stays)
 {
     EXPECT_TRUE(RvMessageSetFltFunc(sg, "a", 0.5f));
     EXPECT_FALSE(RvMessageSetRGBFunc(sg, "a", RV_RGB_WHITE));
@@ -189,7 +189,7 @@ TEST_F(Messages, a_message_set_as_another_type_is_an_error_and_stays)
     EXPECT_EQ(0.5f, value);
 }
 
-TEST_F(Messages, a_missing_message_is_not_found_and_not_reported)
+TEST_F(MessageBanks, a_missing_message_is_not_found_and_not_reported)
 {
     float value = 3;
     EXPECT_FALSE(RvMessageGetFltFunc(sg, "a", &value));
@@ -197,7 +197,7 @@ TEST_F(Messages, a_missing_message_is_not_found_and_not_reported)
     EXPECT_EQ("", takeProblem());
 }
 
-TEST_F(Messages, a_message_set_again_keeps_its_slot)
+TEST_F(MessageBanks, a_message_set_again_keeps_its_slot)
 {
     EXPECT_TRUE(RvMessageSetIntFunc(sg, "a", 1));
     EXPECT_TRUE(RvMessageSetIntFunc(sg, "b", 2));
@@ -208,7 +208,7 @@ TEST_F(Messages, a_message_set_again_keeps_its_slot)
     EXPECT_EQ(3, value);
 }
 
-TEST_F(Messages, names_are_copied_and_compared_by_text)
+TEST_F(MessageBanks, names_are_copied_and_compared_by_text)
 {
     std::string name = "a";
     EXPECT_TRUE(RvMessageSetIntFunc(sg, name.c_str(), 1));
@@ -219,7 +219,7 @@ TEST_F(Messages, names_are_copied_and_compared_by_text)
     EXPECT_FALSE(RvMessageGetIntFunc(sg, "A", &value));
 }
 
-TEST_F(Messages, names_of_equal_hash_are_told_apart)
+TEST_F(MessageBanks, names_of_equal_hash_are_told_apart)
 {
     EXPECT_TRUE(RvMessageSetIntFunc(sg, "a", 1));
     bank()->slots[0].hash = rv::stringHash("b");
@@ -229,7 +229,7 @@ TEST_F(Messages, names_of_equal_hash_are_told_apart)
     EXPECT_EQ(2u, bank()->count);
 }
 
-TEST_F(Messages, a_name_that_cannot_be_kept_is_not_set)
+TEST_F(MessageBanks, a_name_that_cannot_be_kept_is_not_set)
 {
     RvMemPoolDestroy(pool);
     pool = RvMemPoolCreate(16);
@@ -240,7 +240,7 @@ TEST_F(Messages, a_name_that_cannot_be_kept_is_not_set)
     EXPECT_EQ(0u, takeProblem().find("can't allocate"));
 }
 
-TEST_F(Messages, null_arguments_fail_silently)
+TEST_F(MessageBanks, null_arguments_fail_silently)
 {
     int value = 3;
     EXPECT_FALSE(RvMessageSetIntFunc(nullptr, "a", 1));
@@ -253,7 +253,7 @@ TEST_F(Messages, null_arguments_fail_silently)
     EXPECT_EQ("", takeProblem());
 }
 
-TEST_F(Messages, nodes_are_read_and_written_as_pointers)
+TEST_F(MessageBanks, nodes_are_read_and_written_as_pointers)
 {
     int thing, other;
     EXPECT_TRUE(RvMessageSetPtrFunc(sg, "node", &thing));
@@ -269,7 +269,7 @@ TEST_F(Messages, nodes_are_read_and_written_as_pointers)
 
 // ---- Threads ----
 
-TEST_F(Messages, every_thread_has_its_own_bank)
+TEST_F(MessageBanks, every_thread_has_its_own_bank)
 {
     RtShaderGlobals last = {};
     last.thread_index = 63;
@@ -292,7 +292,7 @@ static void expectNoBank(const RtShaderGlobals* sg)
     EXPECT_EQ(nullptr, RvMessageIterator(sg));
 }
 
-TEST_F(Messages, a_thread_index_of_64_or_more_has_no_bank)
+TEST_F(MessageBanks, a_thread_index_of_64_or_more_has_no_bank)
 {
     for (int index : { 64, 65, 255 }) {
         globals.thread_index = static_cast<uint8_t>(index);
@@ -301,21 +301,21 @@ TEST_F(Messages, a_thread_index_of_64_or_more_has_no_bank)
     EXPECT_EQ("", takeProblem());
 }
 
-TEST_F(Messages, a_thread_without_a_bank_fails_silently)
+TEST_F(MessageBanks, a_thread_without_a_bank_fails_silently)
 {
     globals.thread_index = 1;
     expectNoBank(sg);
     EXPECT_EQ("", takeProblem());
 }
 
-TEST_F(Messages, before_the_first_render_there_is_no_bank)
+TEST_F(MessageBanks, before_the_first_render_there_is_no_bank)
 {
     rv::the_frame->thread_slots = nullptr;
     expectNoBank(sg);
     EXPECT_EQ("", takeProblem());
 }
 
-TEST(MessagesAlone, without_a_universe_there_is_no_bank)
+TEST(MessageBanksAlone, without_a_universe_there_is_no_bank)
 {
     const RtShaderGlobals globals = {};
     expectNoBank(&globals);
@@ -329,7 +329,7 @@ static void printMessage(int, int severity, const char* text, int)
     fprintf(stderr, "severity %d: %s\n", severity, text);
 }
 
-TEST_F(Messages, a_full_bank_is_fatal_and_lists_its_contents)
+TEST_F(MessageBanks, a_full_bank_is_fatal_and_lists_its_contents)
 {
     makeBanks(0);
     EXPECT_TRUE(RvMessageSetRGBFunc(sg, "first", RV_RGB_WHITE));
@@ -343,7 +343,7 @@ TEST_F(Messages, a_full_bank_is_fatal_and_lists_its_contents)
 }
 
 // The text of the fatal message of a full bank; errors reach the recorder, but not abort().
-class FullBank : public Messages {
+class FullBank : public MessageBanks {
 protected:
     static void keepText(int, int, const char* text, int)
     {
@@ -416,7 +416,7 @@ TEST_F(FullBank, refuses_the_message_where_a_fatal_error_is_shown_nowhere)
 
 // ---- Iteration ----
 
-TEST_F(Messages, are_listed_in_the_order_in_which_they_were_first_set)
+TEST_F(MessageBanks, are_listed_in_the_order_in_which_they_were_first_set)
 {
     EXPECT_TRUE(RvMessageSetFltFunc(sg, "z", 1));
     EXPECT_TRUE(RvMessageSetBoolFunc(sg, "y", true));
@@ -428,7 +428,7 @@ TEST_F(Messages, are_listed_in_the_order_in_which_they_were_first_set)
     EXPECT_EQ(want, listed(sg));
 }
 
-TEST_F(Messages, iteration_accepts_null_for_what_is_not_wanted)
+TEST_F(MessageBanks, iteration_accepts_null_for_what_is_not_wanted)
 {
     EXPECT_TRUE(RvMessageSetIntFunc(sg, "a", 1));
     EXPECT_TRUE(RvMessageSetFltFunc(sg, "b", 1));
@@ -443,14 +443,14 @@ TEST_F(Messages, iteration_accepts_null_for_what_is_not_wanted)
     EXPECT_FALSE(RvMessageIteratorGetNext(it, &name, &type));
 }
 
-TEST_F(Messages, iteration_over_an_empty_bank_or_null_ends_at_once)
+TEST_F(MessageBanks, iteration_over_an_empty_bank_or_null_ends_at_once)
 {
     EXPECT_FALSE(RvMessageIteratorGetNext(RvMessageIterator(sg), nullptr, nullptr));
     EXPECT_FALSE(RvMessageIteratorGetNext(nullptr, nullptr, nullptr));
     EXPECT_EQ(nullptr, RvMessageIterator(nullptr));
 }
 
-TEST_F(Messages, an_iterator_comes_from_the_pool_of_the_thread)
+TEST_F(MessageBanks, an_iterator_comes_from_the_pool_of_the_thread)
 {
     const unsigned before = pool->alloc_count;
     EXPECT_NE(nullptr, RvMessageIterator(sg));
@@ -459,11 +459,15 @@ TEST_F(Messages, an_iterator_comes_from_the_pool_of_the_thread)
 
 // ---- Golden sequences ----
 
+namespace {
+
 // One type of the golden sequences: sets and gets values in their notation.
 struct GoldenType {
     std::function<bool(const RtShaderGlobals*, const char*, const json&)> set;
     std::function<bool(const RtShaderGlobals*, const char*, json*)> get;
 };
+
+} // namespace
 
 template <class T>
 static GoldenType goldenType(bool (*set)(const RtShaderGlobals*, const char*, T),
@@ -506,7 +510,7 @@ static const std::map<std::string, GoldenType>& goldenTypes()
     return types;
 }
 
-TEST_F(Messages, golden_sequences)
+TEST_F(MessageBanks, golden_sequences)
 {
     for (const json& v : goldenVectors("datamodel", "message_bank")) {
         makeBanks(v["in"]["max_shader_messages"]);

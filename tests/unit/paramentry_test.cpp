@@ -379,6 +379,18 @@ TEST_F(ParamEntries, a_null_entry_is_accepted_by_every_accessor)
     EXPECT_EQ("", takeProblem());
 }
 
+TEST_F(ParamEntries, the_registry_hands_out_iterators_over_a_type)
+{
+    const RtNodeEntry* const type = RvNodeEntryLookUp("light_decay");
+    RtParamIterator* const it = RvNodeEntryGetParamIterator(type);
+    unsigned seen = 0;
+    while (const RtParamEntry* const param = RvParamIteratorGetNext(it))
+        EXPECT_EQ(seen++, param->index);
+    EXPECT_EQ(type->num_params, seen);
+    EXPECT_TRUE(RvParamIteratorFinished(it));
+    RvParamIteratorDestroy(it);
+}
+
 // An iterator as the registry hands it out.
 static RtParamIterator* iterate(const RtNodeEntry* entry)
 {
@@ -428,6 +440,19 @@ TEST(Enumerations, a_value_is_valid_up_to_the_end_of_the_table)
         EXPECT_FALSE(RvEnumValueIsValid(decay_types, value)) << value;
 }
 
+TEST_F(ParamEntries, the_decay_type_of_light_decay_is_such_a_table)
+{
+    const RtParamEntry* const param =
+        RvNodeEntryLookUpParameter(RvNodeEntryLookUp("light_decay"), "decay_type");
+    const char* const* const names = RvParamGetEnum(param);
+    EXPECT_EQ(RV_TYPE_ENUM, RvParamGetType(param));
+    EXPECT_EQ(0, RvEnumGetValue(names, "constant"));
+    EXPECT_EQ(2, RvEnumGetValue(names, "quadratic"));
+    EXPECT_STREQ("constant", RvEnumGetString(names, 0));
+    EXPECT_TRUE(RvEnumValueIsValid(names, 3));
+    EXPECT_FALSE(RvEnumValueIsValid(names, 4));
+}
+
 TEST(Enumerations, names_are_found_by_value)
 {
     EXPECT_STREQ("constant", RvEnumGetString(decay_types, 0));
@@ -470,6 +495,8 @@ TEST(Enumerations, an_empty_table_has_no_values)
     EXPECT_EQ(nullptr, RvEnumGetString(none, 0));
 }
 
+namespace {
+
 // The table of a golden vector.
 class GoldenTable {
 public:
@@ -489,6 +516,8 @@ private:
     std::vector<std::string> texts;
     std::vector<const char*> names;
 };
+
+} // namespace
 
 TEST(Enumerations, golden_values)
 {
