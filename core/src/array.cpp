@@ -333,12 +333,16 @@ template <class T> static T load(const RtArray* array, uint64_t i)
 // Any non-zero byte is true.
 template <> bool load<bool>(const RtArray* array, uint64_t i) { return load<uint8_t>(array, i); }
 
+namespace {
+
 // Where an accessor was called, and the name it reports with.
 struct Access {
     const char* name;
     const char* file;
     int line;
 };
+
+} // namespace
 
 static void reportNull(const Access& access)
 {
@@ -589,8 +593,8 @@ template <class T> static T interpolate(const RtArray* array, float t, unsigned 
         return first[0];
     if (t >= 1)
         return first[last * stride];
-    const float x = static_cast<float>(last) * t;
-    const unsigned k = std::min(static_cast<unsigned>(x), last - 1); // x may round up to last
+    const float x = static_cast<float>(last) * t; // below last, after rounding too
+    const unsigned k = static_cast<unsigned>(x);
     return blend(first[k * stride], first[(k + 1) * stride], x - static_cast<float>(k));
 }
 
@@ -648,7 +652,7 @@ float RvTimeSamplesMap(float t, unsigned n, const float* samples)
     if (t >= 1)
         return samples[n - 1];
     const float x = t * static_cast<float>(n - 1);
-    const unsigned k = std::min(static_cast<unsigned>(x), n - 2); // x may round up to n - 1
+    const unsigned k = std::min(static_cast<unsigned>(x), n - 2); // a large n is rounded
     return samples[k] + (x - static_cast<float>(k)) * (samples[k + 1] - samples[k]);
 }
 

@@ -154,14 +154,13 @@ static float cofactor(const RtMatrix& matrix, int row, int column)
 
 void RvM4Invert(const RtMatrix* in, RtMatrix* out)
 {
-    const RtMatrix m = *in; // out may be in
-    RtMatrix adjugate;
+    RtMatrix adjugate; // out, which may be in, is written last
     for (int i = 0; i < 4; ++i)
         for (int j = 0; j < 4; ++j)
-            adjugate.m[j][i] = cofactor(m, i, j);
+            adjugate.m[j][i] = cofactor(*in, i, j);
     float determinant = 0;
     for (int j = 0; j < 4; ++j)
-        determinant += m.m[0][j] * adjugate.m[j][0];
+        determinant += in->m[0][j] * adjugate.m[j][0];
     const float scale = 1 / determinant;
     for (int i = 0; i < 4; ++i)
         for (int j = 0; j < 4; ++j)

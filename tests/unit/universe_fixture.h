@@ -22,7 +22,7 @@ struct LoggedMessage {
 
 // Opens a universe whose messages go to `messages` and nowhere else.
 class Universe : public ::testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         RvBegin();
@@ -70,7 +70,7 @@ class Universe : public ::testing::Test {
         return all;
     }
 
-  private:
+private:
     static void record(int mask, int severity, const char* text, int tab)
     {
         static std::mutex lock;
