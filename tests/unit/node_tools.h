@@ -11,11 +11,12 @@
 #include "system/memory.h"
 #include "universe_fixture.h"
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <functional>
 #include <malloc.h>
-#include <regex>
+#include <regex.h>
 #include <set>
 #include <sstream>
 #include <string.h>
@@ -57,6 +58,19 @@ template <class... Args> std::string formatted(const char* format, Args... args)
     std::string text(size_t(snprintf(nullptr, 0, format, args...)), '\0');
     snprintf(text.data(), text.size() + 1, format, args...);
     return text;
+}
+
+// True when the whole text has the form of an extended regular expression.
+inline bool matches(const std::string& text, const std::string& pattern)
+{
+    regex_t compiled;
+    if (regcomp(&compiled, ("^(" + pattern + ")$").c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
+        ADD_FAILURE() << "bad pattern " << pattern;
+        return false;
+    }
+    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
 }
 
 inline std::string numbers(std::initializer_list<double> values)
@@ -528,10 +542,10 @@ inline bool heapIsOpen()
 inline bool reportsFailure(const std::string& text, const std::string& module,
                            const std::string& location)
 {
-    std::smatch match;
-    static const std::regex form(
-        "can't (?:re)?allocate [0-9]+ bytes in ([^:]*):([A-Za-z_:]+)\\(\\):[0-9]+");
-    return std::regex_match(text, match, form) && match[1] == module && match[2] == location;
+    std::string pattern =
+        "can't (re)?allocate [0-9]+ bytes in " + module + ":" + location + "\\(\\):[0-9]+";
+    std::replace(pattern.begin(), pattern.begin() + ptrdiff_t(pattern.find("\\(")), '\\', '.');
+    return matches(text, pattern);
 }
 
 // Runs op with the heap failing at request n for every n until it runs through, and collects the
