@@ -506,20 +506,25 @@ static void applyGamma(const RtNode* node, const char* name, float* rgb)
             rgb[i] = powf(rgb[i], render_options->shader_gamma);
 }
 
-static void setStringParam(RtNode* node, const RtParamEntry* param, const char* text)
+// False, after an error, for the one text that is no value.
+static bool setStringParam(RtNode* node, const RtParamEntry* param, const char* text)
 {
-    const bool is_name = param == nameParam(node);
-    if (is_name && !mayRename(node, text))
-        return;
     if (!strcmp(text, "NULL")) {
         RvMsgError("parameter \"%s\" set to an invalid string: \"%s\"", param->name, text);
-        return;
+        return false;
     }
     RtParamValue value = {};
     value.STR = text;
     setDeclared(node, param, RV_TYPE_STRING, value);
-    if (is_name)
-        registerName(node, param);
+    return true;
+}
+
+// Of several threads that want one name only one gets it.
+static void rename(RtNode* node, const char* name)
+{
+    const SceneGuard guard(the_frame->scene);
+    if (mayRename(node, name) && setStringParam(node, nameParam(node), name))
+        registerName(node, nameParam(node));
 }
 
 } // namespace rv
@@ -595,7 +600,8 @@ void RvNodeSetStr(RtNode* node, const char* param, const char* value)
     if (!declared || declared->type != RV_TYPE_STRING)
         rv::setValue(node, param, RV_TYPE_STRING, v);
     else if (const RtParamEntry* const found = rv::resolve(node, param, RV_TYPE_STRING))
-        rv::setStringParam(node, found, text);
+        found == rv::nameParam(node) ? rv::rename(node, text)
+                                     : void(rv::setStringParam(node, found, text));
     else // on the ignore list
         RvMsgWarning("%s: could not set %s parameter \"%s\"", RvNodeGetName(node), "STRING", param);
 }

@@ -67,8 +67,11 @@ void resetParameter(RtNode* node, const RtParamEntry* param, bool release)
     case RV_TYPE_STRING: value.STR = internString(value.STR); break;
     case RV_TYPE_ARRAY: value.ARRAY = defaultArray(param); break;
     case RV_TYPE_MATRIX: setDefaultMatrix(node, param); return;
-    case RV_TYPE_NONE: reachedInError(module_path, __LINE__, "RvNodeResetParameter"); return;
-    default: break;
+    default:
+        if (!isStoredType(param->type)) {
+            reachedInError(module_path, __LINE__, "RvNodeResetParameter");
+            return;
+        }
     }
     store(paramStorage(node, param), param->type, value);
 }

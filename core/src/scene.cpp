@@ -15,15 +15,6 @@ static const char* const module_path = "core\\src\\scene";
 
 namespace rv {
 
-// Holds the scene lock for a scope.
-struct SceneGuard {
-    explicit SceneGuard(RtScene* s) : scene(s) { RvCritSecEnter(&scene->lock); }
-    ~SceneGuard() { RvCritSecLeave(&scene->lock); }
-    SceneGuard(const SceneGuard&) = delete;
-    SceneGuard& operator=(const SceneGuard&) = delete;
-    RtScene* scene;
-};
-
 // ---- Nodes ----
 
 // A node with its defaults, not yet in the scene; null when the heap is exhausted.
@@ -74,14 +65,17 @@ static void unlinkNode(RtList* nodes, const RtNode* node)
     RvListDeleteAfter(nodes, previous);
 }
 
-static void setDefaultName(RtNode* node)
+// A node created within the same microsecond as one of the same count counts on from there.
+static void setDefaultName(const RtScene* scene, RtNode* node)
 {
     const uint64_t ticks_per_microsecond = counterFrequency() / 1000000;
-    const unsigned long long microseconds =
+    unsigned long long microseconds =
         highResolutionCounter() / (ticks_per_microsecond ? ticks_per_microsecond : 1);
     char name[96]; // 32 characters of the type and at most 34 more
-    snprintf(name, sizeof name, "%s_%08X%08llX%08X", node->entry->name, wallMilliseconds(),
-             microseconds, node->entry->count);
+    do
+        snprintf(name, sizeof name, "%s_%08X%08llX%08X", node->entry->name, wallMilliseconds(),
+                 microseconds++, node->entry->count);
+    while (simpleHash_lookup(scene->names, name));
     RvNodeSetStr(node, "name", name);
 }
 
@@ -260,7 +254,7 @@ RtNode* RtScene::createNode(const char* type_name)
         return nullptr;
     }
     ++node->entry->count;
-    rv::setDefaultName(node);
+    rv::setDefaultName(this, node);
     if (rv::enterByKind(this, node))
         return node;
     removeNode(node);

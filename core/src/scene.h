@@ -43,6 +43,15 @@ struct RtScene {
 
 namespace rv {
 
+// Holds the scene lock for a scope.
+struct SceneGuard {
+    explicit SceneGuard(RtScene* s) : scene(s) { RvCritSecEnter(&scene->lock); }
+    ~SceneGuard() { RvCritSecLeave(&scene->lock); }
+    SceneGuard(const SceneGuard&) = delete;
+    SceneGuard& operator=(const SceneGuard&) = delete;
+    RtScene* scene;
+};
+
 // A scene with its three internal shader nodes, registered in the frame; null when the heap is
 // exhausted.
 RtScene* sceneCreate(RtFrame* frame);

@@ -12,6 +12,8 @@
 #include "strpool.h"
 #include "text.h"
 
+#include <stdio.h>
+
 static const char* const module_path = "core\\src\\userdefs";
 
 namespace rv {
@@ -326,12 +328,13 @@ static RtUserParamEntry* varyingParam(const char* name, RtNode* node, int type)
 {
     RtUserParamEntry* entry = findUserParam(node, name, true);
     if (!entry) {
-        entry = addEntry(node, name, { RV_USERDEF_VARYING, type, RV_TYPE_NONE });
-        if (!entry)
+        char declaration[32];
+        snprintf(declaration, sizeof declaration, "varying %s", userTypeName(type));
+        if (!RvNodeDeclare(node, name, declaration))
             return nullptr;
-        const unsigned count = the_frame->hooks->shapeVertexCount(node);
+        entry = findUserParam(node, name, false);
         RvArrayDestroy(entry->value.ARRAY);
-        entry->value.ARRAY = RvArrayAllocate(count, 1, type);
+        entry->value.ARRAY = RvArrayAllocate(the_frame->hooks->shapeVertexCount(node), 1, type);
     }
     if (entry->category == RV_USERDEF_VARYING)
         return entry;
