@@ -8,21 +8,22 @@
 
 struct RtStringPool {
     struct Slot {
-        int refs;      // 0 never used, -1 removed, otherwise the number of holders
+        int refs; // 0 never used, -1 removed, otherwise the number of holders
         uint32_t hash;
-        char* text;    // the pool's own copy
+        char* text; // the pool's own copy
     };
 
     char summary[1024];
-    unsigned count;          // distinct strings held
+    unsigned count; // distinct strings held
     unsigned max_count;
     unsigned resize_count;
     unsigned grow_threshold; // floor(capacity * 15 / 16)
     unsigned hits;           // additions that found the string present
     RtCritSec lock;          // guards everything above and below
     Slot* slots;
-    unsigned capacity;       // a power of two, at least 16
-    unsigned tombstones;     // removed slots not used again yet
+    uint8_t* tags;       // one byte per slot, by which searches pass slots without reading them
+    unsigned capacity;   // a power of two, at least 16
+    unsigned tombstones; // removed slots not used again yet
 
     // Null, after an error, when the heap is exhausted.
     static RtStringPool* create(unsigned requested_capacity);
