@@ -1,23 +1,25 @@
-// duration: the one format of every duration in messages.
+// duration: the text of durations in messages.
 #include "duration.h"
 
 #include <stdio.h>
 
+// Required: with no whole minutes the minutes are "0:" even after hours, so one hour is
+// "1:0:00.00".
 const char* RvDurationString(uint32_t milliseconds)
 {
-    static char text[32];
-    const unsigned long hours = milliseconds / 3600000 % 99;
-    const unsigned long minutes = milliseconds / 60000 % 60;
-    const unsigned long seconds = milliseconds / 1000 % 60;
+    // Procedurals report their loading times from render threads, hence one buffer per thread.
+    static thread_local char text[32];
+    const unsigned hours = milliseconds / 3600000 % 99;
+    const unsigned minutes = milliseconds / 60000 % 60;
+    const unsigned seconds = milliseconds / 1000 % 60;
     const unsigned hundredths = milliseconds % 1000 / 10;
+
     char hours_text[8] = "";
-    char minutes_text[8] = "0:"; // Required: a plain 0 even after hours
-    if (hours)
-        snprintf(hours_text, sizeof hours_text, "%ld:", static_cast<long>(hours));
-    if (minutes)
-        snprintf(minutes_text, sizeof minutes_text,
-                 hours ? "%02ld:" : "%ld:", static_cast<long>(minutes));
-    snprintf(text, sizeof text, "%s%s%02ld.%02u", hours_text, minutes_text,
-             static_cast<long>(seconds), hundredths);
+    if (hours != 0)
+        snprintf(hours_text, sizeof hours_text, "%u:", hours);
+    const char* const minutes_format = hours != 0 && minutes != 0 ? "%02u:" : "%u:";
+    char minutes_text[8];
+    snprintf(minutes_text, sizeof minutes_text, minutes_format, minutes);
+    snprintf(text, sizeof text, "%s%s%02u.%02u", hours_text, minutes_text, seconds, hundredths);
     return text;
 }

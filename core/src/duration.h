@@ -4,7 +4,7 @@
 
 #include <stdint.h>
 
-// "0:02.51" for 2,510 ms. The text stands in a process-wide buffer until the next call.
+// "0:02.51" for 2,510 ms. The text stands in a buffer of the calling thread until its next call.
 const char* RvDurationString(uint32_t milliseconds);
 
 #endif

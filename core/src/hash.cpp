@@ -1,44 +1,46 @@
-// hash: SuperFastHash (Paul Hsieh, 2004), the hash of every string table of the library.
+// hash: SuperFastHash (Paul Hsieh, 2004), the string hash of every table. Declared by hash.h.
 #include "hash.h"
 
 namespace rv {
 
-static uint32_t read16(const char* p)
+// Two bytes, low byte first.
+static uint32_t word16(const char* p)
 {
-    uint16_t value;
-    memcpy(&value, p, sizeof value); // the library runs on little-endian machines
-    return value;
+    return uint32_t(uint8_t(p[0])) | uint32_t(uint8_t(p[1])) << 8;
 }
 
-// A tail byte counts as a signed character, as in the published reference.
-static uint32_t signedByte(char c) { return static_cast<uint32_t>(static_cast<signed char>(c)); }
+// One byte, sign-extended as in the published code: bytes above 127 hash as negative numbers.
+static uint32_t signedByte(const char* p) { return uint32_t(int32_t(int8_t(*p))); }
 
-static uint32_t mixTail(uint32_t hash, const char* tail, size_t remainder)
+uint32_t stringHash(const char* text, size_t length)
 {
-    switch (remainder) {
+    if (length == 0)
+        return 0;
+    uint32_t hash = uint32_t(length);
+    for (size_t n = length / 4; n > 0; --n, text += 4) {
+        hash += word16(text);
+        hash = (hash << 16) ^ (word16(text + 2) << 11) ^ hash;
+        hash += hash >> 11;
+    }
+    switch (length % 4) {
     case 3:
-        hash += read16(tail);
+        hash += word16(text);
         hash ^= hash << 16;
-        hash ^= signedByte(tail[2]) << 18;
+        hash ^= signedByte(text + 2) << 18;
         hash += hash >> 11;
         break;
     case 2:
-        hash += read16(tail);
+        hash += word16(text);
         hash ^= hash << 11;
         hash += hash >> 17;
         break;
     case 1:
-        hash += signedByte(*tail);
+        hash += signedByte(text);
         hash ^= hash << 10;
         hash += hash >> 1;
         break;
-    default: break;
     }
-    return hash;
-}
-
-static uint32_t avalanche(uint32_t hash)
-{
+    // Let the last bits reach all others.
     hash ^= hash << 3;
     hash += hash >> 5;
     hash ^= hash << 4;
@@ -46,20 +48,6 @@ static uint32_t avalanche(uint32_t hash)
     hash ^= hash << 25;
     hash += hash >> 6;
     return hash;
-}
-
-uint32_t stringHash(const char* text, size_t length)
-{
-    if (!length)
-        return 0;
-    uint32_t hash = static_cast<uint32_t>(length);
-    const char* const tail = text + (length & ~size_t(3));
-    for (const char* p = text; p != tail; p += 4) {
-        hash += read16(p);
-        hash = (hash << 16) ^ ((read16(p + 2) << 11) ^ hash);
-        hash += hash >> 11;
-    }
-    return avalanche(mixTail(hash, tail, length & 3));
 }
 
 } // namespace rv

@@ -1,20 +1,26 @@
-// list: singly linked lists of pointers.
+// list: singly linked lists of pointers. Declared by list.h.
 #include "list.h"
 
 #include "rv_msg.h"
 
-static const char* const module_path = "core\\src\\list";
-
 RtList* RvList(RtMemPool* pool)
 {
-    RtList* const list =
-        static_cast<RtList*>(RvMalloc_func(sizeof(RtList), module_path, __LINE__, "RvList"));
+    auto* const list =
+        static_cast<RtList*>(RvMalloc_func(sizeof(RtList), "core\\src\\list", __LINE__, "RvList"));
     if (!list) {
         RvMsgError("RvList: can't allocate RtList");
         return nullptr;
     }
-    *list = { 0, nullptr, nullptr, pool };
+    *list = { .count = 0, .head = nullptr, .tail = nullptr, .pool = pool };
     return list;
+}
+
+static RtListNode* allocateElement(RtMemPool* pool)
+{
+    void* const memory =
+        pool ? RvMemPoolAlloc(sizeof(RtListNode), pool)
+             : RvMalloc_func(sizeof(RtListNode), "core\\src\\list", __LINE__, "RvListAdd");
+    return static_cast<RtListNode*>(memory);
 }
 
 RtListNode* RvListAdd(RtList* list, void* data)
@@ -23,15 +29,16 @@ RtListNode* RvListAdd(RtList* list, void* data)
         RvMsgError("RvListAdd: no list");
         return nullptr;
     }
-    RtListNode* const element = static_cast<RtListNode*>(
-        list->pool ? RvMemPoolAlloc(sizeof(RtListNode), list->pool)
-                   : RvMalloc_func(sizeof(RtListNode), module_path, __LINE__, "RvListAdd"));
+    RtListNode* const element = allocateElement(list->pool);
     if (!element) {
         RvMsgError("RvListAdd: can't allocate RtListNode");
         return nullptr;
     }
-    *element = { data, nullptr };
-    (list->tail ? list->tail->next : list->head) = element;
+    *element = { .data = data, .next = nullptr };
+    if (list->tail)
+        list->tail->next = element;
+    else
+        list->head = element;
     list->tail = element;
     ++list->count;
     return element;
@@ -56,24 +63,26 @@ bool RvListDelete(RtList* list, const void* data)
         return false;
     }
     RtListNode* previous = nullptr;
-    for (RtListNode* e = data ? list->head : nullptr; e; previous = e, e = e->next)
-        if (e->data == data) {
-            RvListDeleteAfter(list, previous);
-            return true;
-        }
-    return false;
+    RtListNode* element = data ? list->head : nullptr;
+    while (element && element->data != data) {
+        previous = element;
+        element = element->next;
+    }
+    if (element)
+        RvListDeleteAfter(list, previous);
+    return element != nullptr;
 }
 
 RtList* RvListCopy(RtMemPool* pool, const RtList* list)
 {
-    RtList* const copy = RvList(pool);
-    if (!copy) {
+    RtList* copy = RvList(pool);
+    for (const RtListNode* element = RvListHead(list); copy && element; element = element->next)
+        if (element->data && !RvListAdd(copy, element->data)) {
+            RvListDestroy(copy);
+            copy = nullptr;
+        }
+    if (!copy)
         RvMsgError("RvListCopy: can't create list");
-        return nullptr;
-    }
-    for (const RtListNode* e = RvListHead(list); e; e = e->next)
-        if (e->data)
-            RvListAdd(copy, e->data);
     return copy;
 }
 
@@ -87,8 +96,8 @@ RtListNode* RvListTail(const RtList* list) { return list ? list->tail : nullptr;
 
 bool RvListMember(const RtList* list, const void* data)
 {
-    for (const RtListNode* e = RvListHead(list); e; e = e->next)
-        if (e->data == data)
+    for (const RtListNode* element = RvListHead(list); element; element = element->next)
+        if (element->data == data)
             return true;
     return false;
 }
@@ -97,8 +106,8 @@ bool RvListEqual(const RtList* a, const RtList* b)
 {
     if (RvListSize(a) != RvListSize(b))
         return false;
-    for (const RtListNode* e = RvListHead(a); e; e = e->next)
-        if (!RvListMember(b, e->data))
+    for (const RtListNode* element = RvListHead(a); element; element = element->next)
+        if (!RvListMember(b, element->data))
             return false;
     return true;
 }
@@ -107,10 +116,10 @@ void RvListDestroy(RtList* list)
 {
     if (!list)
         return;
-    for (RtListNode* e = list->pool ? nullptr : list->head; e;) {
-        RtListNode* const next = e->next;
-        RvFree_func(e);
-        e = next;
+    for (RtListNode* element = list->pool ? nullptr : list->head; element;) {
+        RtListNode* const next = element->next;
+        RvFree_func(element);
+        element = next;
     }
     RvFree_func(list);
 }

@@ -1,313 +1,347 @@
-// msg: the message log (rv_msg.h): flags, the warning limit, the start-of-log header, line
-// formatting and the default destinations.
+// msg: the message log. Declared by rv_msg.h and msg.h.
+//
+// Every entry point ends in emit(), which asks whether any destination wants the message, formats
+// it and hands it to the callback. The default callback decorates the text into lines.
 #include "msg.h"
 
 #include "frame.h"
-#include "rv_memory.h"
 #include "rv_plugins.h"
 #include "system/clock.h"
 #include "system/machine.h"
+#include "system/memory.h"
 
+#include <algorithm>
 #include <new>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
 
-static const char* const module_path = "core\\src\\msg";
-
-namespace rv {
-
-static constexpr size_t text_size = 65536;
-static constexpr size_t prefix_size = 1024;
 static constexpr auto relaxed = std::memory_order_relaxed;
 
-static RtMsgState* messageState() { return the_frame ? the_frame->msg : nullptr; }
-
-// ---- Destinations ----
-
-static bool isWanted(int mask, uint32_t flags)
-{
-    return (static_cast<uint32_t>(mask) & ~flags) == 0;
+namespace {
+enum Severity { plain, warning, error, fatal };
 }
 
-static bool wantedOnConsole(const RtMsgState* state, int mask)
-{
-    return isWanted(mask, state->console_flags.load(relaxed));
-}
+static constexpr size_t text_bytes = 65536; // longer texts are cut
+static constexpr size_t prefix_bytes = 1024;
 
-static bool wantedInLogFile(const RtMsgState* state, int mask)
-{
-    return state->log_file.load(relaxed) && isWanted(mask, state->log_file_flags.load(relaxed));
-}
+static RtMsgState* messageState() { return rv::the_frame ? rv::the_frame->msg : nullptr; }
 
-// ---- Lines ----
+static bool contains(uint32_t flags, int mask) { return (uint32_t(mask) & ~flags) == 0; }
 
-// Appends to a buffer and never past its end.
-struct TextBuffer {
-    char* text;
+// ------------------------------------------------------------------------------------ lines
+
+namespace {
+
+// Appends to a buffer of fixed size and drops what does not fit.
+struct BoundedText {
+    char* out;
     size_t size;
     size_t length = 0;
 
-    void append(const char* format, ...) RV_PRINTF_LIKE(2, 3);
+    void append(const char* text, size_t count)
+    {
+        count = std::min(count, size - 1 - length);
+        memcpy(out + length, text, count);
+        length += count;
+        out[length] = '\0';
+    }
+    void append(const char* text) { append(text, strlen(text)); }
+    void appendFormatted(const char* format, ...) RV_PRINTF_LIKE(2, 3)
+    {
+        char piece[64];
+        va_list arguments;
+        va_start(arguments, format);
+        vsnprintf(piece, sizeof piece, format, arguments);
+        va_end(arguments);
+        append(piece);
+    }
+    void appendBlanks(int count)
+    {
+        for (; count > 0 && length + 1 < size; --count)
+            append(" ", 1);
+    }
 };
 
-void TextBuffer::append(const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    const int written = vsnprintf(text + length, size - length, format, arguments);
-    va_end(arguments);
-    if (written > 0)
-        length += static_cast<size_t>(written);
-    if (length >= size)
-        length = size - 1;
-}
+} // namespace
 
-// The escape sequences of this platform are empty; the places where they would stand are kept.
-static const char* colorCode(int mask, int severity)
+// Colour code in front of a message and the code that ends it. Empty on this platform; the flag
+// and the rule about who gets a colour are kept for one that has them.
+static const char* colorOf(int mask, int severity)
 {
-    const bool is_colored = severity > 0 || (mask & RV_LOG_PROGRESS);
-    return is_colored ? "" : "";
+    static const char* const severity_colors[] = { "", "", "", "" };
+    static const char progress_color[] = "";
+    if (severity == plain)
+        return mask & RV_LOG_PROGRESS ? progress_color : "";
+    return severity >= warning && severity <= fatal ? severity_colors[severity] : "";
 }
+static constexpr char color_reset[] = "";
 
 static const char* severityColumn(int severity)
 {
     static const char* const columns[] = { "        |", "WARNING |", "ERROR   |", "FATAL   |" };
-    return severity >= 0 && severity < 4 ? columns[severity] : "";
+    return severity >= plain && severity <= fatal ? columns[severity] : "";
 }
 
-size_t formatLine(char* out, size_t size, unsigned flags, int mask, int severity, const char* text,
-                  int tab, bool allow_color, const LineContext& context)
+// Everything in front of the text, in a buffer of prefix_bytes.
+static void formatPrefix(char* out, unsigned flags, int mask, int severity, int tab,
+                         bool allow_color, const rv::LineContext& context)
 {
-    const bool color = allow_color && (flags & RV_LOG_COLOR);
-    char prefix_text[prefix_size] = "";
-    TextBuffer prefix = { prefix_text, sizeof prefix_text };
-    if (color)
-        prefix.append("%s", colorCode(mask, severity));
-    if (flags & RV_LOG_TIMESTAMP) // Required: the hours wrap at 99
-        prefix.append("%02ld:%02ld:%02ld ", static_cast<long>(context.elapsed_ms / 3600000 % 99),
-                      static_cast<long>(context.elapsed_ms / 60000 % 60),
-                      static_cast<long>(context.elapsed_ms / 1000 % 60));
+    out[0] = '\0';
+    BoundedText prefix{ out, prefix_bytes };
+    if (allow_color && (flags & RV_LOG_COLOR))
+        prefix.append(colorOf(mask, severity));
+    if (flags & RV_LOG_TIMESTAMP) {
+        const uint32_t ms = context.elapsed_ms;
+        // Required: the hours wrap at 99.
+        prefix.appendFormatted("%02u:%02u:%02u ", ms / 3600000 % 99, ms / 60000 % 60,
+                               ms / 1000 % 60);
+    }
     if (flags & RV_LOG_MEMORY)
-        prefix.append("%4dmb ", static_cast<int>(context.resident_bytes >> 20));
-    prefix.append("%s", severityColumn(severity));
-    prefix.append("%*s", tab + 1, "");
-    if (severity != 0 && context.scene_line != -1)
-        prefix.append("line %d: ", context.scene_line + 1);
-    TextBuffer line = { out, size };
-    line.append("%s%s%s\n", prefix_text, text, color ? "" : "");
+        prefix.appendFormatted("%4dmb ", int(context.resident_bytes >> 20));
+    prefix.append(severityColumn(severity));
+    prefix.appendBlanks(std::min(tab, int(prefix_bytes)) + 1);
+    if (severity != plain && context.scene_line != -1)
+        prefix.appendFormatted("line %lld: ", context.scene_line + 1LL);
+}
+
+size_t rv::formatLine(char* out, size_t size, unsigned flags, int mask, int severity,
+                      const char* text, int tab, bool allow_color, const LineContext& context)
+{
+    if (size == 0)
+        return 0;
+    char prefix[prefix_bytes];
+    formatPrefix(prefix, flags, mask, severity, tab, allow_color, context);
+    out[0] = '\0';
+    BoundedText line{ out, size };
+    line.append(prefix);
+    line.append(text ? text : "");
+    line.append(color_reset);
+    if (line.length + 1 == size && line.length > 0)
+        --line.length; // a line that was cut still ends
+    line.append("\n", 1);
     return line.length;
 }
 
-static void writeLine(FILE* stream, uint32_t flags, int mask, int severity, const char* text,
+static void writeLine(FILE* stream, unsigned flags, int mask, int severity, const char* text,
                       int tab, bool allow_color)
 {
-    char line[prefix_size + text_size];
-    const LineContext context = { RvMsgUtilGetElapsedTime(),
-                                  flags & RV_LOG_MEMORY ? RvMsgUtilGetUsedMemory() : 0,
-                                  scene_file_line.load(relaxed) };
-    formatLine(line, sizeof line, flags, mask, severity, text, tab, allow_color, context);
-    fputs(line, stream);
+    const rv::LineContext context = {
+        .elapsed_ms = flags & RV_LOG_TIMESTAMP ? RvMsgUtilGetElapsedTime() : 0,
+        .resident_bytes = flags & RV_LOG_MEMORY ? RvMsgUtilGetUsedMemory() : 0,
+        .scene_line = rv::scene_file_line.load(relaxed),
+    };
+    char prefix[prefix_bytes];
+    formatPrefix(prefix, flags, mask, severity, tab, allow_color, context);
+    // One call for the whole line: the lock of the stream keeps it in one piece.
+    fprintf(stream, "%s%s%s\n", prefix, text, color_reset);
     fflush(stream);
 }
 
 static void defaultCallback(int mask, int severity, const char* text, int tab)
 {
     const RtMsgState* const state = messageState();
-    if (!state)
+    if (!state || !text)
         return;
-    if (wantedOnConsole(state, mask))
-        writeLine(stdout, state->console_flags.load(relaxed), mask, severity, text, tab, true);
-    if (wantedInLogFile(state, mask))
-        writeLine(state->log_file.load(relaxed), state->log_file_flags.load(relaxed), mask,
-                  severity, text, tab, false);
+    const uint32_t console_flags = state->console_flags.load(relaxed);
+    if (contains(console_flags, mask))
+        writeLine(stdout, console_flags, mask, severity, text, tab, true);
+    const uint32_t file_flags = state->log_file_flags.load(relaxed);
+    FILE* const file = state->log_file.load(std::memory_order_acquire);
+    if (file && contains(file_flags, mask))
+        writeLine(file, file_flags, mask, severity, text, tab, false);
 }
 
-// ---- Emitting ----
+// ------------------------------------------------------------------------------- emission
 
-static void logHeader()
+static void emitHeader()
 {
     char host[256 + 2];
-    if (hostName(host, sizeof host - 2))
+    if (rv::hostName(host, 256))
         strcat(host, ", ");
     else
         host[0] = '\0';
-    char time[32];
-    localTimeText(time);
+    char time_text[64];
+    rv::localTimeText(time_text);
     char vendor[256];
-    processorVendor(vendor, sizeof vendor);
-    RvMsgInfo("log started %s", time);
+    rv::processorVendor(vendor, sizeof vendor);
+
+    RvMsgInfo("log started %s", time_text);
     RvMsgInfo("%s", RvGetVersionInfo());
-    RvMsgInfo("running on %s%d x %d mhz %s with %d mb", host, processorCount(), processorMHz(),
-              vendor, static_cast<int>(physicalMemory() >> 20));
+    RvMsgInfo("running on %s%d x %d mhz %s with %d mb", host, rv::processorCount(),
+              rv::processorMHz(), vendor, int(rv::physicalMemory() >> 20));
     RvMsgInfo("%s", "");
 }
 
-// True when the message reached a destination, whatever the callback made of it.
-static bool emit(int mask, int severity, const char* format, va_list arguments)
+static bool isWanted(const RtMsgState* state, int mask)
 {
-    RtMsgState* const state = messageState();
-    if (!state || (!wantedOnConsole(state, mask) && !wantedInLogFile(state, mask)))
+    return contains(state->console_flags.load(relaxed), mask) ||
+           (state->log_file.load(relaxed) && contains(state->log_file_flags.load(relaxed), mask));
+}
+
+// Hands the message to the callback; false when no destination wants it.
+static bool emit(RtMsgState* state, int mask, int severity, const char* format, va_list arguments)
+{
+    if (!isWanted(state, mask))
         return false;
-    if (!state->header_done.exchange(true))
-        logHeader();
-    char text[text_size];
-    vsnprintf(text, sizeof text, format, arguments);
-    const int tab = state->tab.load(relaxed);
+    // Set before the header is written: its own messages must not ask for another.
+    if (!state->header_done.exchange(true, relaxed))
+        emitHeader();
+    char text[text_bytes];
+    if (!format || vsnprintf(text, sizeof text, format, arguments) < 0)
+        text[0] = '\0';
     if (const RtMsgCallback callback = state->callback.load(relaxed))
-        callback(mask, severity, text, tab > 0 ? tab : 0);
+        callback(mask, severity, text, std::max(state->tab.load(relaxed), 0));
     return true;
 }
 
-// True when the warning is to be dropped. The notice that warnings stop counts itself.
-static bool isOverLimit(int mask)
+static void emitNotice(RtMsgState* state, const char* format, ...) RV_PRINTF_LIKE(2, 3);
+static void emitNotice(RtMsgState* state, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    emit(state, RV_LOG_WARNINGS, warning, format, arguments);
+    va_end(arguments);
+}
+
+// Counts a warning; false when the limit suppresses it.
+static bool passesWarningLimit(RtMsgState* state, int mask)
+{
+    if (!contains(state->console_flags.load(relaxed), mask) &&
+        !contains(state->log_file_flags.load(relaxed), mask))
+        return true;
+    const uint32_t limit = state->max_warnings.load(relaxed);
+    const uint32_t number = state->warning_count.fetch_add(1, relaxed) + 1;
+    if (limit == 0 || number > limit)
+        return false;
+    if (number < limit)
+        return true;
+    // Required: the notice takes the place of the last warning and counts itself, so a limit of
+    // 100 shows 99 warnings and then says 101.
+    emitNotice(state, "too many warnings (%d)", int(limit + 1));
+    return false;
+}
+
+static void emitWarning(int mask, const char* format, va_list arguments)
 {
     RtMsgState* const state = messageState();
-    if (!state ||
-        (!wantedOnConsole(state, mask) && !isWanted(mask, state->log_file_flags.load(relaxed))))
-        return false;
-    const uint32_t count = state->warning_count.fetch_add(1, relaxed) + 1;
-    const uint32_t limit = state->max_warnings.load(relaxed);
-    if (limit == 0 || count > limit)
-        return true;
-    if (count < limit)
-        return false;
-    state->warning_count.store(0, relaxed);
-    state->max_warnings.store(limit + 1, relaxed);
-    // Required: the number is one more than the limit.
-    RvMsgWarning("too many warnings (%d)", static_cast<int>(limit + 1));
-    state->max_warnings.store(limit, relaxed);
-    state->warning_count.store(limit, relaxed);
-    return true;
+    if (state && passesWarningLimit(state, mask))
+        emit(state, mask, warning, format, arguments);
 }
 
-RtMsgState* msgStateCreate()
+static void emitPlain(int mask, const char* format, va_list arguments)
 {
-    void* const memory = RvMalloc_func(sizeof(RtMsgState), module_path, __LINE__, "msgStateCreate");
-    if (!memory)
-        return nullptr;
-    RtMsgState* const state = new (memory) RtMsgState{};
-    state->callback = defaultCallback;
-    state->log_file_flags = RV_LOG_ALL;
-    state->max_warnings = 100;
-    return state;
+    if (RtMsgState* const state = messageState())
+        emit(state, mask, plain, format, arguments);
 }
 
-void msgStateDestroy(RtMsgState* state)
-{
-    if (FILE* const file = state->log_file.load())
-        fclose(file);
-    state->~RtMsgState();
-    RvFree_func(state);
-}
+// Runs whether or not the error was shown anywhere.
+static void applyAbortOnError() { rv::the_frame->hooks->errorLogged(); }
 
-void reachedInError(const char* module, int line, const char* function)
-{
-    RvMsgFatal("reached code line in error: %s:%d (in %s)", module, line, function);
-}
-
-} // namespace rv
-
-// ---- Entry points ----
-
-#define RV_EMIT(mask, severity, format)                                                            \
+// The variadic functions differ in one call only.
+#define FORWARD_MESSAGE(call)                                                                      \
     va_list arguments;                                                                             \
     va_start(arguments, format);                                                                   \
-    const bool was_shown = rv::emit(mask, severity, format, arguments);                            \
+    call;                                                                                          \
     va_end(arguments)
 
 void RvMsgInfo(const char* format, ...)
 {
-    RV_EMIT(RV_LOG_INFO, 0, format);
-    (void)was_shown;
-}
-
-void RvMsgInfoMasked(int mask, const char* format, ...)
-{
-    RV_EMIT(mask, 0, format);
-    (void)was_shown;
+    FORWARD_MESSAGE(emitPlain(RV_LOG_INFO, format, arguments));
 }
 
 void RvMsgDebug(const char* format, ...)
 {
-    RV_EMIT(RV_LOG_DEBUG, 0, format);
-    (void)was_shown;
+    FORWARD_MESSAGE(emitPlain(RV_LOG_DEBUG, format, arguments));
+}
+
+void RvMsgInfoMasked(int mask, const char* format, ...)
+{
+    FORWARD_MESSAGE(emitPlain(mask, format, arguments));
 }
 
 void RvMsgWarning(const char* format, ...)
 {
-    if (rv::isOverLimit(RV_LOG_WARNINGS))
-        return;
-    RV_EMIT(RV_LOG_WARNINGS, 1, format);
-    (void)was_shown;
+    FORWARD_MESSAGE(emitWarning(RV_LOG_WARNINGS, format, arguments));
 }
 
 void RvMsgWarningMasked(int mask, const char* format, ...)
 {
-    if (rv::isOverLimit(mask))
-        return;
-    RV_EMIT(mask, 1, format);
-    (void)was_shown;
+    FORWARD_MESSAGE(emitWarning(mask, format, arguments));
 }
 
 void RvMsgError(const char* format, ...)
 {
-    RV_EMIT(RV_LOG_ERRORS, 2, format);
-    (void)was_shown;
-    if (rv::the_frame && rv::the_frame->hooks)
-        rv::the_frame->hooks->errorLogged();
+    RtMsgState* const state = messageState();
+    if (!state)
+        return;
+    FORWARD_MESSAGE(emit(state, RV_LOG_ERRORS, error, format, arguments));
+    applyAbortOnError();
 }
 
-// Required: a fatal message that no destination wants lets the process go on.
+// Required: a fatal message that no destination wants does not end the process.
 void RvMsgFatal(const char* format, ...)
 {
-    RV_EMIT(RV_LOG_ERRORS, 3, format);
-    if (was_shown)
+    RtMsgState* const state = messageState();
+    if (!state)
+        return;
+    bool shown;
+    FORWARD_MESSAGE(shown = emit(state, RV_LOG_ERRORS, fatal, format, arguments));
+    if (shown)
         abort();
-    if (rv::the_frame && rv::the_frame->hooks)
-        rv::the_frame->hooks->errorLogged();
+    applyAbortOnError();
 }
 
-// ---- Settings ----
+void rv::reachedInError(const char* module, int line, const char* function)
+{
+    RvMsgFatal("reached code line in error: %s:%d (in %s)", module, line, function);
+}
+
+// ------------------------------------------------------------------------------- settings
 
 void RvMsgTab(int delta)
 {
-    if (RtMsgState* const state = rv::messageState())
-        state->tab.fetch_add(delta, rv::relaxed);
+    if (RtMsgState* const state = messageState())
+        state->tab.fetch_add(delta, relaxed);
 }
 
 void RvMsgSetConsoleFlags(int flags)
 {
-    if (RtMsgState* const state = rv::messageState())
-        state->console_flags = static_cast<uint32_t>(flags);
+    if (RtMsgState* const state = messageState())
+        state->console_flags.store(uint32_t(flags), relaxed);
 }
 
 void RvMsgSetLogFileFlags(int flags)
 {
-    if (RtMsgState* const state = rv::messageState())
-        state->log_file_flags = static_cast<uint32_t>(flags);
+    if (RtMsgState* const state = messageState())
+        state->log_file_flags.store(uint32_t(flags), relaxed);
 }
 
 void RvMsgSetLogFileName(const char* name)
 {
-    RtMsgState* const state = rv::messageState();
-    if (state && name && *name && !state->log_file)
-        state->log_file = fopen(name, "w");
+    RtMsgState* const state = messageState();
+    if (!state || !name || !*name || state->log_file.load(relaxed))
+        return;
+    FILE* const file = fopen(name, "w");
+    FILE* none = nullptr;
+    if (file &&
+        !state->log_file.compare_exchange_strong(none, file, std::memory_order_release, relaxed))
+        fclose(file); // another thread was first
 }
 
 void RvMsgSetMaxWarnings(int n)
 {
-    if (RtMsgState* const state = rv::messageState())
-        state->max_warnings = static_cast<uint32_t>(n);
+    if (RtMsgState* const state = messageState())
+        state->max_warnings.store(uint32_t(n), relaxed);
 }
 
 void RvMsgSetCallback(RtMsgCallback callback)
 {
-    if (RtMsgState* const state = rv::messageState())
-        state->callback = callback;
+    if (RtMsgState* const state = messageState())
+        state->callback.store(callback, relaxed);
 }
 
-void RvMsgResetCallback(void) { RvMsgSetCallback(rv::defaultCallback); }
+void RvMsgResetCallback(void) { RvMsgSetCallback(defaultCallback); }
 
 uint32_t RvMsgUtilGetElapsedTime(void)
 {
@@ -315,3 +349,25 @@ uint32_t RvMsgUtilGetElapsedTime(void)
 }
 
 uint64_t RvMsgUtilGetUsedMemory(void) { return rv::residentMemory(); }
+
+RtMsgState* rv::msgStateCreate()
+{
+    void* const memory =
+        RvMalloc_func(sizeof(RtMsgState), "core\\src\\msg", __LINE__, "msgStateCreate");
+    if (!memory)
+        return nullptr;
+    auto* const state = new (memory) RtMsgState{};
+    state->callback.store(defaultCallback, relaxed);
+    state->log_file_flags.store(RV_LOG_ALL, relaxed);
+    state->max_warnings.store(100, relaxed);
+    return state;
+}
+
+void rv::msgStateDestroy(RtMsgState* state)
+{
+    if (!state)
+        return;
+    if (FILE* const file = state->log_file.load(std::memory_order_acquire))
+        fclose(file);
+    RvFree_func(state);
+}

@@ -1,114 +1,132 @@
-// shash: the simple hash from strings to pointers.
+// shash: the simple hash. Declared by shash.h.
+//
+// At most half of the slots are live and at most three quarters live or removed, so every search
+// meets an empty slot and ends.
 #include "shash.h"
 
-#include "rv_msg.h"
 #include "strpool.h"
+#include "system/critical_section.h"
 
 #include <new>
 
-static const char* const module_path = "core\\src\\shash";
+using Slot = RtSimpleHash::Slot;
+
+static constexpr unsigned first_capacity = 512;
+
+static bool isEmpty(const Slot& slot) { return !slot.value; }
+static bool isRemoved(const Slot& slot) { return slot.value && !slot.key; }
+static bool isLive(const Slot& slot) { return slot.value && slot.key; }
 
 namespace {
 
-constexpr unsigned initial_capacity = 512;
-
-struct TableGuard {
-    explicit TableGuard(RtSimpleHash* t) : table(t) { RvCritSecEnter(&table->lock); }
-    ~TableGuard() { RvCritSecLeave(&table->lock); }
-    TableGuard(const TableGuard&) = delete;
-    TableGuard& operator=(const TableGuard&) = delete;
-    RtSimpleHash* table;
-};
-
-RtSimpleHash::Slot* createSlots(unsigned capacity, const char* location)
-{
-    return static_cast<RtSimpleHash::Slot*>(
-        rv::allocateTable(capacity, sizeof(RtSimpleHash::Slot), module_path, __LINE__, location));
-}
-
+// Visits the slots of a hash value: steps of 1, 2, 3 and so on reach every slot of a table whose
+// capacity is a power of two.
 struct Probe {
-    RtSimpleHash::Slot* found; // the live slot of the key, or null
-    RtSimpleHash::Slot* free;  // where it would go
+    Probe(const RtSimpleHash* t, uint32_t hash) : Probe(t->slots, t->capacity, hash) {}
+    Probe(Slot* s, unsigned capacity, uint32_t hash) : slots(s), mask(capacity - 1), i(hash & mask)
+    {
+    }
+    Slot* slot() const { return &slots[i]; }
+    void next() { i = (i + ++step) & mask; }
+
+    Slot* slots;
+    unsigned mask, i, step = 0;
 };
-
-// Steps of 1, 2, 3, ... visit every slot of a table whose size is a power of two. The search ends
-// at an empty slot; there always is one.
-Probe probe(const RtSimpleHash* table, const char* key, uint32_t hash)
-{
-    const unsigned mask = table->capacity - 1;
-    RtSimpleHash::Slot* tombstone = nullptr;
-    unsigned i = hash & mask;
-    for (unsigned step = 1;; i = (i + step++) & mask) {
-        RtSimpleHash::Slot* const slot = &table->slots[i];
-        if (!slot->value)
-            return { nullptr, tombstone ? tombstone : slot };
-        if (!slot->key) {
-            if (!tombstone)
-                tombstone = slot;
-        } else if (slot->hash == hash && !strcmp(slot->key, key)) {
-            return { slot, nullptr };
-        }
-    }
-}
-
-void insertInto(RtSimpleHash::Slot* slots, unsigned capacity, const RtSimpleHash::Slot& entry)
-{
-    const unsigned mask = capacity - 1;
-    unsigned i = entry.hash & mask;
-    for (unsigned step = 1; slots[i].value; i = (i + step++) & mask) {
-    }
-    slots[i] = entry;
-}
-
-// Moves the live entries to a table of the given capacity. False when the heap is exhausted.
-bool rebuild(RtSimpleHash* table, unsigned capacity)
-{
-    RtSimpleHash::Slot* const slots = createSlots(capacity, "resize");
-    if (!slots)
-        return false;
-    for (unsigned i = 0; i < table->capacity; ++i)
-        if (table->slots[i].value && table->slots[i].key)
-            insertInto(slots, capacity, table->slots[i]);
-    RvFree_func(table->slots);
-    table->slots = slots;
-    table->capacity = capacity;
-    table->tombstones = 0;
-    return true;
-}
-
-// Live entries alone decide about growth. Tombstones end no search, so when the two together fill
-// three quarters of the table, the tombstones are swept out.
-void keepSearchesShort(RtSimpleHash* table)
-{
-    if (table->capacity < 2 * uint64_t(table->count))
-        rebuild(table, table->capacity * 2);
-    else if ((table->count + table->tombstones) * uint64_t(4) > table->capacity * uint64_t(3))
-        rebuild(table, table->capacity);
-}
-
-// Whether one more entry leaves an empty slot, after growth has failed too.
-bool hasRoom(RtSimpleHash* table)
-{
-    return table->count + table->tombstones + 1 < table->capacity ||
-           rebuild(table, table->capacity * 2);
-}
 
 } // namespace
 
 RtSimpleHash* simpleHash_new()
 {
     void* const memory =
-        RvMalloc_func(sizeof(RtSimpleHash), module_path, __LINE__, "simpleHash_new");
+        RvMalloc_func(sizeof(RtSimpleHash), "core\\src\\shash", __LINE__, "simpleHash_new");
     if (!memory)
         return nullptr;
-    RtSimpleHash* const table = new (memory) RtSimpleHash{};
-    table->capacity = initial_capacity;
-    table->slots = createSlots(initial_capacity, "simpleHash_new");
-    RvCritSecInit(&table->lock);
-    if (table->slots && table->lock.handle)
-        return table;
-    simpleHash_destroy(table);
-    return nullptr;
+    auto* const table = new (memory) RtSimpleHash{};
+    table->capacity = first_capacity;
+    table->slots = static_cast<Slot*>(rv::allocateTable(
+        first_capacity * sizeof(Slot), "core\\src\\shash", __LINE__, "simpleHash_new"));
+    if (table->slots)
+        RvCritSecInitRecursive(&table->lock);
+    if (!table->lock.handle) {
+        RvFree_func(table->slots);
+        RvFree_func(table);
+        return nullptr;
+    }
+    return table;
+}
+
+// The live slot of the key, or null; then *vacant is the slot where it belongs.
+static Slot* search(const RtSimpleHash* table, const char* key, uint32_t hash, Slot** vacant)
+{
+    Slot* first_removed = nullptr;
+    for (Probe probe(table, hash);; probe.next()) {
+        Slot* const slot = probe.slot();
+        if (isEmpty(*slot)) {
+            *vacant = first_removed ? first_removed : slot;
+            return nullptr;
+        }
+        if (isRemoved(*slot)) {
+            if (!first_removed)
+                first_removed = slot;
+        } else if (slot->hash == hash && (slot->key == key || strcmp(slot->key, key) == 0)) {
+            return slot;
+        }
+    }
+}
+
+static Slot* firstEmpty(Slot* slots, unsigned capacity, uint32_t hash)
+{
+    Probe probe(slots, capacity, hash);
+    while (!isEmpty(*probe.slot()))
+        probe.next();
+    return probe.slot();
+}
+
+static void moveInto(RtSimpleHash* table, Slot* slots, unsigned capacity)
+{
+    for (unsigned i = 0; i < table->capacity; ++i)
+        if (isLive(table->slots[i]))
+            *firstEmpty(slots, capacity, table->slots[i].hash) = table->slots[i];
+    RvFree_func(table->slots);
+    table->slots = slots;
+    table->capacity = capacity;
+    table->tombstones = 0;
+}
+
+// Puts the entry of slots[i] where its probing first meets a slot that is not settled. An entry
+// that stood there comes back to slots[i]. Returns whether slots[i] has an entry left to settle.
+static bool settleEntry(RtSimpleHash* table, unsigned i)
+{
+    Probe probe(table, table->slots[i].hash);
+    while (probe.slot()->settled)
+        probe.next();
+    Slot* const target = probe.slot();
+    std::swap(*target, table->slots[i]);
+    target->settled = true;
+    return isLive(table->slots[i]) && !table->slots[i].settled;
+}
+
+// Makes every removed slot usable again, in place, so that it cannot fail. Settled entries do not
+// move any more, and all slots that a settled entry has passed are settled: no search breaks off.
+static void sweepRemoved(RtSimpleHash* table)
+{
+    for (unsigned i = 0; i < table->capacity; ++i)
+        if (isRemoved(table->slots[i]))
+            table->slots[i] = {};
+    for (unsigned i = 0; i < table->capacity; ++i)
+        if (isLive(table->slots[i]) && !table->slots[i].settled)
+            while (settleEntry(table, i)) {
+            }
+    for (unsigned i = 0; i < table->capacity; ++i)
+        table->slots[i].settled = false;
+    table->tombstones = 0;
+}
+
+// Renaming one node in a loop leaves a removed slot each time. Without a sweep they would use up
+// the empty slots, and with the last one a search for an absent key would never end.
+static bool needsSweep(const RtSimpleHash* table)
+{
+    return table->count + table->tombstones >= table->capacity / 4 * 3;
 }
 
 bool simpleHash_insert(RtSimpleHash* table, const char* key, void* value)
@@ -116,40 +134,54 @@ bool simpleHash_insert(RtSimpleHash* table, const char* key, void* value)
     if (!table || !key || !value)
         return false;
     const uint32_t hash = rv::stringHash(key);
-    const TableGuard guard(table);
-    const Probe at = probe(table, key, hash);
-    if (at.found) {
-        at.found->value = value;
+    const rv::CritSecLock guard(&table->lock);
+    Slot* vacant;
+    if (Slot* const present = search(table, key, hash, &vacant)) {
+        present->value = value;
         return true;
     }
-    if (!hasRoom(table))
+    // All memory first: a failure leaves the table as it was.
+    Slot* grown = nullptr;
+    const uint64_t needed = 2 * uint64_t{ table->count } + 2;
+    if (table->capacity < needed) {
+        grown = static_cast<Slot*>(rv::allocateTable(uint64_t{ table->capacity } * 2 * sizeof(Slot),
+                                                     "core\\src\\shash", __LINE__, "resize"));
+        if (!grown)
+            return false;
+    }
+    const char* const stored_key = table->intern_keys ? rv::internString(key) : key;
+    if (!stored_key) {
+        RvFree_func(grown);
         return false;
-    const char* const kept = table->intern_keys ? rv::internString(key) : key;
-    if (!kept)
-        return false;
-    RtSimpleHash::Slot* const slot = probe(table, key, hash).free;
-    if (slot->value)
+    }
+    if (isRemoved(*vacant)) {
         --table->tombstones;
-    *slot = { hash, kept, value };
+    } else if (!grown && needsSweep(table)) {
+        sweepRemoved(table);
+        vacant = firstEmpty(table->slots, table->capacity, hash);
+    }
+    *vacant = { .hash = hash, .settled = false, .key = stored_key, .value = value };
     ++table->count;
-    keepSearchesShort(table);
+    if (grown)
+        moveInto(table, grown, table->capacity * 2);
     return true;
+}
+
+void* simpleHash_lookupFrozen(const RtSimpleHash* table, const char* key)
+{
+    if (!table || !key)
+        return nullptr;
+    Slot* vacant;
+    const Slot* const slot = search(table, key, rv::stringHash(key), &vacant);
+    return slot ? slot->value : nullptr;
 }
 
 void* simpleHash_lookup(RtSimpleHash* table, const char* key)
 {
     if (!table || !key)
         return nullptr;
-    const uint32_t hash = rv::stringHash(key);
-    const TableGuard guard(table);
-    const RtSimpleHash::Slot* const slot = probe(table, key, hash).found;
-    return slot ? slot->value : nullptr;
-}
-
-void* simpleHash_lookupFrozen(const RtSimpleHash* table, const char* key)
-{
-    const RtSimpleHash::Slot* const slot = probe(table, key, rv::stringHash(key)).found;
-    return slot ? slot->value : nullptr;
+    const rv::CritSecLock guard(&table->lock);
+    return simpleHash_lookupFrozen(table, key);
 }
 
 void simpleHash_remove(RtSimpleHash* table, const char* key)
@@ -157,23 +189,25 @@ void simpleHash_remove(RtSimpleHash* table, const char* key)
     if (!table || !key)
         return;
     const uint32_t hash = rv::stringHash(key);
-    const TableGuard guard(table);
-    RtSimpleHash::Slot* const slot = probe(table, key, hash).found;
+    const rv::CritSecLock guard(&table->lock);
+    Slot* vacant;
+    Slot* const slot = search(table, key, hash, &vacant);
     if (!slot)
         return;
-    if (table->intern_keys)
-        rv::releaseString(slot->key);
+    const char* const stored_key = slot->key;
     slot->key = nullptr;
     --table->count;
     ++table->tombstones;
+    if (table->intern_keys)
+        rv::releaseString(stored_key);
 }
 
 void simpleHash_destroy(RtSimpleHash* table)
 {
     if (!table)
         return;
-    for (unsigned i = 0; table->slots && table->intern_keys && i < table->capacity; ++i)
-        if (table->slots[i].value && table->slots[i].key)
+    for (unsigned i = 0; table->intern_keys && i < table->capacity; ++i)
+        if (isLive(table->slots[i]))
             rv::releaseString(table->slots[i].key);
     RvCritSecClose(&table->lock);
     RvFree_func(table->slots);

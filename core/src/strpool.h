@@ -21,6 +21,7 @@ struct RtStringPool {
     unsigned hits;           // additions that found the string present
     RtCritSec lock;          // guards everything above and below
     Slot* slots;
+    uint8_t* tags;       // one byte per slot, by which searches pass slots without reading them
     unsigned capacity;   // a power of two, at least 16
     unsigned tombstones; // removed slots not used again yet
 

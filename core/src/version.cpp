@@ -1,54 +1,51 @@
-// version: the library's own version and what it was built with (rv_plugins.h).
+// version: what this library is, and which plug-ins it accepts. Declared by rv_plugins.h.
 #include "rv_plugins.h"
 
-#include <stdio.h>
+#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
-static const char* const architecture = "3";
-static const char* const major_version = "3";
-static const char* const minor_version = "6";
-static const char* const fix_version = "0";
-static const long first_incompatible_minor = 7;
+// Required: this line is part of the interface's version. It names the reference build, whichever
+// compiler and platform made the running library.
+#define COMPILE_OPTIONS "windows 64-bit icc oiio sse (build date: May 18 2011 12:57:19)"
+static_assert(sizeof(void*) == 8, "the compile options state the width of a pointer");
+
+// Plug-ins built against 3.3.0 up to, and without, this minor version are accepted.
+static constexpr long first_incompatible_minor = 7;
 
 const char* RvGetVersion(char* arch, char* major, char* minor, char* fix)
 {
-    const struct {
-        char* out;
-        const char* text;
-    } parts[] = {
-        { arch, architecture },
-        { major, major_version },
-        { minor, minor_version },
-        { fix, fix_version },
-    };
-    for (const auto& part : parts)
-        if (part.out)
-            memcpy(part.out, part.text, 2);
+    if (arch)
+        strcpy(arch, "3");
+    if (major)
+        strcpy(major, "3");
+    if (minor)
+        strcpy(minor, "6");
+    if (fix)
+        strcpy(fix, "0");
     return RV_VERSION;
-}
-
-// Required: the text is that of the interface's version, not of this build.
-const char* RvGetCompileOptions(void)
-{
-    static char text[128];
-    snprintf(text, sizeof text, "windows %d-bit icc oiio sse (build date: May 18 2011 12:57:19)",
-             64);
-    return text;
 }
 
 const char* RvGetVersionInfo(void)
 {
-    static char text[192];
-    snprintf(text, sizeof text, "Ruvell %s %s", RV_VERSION, RvGetCompileOptions());
-    return text;
+    static const char info[] = "Ruvell " RV_VERSION " " COMPILE_OPTIONS;
+    return info;
 }
 
+const char* RvGetCompileOptions(void)
+{
+    static const char options[] = COMPILE_OPTIONS;
+    return options;
+}
+
+// Required: the fix number plays no part.
 bool RvCheckAPIVersion(const char* arch, const char* major, const char* minor)
 {
-    if (!arch || !major || !minor || strcmp(arch, architecture) || strcmp(major, major_version))
+    if (!arch || !major || !minor || strcmp(arch, "3") != 0 || strcmp(major, "3") != 0)
         return false;
-    char* end = nullptr;
+    char* end;
+    errno = 0;
     const long number = strtol(minor, &end, 10);
-    return end != minor && !*end && number < first_incompatible_minor;
+    const bool is_whole_number = end != minor && *end == '\0' && errno == 0;
+    return is_whole_number && number < first_incompatible_minor;
 }

@@ -1,11 +1,9 @@
-// critical_section: recursive locks (rv_threads.h).
+// critical_section: the lock primitive of the library, always recursive. Declared by rv_threads.h.
 #include "rv_memory.h"
 #include "rv_threads.h"
 
 #include <mutex>
 #include <new>
-
-static const char* const module_path = "core\\src\\system\\critical_section";
 
 static std::recursive_mutex* mutexOf(const RtCritSec* cs)
 {
@@ -17,7 +15,8 @@ void RvCritSecInit(RtCritSec* cs)
     if (!cs)
         return;
     void* const memory =
-        RvMalloc_func(sizeof(std::recursive_mutex), module_path, __LINE__, "RvCritSecInit");
+        RvMalloc_func(sizeof(std::recursive_mutex), "core\\src\\system\\critical_section", __LINE__,
+                      "RvCritSecInit");
     cs->handle = memory ? new (memory) std::recursive_mutex : nullptr;
 }
 
@@ -40,7 +39,7 @@ void RvCritSecClose(RtCritSec* cs)
     std::recursive_mutex* const mutex = mutexOf(cs);
     if (!mutex)
         return;
+    cs->handle = nullptr;
     mutex->~recursive_mutex();
     RvFree_func(mutex);
-    cs->handle = nullptr;
 }

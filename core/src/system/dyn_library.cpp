@@ -1,57 +1,92 @@
 // dyn_library: dynamic libraries of the platform.
 #include "system/dyn_library.h"
 
-#include "rv_memory.h"
+#include "system/memory.h"
 
 #include <dlfcn.h>
+#include <stdio.h>
 #include <string.h>
-
-static const char* const module_path = "core\\src\\system\\dyn_library";
-static const char* const extension = ".so";
+#include <unistd.h>
 
 namespace rv {
 
-static bool endsIn(const char* text, size_t length, const char* ending)
+static constexpr char platform_extension[] = ".so";
+static constexpr size_t extension_length = sizeof platform_extension - 1;
+
+// Of the last load of each thread that failed.
+static thread_local char load_error[1024];
+
+static void* openFile(const char* path)
 {
-    const size_t ending_length = strlen(ending);
-    return length >= ending_length && !strcmp(text + length - ending_length, ending);
+    void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (!library) {
+        const char* const reason = dlerror();
+        snprintf(load_error, sizeof load_error, "%s", reason ? reason : "unknown error");
+    }
+    return library;
 }
 
-static void* open(const char* path) { return dlopen(path, RTLD_NOW | RTLD_LOCAL); }
-
-// Loads the first `length` characters of path with the platform's extension.
-static void* openWithExtension(const char* path, size_t length)
+// The system's loader looks for a bare name in its own folders only; a file of that name in the
+// current folder is what the caller means.
+static void* openPath(const char* path)
 {
-    const size_t size = length + strlen(extension) + 1;
-    char* const name =
-        size < INT32_MAX ? static_cast<char*>(RvMalloc_func(static_cast<unsigned>(size),
-                                                            module_path, __LINE__, "RvLibraryLoad"))
-                         : nullptr;
-    if (!name)
-        return nullptr;
-    memcpy(name, path, length);
-    strcpy(name + length, extension);
-    void* const library = open(name);
-    RvFree_func(name);
+    char here[1024];
+    const bool bare = !strchr(path, '/');
+    if (bare && size_t(snprintf(here, sizeof here, "./%s", path)) < sizeof here &&
+        access(here, F_OK) == 0)
+        return openFile(here);
+    return openFile(path);
+}
+
+// The first stem_length characters of path with the platform's extension; null after an error.
+static char* withPlatformExtension(const char* path, size_t stem_length)
+{
+    const size_t size = stem_length + sizeof platform_extension;
+    char* const full = static_cast<char*>(
+        allocate(size, "core\\src\\system\\dyn_library", __LINE__, "RvLibraryLoad"));
+    if (full) {
+        memcpy(full, path, stem_length);
+        memcpy(full + stem_length, platform_extension, sizeof platform_extension);
+    }
+    return full;
+}
+
+static void* openWithPlatformExtension(const char* path, size_t stem_length)
+{
+    char* const full = withPlatformExtension(path, stem_length);
+    void* const library = full ? openPath(full) : nullptr;
+    if (!full)
+        snprintf(load_error, sizeof load_error, "%s: out of memory", path);
+    RvFree_func(full);
     return library;
+}
+
+static bool hasExtension(const char* path)
+{
+    const char* const folder_end = strrchr(path, '/');
+    return strchr(folder_end ? folder_end : path, '.') != nullptr;
 }
 
 void* libraryLoad(const char* path)
 {
-    if (!path || !*path)
+    if (!path || !*path) { // the system would open the running program
+        snprintf(load_error, sizeof load_error, "no library named");
         return nullptr;
+    }
     const size_t length = strlen(path);
-    if (length >= 4 && endsIn(path, length, ".so"))
-        return openWithExtension(path, length - 3);
-    if (void* const library = open(path))
+    const bool ends_in_so =
+        length >= extension_length + 1 && strcmp(path + length - extension_length, ".so") == 0;
+    if (ends_in_so)
+        return openWithPlatformExtension(path, length - extension_length);
+    void* const library = openPath(path);
+    if (library || hasExtension(path))
         return library;
-    const char* const slash = strrchr(path, '/');
-    return strchr(slash ? slash : path, '.') ? nullptr : openWithExtension(path, length);
+    return openWithPlatformExtension(path, length);
 }
 
 void* librarySymbol(void* library, const char* name)
 {
-    return library ? dlsym(library, name) : nullptr;
+    return library && name ? dlsym(library, name) : nullptr;
 }
 
 void libraryClose(void* library)
@@ -60,15 +95,6 @@ void libraryClose(void* library)
         dlclose(library);
 }
 
-const char* libraryError()
-{
-    static thread_local char text[1024];
-    const char* const error = dlerror();
-    strncpy(text, error ? error : "", sizeof text - 1);
-    const size_t length = strlen(text);
-    if (length && text[length - 1] == '\n')
-        text[length - 1] = '\0';
-    return text;
-}
+const char* libraryError() { return load_error; }
 
 } // namespace rv

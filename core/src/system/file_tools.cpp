@@ -2,104 +2,115 @@
 #include "system/file_tools.h"
 
 #include "rv_memory.h"
-#include "text.h"
 
 #include <dirent.h>
-#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
-
-static const char* const module_path = "core\\src\\system\\file_tools";
-static constexpr char separator = ';';
+#include <sys/stat.h>
 
 size_t RvNextPath(const char* multipath, char* path, size_t size)
 {
-    const char* begin = multipath;
-    while (*begin == separator)
-        ++begin;
-    const size_t length = strcspn(begin, ";");
-    if (!length)
+    if (size > 0)
+        path[0] = '\0';
+    if (!multipath)
         return 0;
-    const size_t copied = length < size ? length : size - 1;
-    memcpy(path, begin, copied);
-    path[copied] = '\0';
-    return static_cast<size_t>(begin - multipath) + length;
+    const size_t separators = strspn(multipath, ";");
+    const char* const entry = multipath + separators;
+    const size_t length = strcspn(entry, ";");
+    if (length == 0)
+        return 0;
+    if (size > 0) {
+        const size_t kept = length < size ? length : size - 1;
+        memcpy(path, entry, kept);
+        path[kept] = '\0';
+    }
+    return separators + length;
 }
 
-namespace {
+// ASCII only: the host's locale must not decide which files are scenes.
+static char lowered(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
 
-// Whether the characters from `dot` (null: there is none) up to `end` are ".ext".
-bool isExtension(const char* dot, const char* end, const char* ext)
+static bool equalIgnoringCase(const char* text, size_t length, const char* other)
 {
-    if (!dot || static_cast<size_t>(end - dot) != strlen(ext) + 1)
-        return false;
-    for (const char* c = dot + 1; c != end; ++c, ++ext)
-        if (rv::lowerCase(*c) != rv::lowerCase(*ext))
-            return false;
-    return true;
+    size_t i = 0;
+    while (i < length && other[i] && lowered(text[i]) == lowered(other[i]))
+        ++i;
+    return i == length && !other[i];
 }
 
-const char* lastDot(const char* begin, const char* end)
+// The last dot in the first `length` characters, or null.
+static const char* lastDot(const char* text, size_t length)
 {
-    while (end != begin)
-        if (*--end == '.')
-            return end;
-    return nullptr;
+    while (length > 0 && text[length - 1] != '.')
+        --length;
+    return length > 0 ? text + length - 1 : nullptr;
 }
-
-constexpr unsigned max_files = 256;
-constexpr size_t max_path = 1024;
-
-struct FileTable {
-    char* names[max_files];
-    char buffers[max_files][max_path];
-};
-static_assert(sizeof(FileTable) == 264192);
-
-// Whether a folder entry matches "*.extension", letter case aside.
-bool matches(const char* name, const char* extension)
-{
-    const char* const end = name + strlen(name);
-    const size_t length = strlen(extension) + 1;
-    return static_cast<size_t>(end - name) >= length && isExtension(end - length, end, extension) &&
-           end[-static_cast<ptrdiff_t>(length)] == '.';
-}
-
-} // namespace
 
 bool RvCheckFileExtension(const char* filename, const char* ext, bool allow_gz)
 {
     if (!filename || !ext)
         return false;
-    const char* const end = filename + strlen(filename);
-    const char* const dot = lastDot(filename, end);
-    if (isExtension(dot, end, ext))
+    const char* end = filename + strlen(filename);
+    const char* dot = lastDot(filename, size_t(end - filename));
+    if (!dot)
+        return false;
+    if (equalIgnoringCase(dot + 1, size_t(end - dot - 1), ext))
         return true;
-    return allow_gz && isExtension(dot, end, "gz") && isExtension(lastDot(filename, dot), dot, ext);
+    if (!allow_gz || !equalIgnoringCase(dot + 1, size_t(end - dot - 1), "gz"))
+        return false;
+    end = dot;
+    dot = lastDot(filename, size_t(end - filename));
+    return dot && equalIgnoringCase(dot + 1, size_t(end - dot - 1), ext);
+}
+
+static constexpr unsigned found_capacity = 256;
+static constexpr unsigned path_bytes = 1024;
+
+namespace {
+
+struct FoundFiles {
+    char* paths[found_capacity];
+    char texts[found_capacity][path_bytes];
+};
+
+} // namespace
+static_assert(sizeof(FoundFiles) == 264192);
+
+static bool nameMatches(const char* name, const char* extension)
+{
+    const char* const dot = strrchr(name, '.');
+    return dot && strcmp(dot + 1, extension) == 0;
+}
+
+static bool isFolder(const char* path)
+{
+    struct stat info;
+    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
 char** RvFindFiles(const char* directory, const char* extension, unsigned* count)
 {
     *count = 0;
-    FileTable* const table = static_cast<FileTable*>(
-        RvMalloc_func(sizeof(FileTable), module_path, __LINE__, "RvFindFiles"));
-    if (!table)
+    if (!directory || !extension)
         return nullptr;
-    for (unsigned i = 0; i < max_files; ++i)
-        table->names[i] = table->buffers[i];
+    auto* const found = static_cast<FoundFiles*>(RvMalloc_func(
+        sizeof(FoundFiles), "core\\src\\system\\file_tools", __LINE__, "RvFindFiles"));
+    if (!found)
+        return nullptr;
     DIR* const folder = opendir(directory);
-    while (folder && *count < max_files) {
-        const dirent* const entry = readdir(folder);
-        if (!entry)
+    while (folder && *count < found_capacity) {
+        const dirent* const item = readdir(folder);
+        if (!item)
             break;
-        if (!matches(entry->d_name, extension))
+        if (!nameMatches(item->d_name, extension))
             continue;
-        const int length =
-            snprintf(table->buffers[*count], max_path, "%s/%s", directory, entry->d_name);
-        if (length > 0 && static_cast<size_t>(length) < max_path)
-            ++*count;
+        char* const path = found->texts[*count];
+        const int length = snprintf(path, path_bytes, "%s/%s", directory, item->d_name);
+        if (unsigned(length) >= path_bytes || isFolder(path)) // a cut path names another file
+            continue;
+        found->paths[(*count)++] = path;
     }
     if (folder)
         closedir(folder);
-    return table->names;
+    return found->paths;
 }

@@ -1,4 +1,7 @@
-// memory: checked heap allocation (rv_memory.h) and bump pools.
+// memory: the checked heap behind rv_memory.h and the bump pools of system/memory.h.
+//
+// Every block of the library's own data passes through here, so that a failure is reported with
+// the place that asked, and so that tests can make any allocation fail.
 #include "system/memory.h"
 
 #include "rv_msg.h"
@@ -9,176 +12,190 @@
 #include <string.h>
 #include <sys/mman.h>
 
-static const char* const module_path = "core\\src\\system\\memory";
-
-namespace rv {
-
 // Allocations that may still succeed; negative: no limit.
 static std::atomic<long> allocations_left{ -1 };
 
-void limitAllocations(long count) { allocations_left = count; }
-
-static bool mayAllocate()
+// Takes one allocation from the limit; false when none is left.
+static bool grantAllocation()
 {
-    if (allocations_left.load(std::memory_order_relaxed) < 0)
-        return true;
-    long left = allocations_left.load();
-    while (left > 0 && !allocations_left.compare_exchange_weak(left, left - 1)) {
+    long left = allocations_left.load(std::memory_order_relaxed);
+    while (left > 0)
+        if (allocations_left.compare_exchange_weak(left, left - 1, std::memory_order_relaxed))
+            return true;
+    return left < 0;
+}
+
+static void reportFailure(const char* verb, size_t size, const char* file, int line,
+                          const char* function)
+{
+    RvMsgError("can't %s %lu bytes in %s:%s():%d", verb, size, file, function, line);
+}
+
+// The three ways to get memory differ only in the call that fetches it.
+template <class Fetch>
+static void* checked(const char* verb, size_t size, const char* file, int line,
+                     const char* function, Fetch fetch)
+{
+    void* block = nullptr;
+    if (size <= UINT32_MAX && grantAllocation())
+        block = fetch();
+    if (!block)
+        reportFailure(verb, size, file, line, function);
+    return block;
+}
+
+void* RvMalloc_func(unsigned size, const char* file, int line, const char* function)
+{
+    return rv::allocate(size, file, line, function);
+}
+
+void* RvRealloc_func(void* block, unsigned size, const char* file, int line, const char* function)
+{
+    if (size == 0) {
+        RvFree_func(block);
+        return nullptr;
     }
-    return left != 0;
+    return checked("reallocate", size, file, line, function, [&] { return realloc(block, size); });
+}
+
+void RvFree_func(void* block) { free(block); }
+
+namespace rv {
+
+void limitAllocations(long count) { allocations_left.store(count, std::memory_order_relaxed); }
+
+void* allocate(size_t size, const char* file, int line, const char* function)
+{
+    if (size == 0)
+        return nullptr;
+    return checked("allocate", size, file, line, function, [&] { return malloc(size); });
+}
+
+static void adviseHugePages(void* block, size_t size)
+{
+    constexpr size_t huge_page = size_t{ 2 } << 20;
+    const uintptr_t begin = (uintptr_t(block) + huge_page - 1) & ~(huge_page - 1);
+    const uintptr_t end = (uintptr_t(block) + size) & ~(huge_page - 1);
+    if (begin < end) // only a wish: a refusal costs speed, nothing else
+        madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
+void* allocateTable(size_t size, const char* file, int line, const char* function)
+{
+    if (size == 0)
+        return nullptr;
+    // calloc takes big blocks fresh from the system and does not touch them, so the advice still
+    // comes before the first page exists.
+    void* const table =
+        checked("allocate", size, file, line, function, [&] { return calloc(size, 1); });
+    if (table)
+        adviseHugePages(table, size);
+    return table;
 }
 
 void* allocateOrThrow(size_t bytes)
 {
-    void* const memory = bytes <= UINT32_MAX ? RvMalloc_func(static_cast<unsigned>(bytes),
-                                                             module_path, __LINE__, "allocate")
-                                             : nullptr;
-    if (!memory)
+    // Containers may ask for nothing and still need a pointer of their own.
+    void* const block =
+        allocate(bytes ? bytes : 1, "core\\src\\system\\memory", __LINE__, "allocateOrThrow");
+    if (!block)
         throw std::bad_alloc();
-    return memory;
-}
-
-static void reportFailure(size_t size, const char* file, int line, const char* function)
-{
-    RvMsgError("can't allocate %lu bytes in %s:%s():%d", static_cast<unsigned long>(size),
-               file ? file : "", function ? function : "", line);
-}
-
-static constexpr size_t huge_page = size_t(2) << 20;
-
-static void adviseHugePages(void* block, size_t size)
-{
-    const uintptr_t begin = (reinterpret_cast<uintptr_t>(block) + huge_page - 1) & ~(huge_page - 1);
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) & ~(huge_page - 1);
-    if (begin < end)
-        madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-}
-
-void* allocateTable(size_t count, size_t record_size, const char* file, int line,
-                    const char* function)
-{
-    void* const block = mayAllocate() ? calloc(count, record_size) : nullptr;
-    if (block)
-        adviseHugePages(block, count * record_size);
-    else
-        reportFailure(count * record_size, file, line, function);
     return block;
 }
 
 } // namespace rv
 
-void* RvMalloc_func(unsigned int size, const char* file, int line, const char* function)
+// A block with an empty payload of `payload` bytes, counted in the pool; null after an error.
+static RtMemPoolBlock* appendBlock(RtMemPool* pool, RtMemPoolBlock* last, size_t payload)
 {
-    if (!size)
-        return nullptr;
-    void* const block = rv::mayAllocate() ? malloc(size) : nullptr;
+    const size_t size = payload + sizeof(RtMemPoolBlock);
+    auto* const block = static_cast<RtMemPoolBlock*>(
+        rv::allocate(size, "core\\src\\system\\memory", __LINE__, "AllocHdr"));
     if (!block)
-        rv::reportFailure(size, file, line, function);
+        return nullptr;
+    block->next = nullptr;
+    block->start = block->cursor = reinterpret_cast<char*>(block + 1);
+    block->end = block->start + payload;
+    if (last)
+        last->next = block;
+    ++pool->block_count;
+    pool->bytes_total += size;
     return block;
 }
 
-void* RvRealloc_func(void* block, unsigned int size, const char* file, int line,
-                     const char* function)
+// Gives the block after `previous` a payload of `payload` bytes; null, with the chain unchanged,
+// after an error.
+static RtMemPoolBlock* growNextBlock(RtMemPool* pool, RtMemPoolBlock* previous, size_t payload)
 {
-    if (!size) {
-        free(block);
+    RtMemPoolBlock* const old = previous->next;
+    const size_t old_payload = size_t(old->end - old->start);
+    const size_t size = payload + sizeof(RtMemPoolBlock);
+    if (size > UINT32_MAX) {
+        reportFailure("reallocate", size, "core\\src\\system\\memory", __LINE__, "Alloc");
         return nullptr;
     }
-    void* const resized = rv::mayAllocate() ? realloc(block, size) : nullptr;
-    if (!resized)
-        RvMsgError("can't reallocate %lu bytes in %s:%s():%d", static_cast<unsigned long>(size),
-                   file ? file : "", function ? function : "", line);
-    return resized;
-}
-
-void RvFree_func(void* block) { free(block); }
-
-// ---- Pools ----
-
-static constexpr unsigned header_size = sizeof(RtMemPoolBlock);
-static_assert(header_size == 32);
-
-static RtMemPoolBlock* createBlock(RtMemPool* pool, unsigned payload)
-{
-    if (payload > UINT32_MAX - header_size)
-        return nullptr;
-    RtMemPoolBlock* const block = static_cast<RtMemPoolBlock*>(
-        RvMalloc_func(payload + header_size, module_path, __LINE__, "AllocHdr"));
+    // A mark left from before a reset may point into the block, which can move. It falls back to
+    // the end of the block in front.
+    for (int i = 0; i <= pool->mark_top; ++i)
+        if (pool->marks[i].block == old)
+            pool->marks[i] = { previous, previous->end };
+    auto* const block = static_cast<RtMemPoolBlock*>(
+        RvRealloc_func(old, unsigned(size), "core\\src\\system\\memory", __LINE__, "Alloc"));
     if (!block)
         return nullptr;
-    char* const start = reinterpret_cast<char*>(block + 1);
-    *block = { nullptr, start, start, start + payload };
-    ++pool->block_count;
-    pool->bytes_total += payload + header_size;
+    block->start = reinterpret_cast<char*>(block + 1);
+    block->end = block->start + payload;
+    previous->next = block;
+    pool->bytes_total += payload - old_payload;
     return block;
 }
 
 RtMemPool* RvMemPoolCreate(unsigned block_size)
 {
-    RtMemPool* const pool = static_cast<RtMemPool*>(
-        RvMalloc_func(sizeof(RtMemPool), module_path, __LINE__, "AllocInit"));
-    if (!pool)
+    void* const memory =
+        RvMalloc_func(sizeof(RtMemPool), "core\\src\\system\\memory", __LINE__, "AllocInit");
+    if (!memory)
         return nullptr;
-    memset(pool, 0, sizeof *pool);
-    pool->bytes_total = sizeof(RtMemPool);
+    auto* const pool = new (memory) RtMemPool{};
     pool->block_size = block_size;
     pool->mark_top = -1;
-    pool->first = pool->current = createBlock(pool, block_size);
-    if (pool->first)
-        return pool;
-    RvFree_func(pool);
-    return nullptr;
-}
-
-// The successor of the current block, grown to hold `bytes`; null when the heap is exhausted.
-static RtMemPoolBlock* growNextBlock(RtMemPool* pool, unsigned bytes)
-{
-    RtMemPoolBlock* const next = pool->current->next;
-    const size_t capacity = static_cast<size_t>(next->end - next->start);
-    if (capacity >= bytes)
-        return next;
-    RtMemPoolBlock* const grown = static_cast<RtMemPoolBlock*>(
-        RvRealloc_func(next, bytes + header_size, module_path, __LINE__, "Alloc"));
-    if (!grown)
+    pool->bytes_total = sizeof(RtMemPool);
+    pool->first = pool->current = appendBlock(pool, nullptr, block_size);
+    if (!pool->first) {
+        RvFree_func(pool);
         return nullptr;
-    grown->start = reinterpret_cast<char*>(grown + 1);
-    grown->end = grown->start + bytes;
-    pool->bytes_total += bytes - capacity;
-    pool->current->next = grown;
-    return grown;
+    }
+    return pool;
 }
 
-namespace rv {
-
-void* poolAllocFromNextBlock(unsigned bytes, RtMemPool* pool)
+void* rv::poolAllocFromNextBlock(size_t bytes, RtMemPool* pool)
 {
     RtMemPoolBlock* const exhausted = pool->current;
-    RtMemPoolBlock* next = nullptr;
-    if (exhausted->next)
-        next = growNextBlock(pool, bytes);
-    else
-        next = exhausted->next =
-            createBlock(pool, bytes > pool->block_size ? bytes : pool->block_size);
-    if (!next)
+    RtMemPoolBlock* block = exhausted->next;
+    if (!block)
+        block = appendBlock(pool, exhausted, bytes > pool->block_size ? bytes : pool->block_size);
+    else if (size_t(block->end - block->start) < bytes)
+        block = growNextBlock(pool, exhausted, bytes);
+    if (!block)
         return nullptr;
-    next->cursor = next->start + bytes;
-    pool->current = next;
+    block->cursor = block->start + bytes;
+    pool->current = block;
     ++pool->block_switches;
-    return next->start;
+    return block->start;
 }
-
-} // namespace rv
 
 char* RvMemPoolStrdup(const char* s, RtMemPool* pool)
 {
     if (!s)
         return nullptr;
     const size_t size = strlen(s) + 1;
-    if (size > INT32_MAX)
-        return nullptr;
-    const unsigned bytes = static_cast<unsigned>(size);
-    void* const copy = pool ? RvMemPoolAlloc(bytes, pool)
-                            : RvMalloc_func(bytes, module_path, __LINE__, "strdup_pool");
+    void* copy;
+    if (!pool)
+        copy = rv::allocate(size, "core\\src\\system\\memory", __LINE__, "strdup_pool");
+    else if (size <= UINT32_MAX)
+        copy = RvMemPoolAlloc(unsigned(size), pool);
+    else
+        copy = nullptr;
     return copy ? static_cast<char*>(memcpy(copy, s, size)) : nullptr;
 }
 
@@ -194,23 +211,28 @@ void RvMemPoolReset(RtMemPool* pool)
 
 void RvMemPoolPushMark(RtMemPool* pool)
 {
-    if (pool->mark_top + 1 < RtMemPool::mark_capacity)
-        pool->marks[pool->mark_top + 1] = { pool->current, pool->current->cursor };
-    else if (pool->mark_top + 1 == RtMemPool::mark_capacity)
-        RvMsgError("memory pool: more than %d nested marks", RtMemPool::mark_capacity);
-    ++pool->mark_top; // marks beyond the capacity are counted, so that pops stay paired
+    if (pool->mark_top + 1 < RtMemPool::mark_capacity) {
+        pool->marks[++pool->mark_top] = { pool->current, pool->current->cursor };
+        return;
+    }
+    ++pool->refused_marks;
+    if (!pool->overflow_reported) {
+        pool->overflow_reported = true;
+        RvMsgWarning("memory pool: more than %d marks are nested", RtMemPool::mark_capacity);
+    }
 }
 
 void RvMemPoolPopMark(RtMemPool* pool)
 {
+    if (pool->refused_marks > 0) {
+        --pool->refused_marks;
+        return;
+    }
     if (pool->mark_top < 0)
         return;
-    if (pool->mark_top < RtMemPool::mark_capacity) {
-        const RtMemPool::Mark& mark = pool->marks[pool->mark_top];
-        pool->current = mark.block;
-        pool->current->cursor = mark.cursor;
-    }
-    --pool->mark_top;
+    const RtMemPool::Mark& mark = pool->marks[pool->mark_top--];
+    pool->current = mark.block;
+    pool->current->cursor = mark.cursor;
 }
 
 void RvMemPoolDestroy(RtMemPool* pool)
