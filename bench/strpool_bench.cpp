@@ -22,6 +22,7 @@ static Cost measure(const std::vector<std::string>& names)
     const size_t repeats = std::max<size_t>(1, 1000000 / names.size());
     Cost total = {};
     for (size_t r = 0; r < repeats; ++r) {
+        bench::startFresh();
         RtStringPool* const pool = RtStringPool::create(8000);
         total.add += bench::seconds([&] {
             for (const std::string& name : names)
@@ -40,14 +41,17 @@ static Cost measure(const std::vector<std::string>& names)
 static double report(bench::Report& figures, int runs, const char* size, const char* variant,
                      const std::vector<std::string>& names)
 {
-    Cost cost = {};
-    const double both = bench::median(runs, [&] {
-        cost = measure(names);
-        return (cost.add + cost.remove) / 2;
-    });
+    std::vector<Cost> costs;
+    for (int i = 0; i < runs; ++i)
+        costs.push_back(measure(names));
+    const auto medianOf = [&](auto cost) {
+        size_t next = 0;
+        return bench::median(runs, [&] { return cost(costs[next++]); });
+    };
+    const double both = medianOf([](const Cost& c) { return (c.add + c.remove) / 2; });
     const std::string suffix = std::string(".") + size + "." + variant;
-    figures.add("strpool.add" + suffix, cost.add, "ns");
-    figures.add("strpool.remove" + suffix, cost.remove, "ns");
+    figures.add("strpool.add" + suffix, medianOf([](const Cost& c) { return c.add; }), "ns");
+    figures.add("strpool.remove" + suffix, medianOf([](const Cost& c) { return c.remove; }), "ns");
     figures.add("strpool.both" + suffix, both, "ns");
     return both;
 }
