@@ -6,8 +6,137 @@
 
 #include "frame.h"
 
+// Rows of the ray statistics; a ray counts in the total and in every row its type matches.
+enum RtRayRow {
+    RV_ROW_TOTAL,
+    RV_ROW_CAMERA,
+    RV_ROW_SHADOW,
+    RV_ROW_VOLUME_SHADOW,
+    RV_ROW_REFLECTION,
+    RV_ROW_REFRACTION,
+    RV_ROW_DIFFUSE,
+    RV_ROW_GLOSSY,
+    RV_ROW_USER,
+    RV_ROW_COUNT
+};
+
+// What the rays of a group were traced for.
+enum RtPass : uint8_t { RV_PASS_PIXELS, RV_PASS_SSS, RV_PASS_HAIR, RV_PASS_COUNT };
+
+struct RtRayCount {
+    uint64_t rays;
+    uint64_t hits;
+    uint32_t max_hits; // of one ray
+};
+
+struct RtRayStats {
+    RtRayCount rows[RV_PASS_COUNT][RV_ROW_COUNT];
+    uint32_t max_depth; // largest level of a traced ray
+};
+
+// Kinds of geometry that the report tells apart.
+enum RtGeometryRow {
+    RV_GEOMETRY_LISTS,
+    RV_GEOMETRY_PROCS,
+    RV_GEOMETRY_POLYMESHES,
+    RV_GEOMETRY_SUBDIVS,
+    RV_GEOMETRY_NURBS,
+    RV_GEOMETRY_CURVES,
+    RV_GEOMETRY_POINTS,
+    RV_GEOMETRY_SIMPLE,
+    RV_GEOMETRY_ROWS
+};
+
+struct RtGeometryCount {
+    uint32_t objects;
+    uint32_t objects_hit;
+    uint32_t instances;
+    int64_t initial_bytes;
+    int64_t freed_bytes;
+    int64_t added_bytes;
+};
+
+// Elements (children, polygons, segments, ...) of the objects of one kind.
+struct RtElementCount {
+    uint64_t total;
+    uint32_t least; // per object; meaningful when `objects` is not 0
+    uint32_t most;
+    uint32_t objects;
+
+    void add(uint32_t elements)
+    {
+        total += elements;
+        least = objects && least < elements ? least : elements;
+        most = most > elements ? most : elements;
+        ++objects;
+    }
+};
+
+// Arrays of polygon meshes, in the order of the report.
+enum RtMeshMemoryRow {
+    RV_MESH_VERTICES,
+    RV_MESH_VERTEX_INDICES,
+    RV_MESH_BASE_OFFSETS,
+    RV_MESH_POLYGON_IDS,
+    RV_MESH_TRIANGULATION,
+    RV_MESH_NORMALS,
+    RV_MESH_PACKED_NORMALS,
+    RV_MESH_NORMAL_INDICES,
+    RV_MESH_SHADER_INDICES,
+    RV_MESH_UVS,
+    RV_MESH_UV_INDICES,
+    RV_MESH_P_REFERENCE,
+    RV_MESH_N_REFERENCE,
+    RV_MESH_CREASES,
+    RV_MESH_UNIFORM_INDICES,
+    RV_MESH_USER_DATA,
+    RV_MESH_MEMORY_ROWS
+};
+
+// Acceleration structures, in the order of the report.
+enum RtAccelRow {
+    RV_ACCEL_NULL,
+    RV_ACCEL_LIST,
+    RV_ACCEL_BVH,
+    RV_ACCEL_BVH_MOTION2,
+    RV_ACCEL_BVH_MOTION3,
+    RV_ACCEL_ROWS
+};
+
 struct RtStats {
+    // What describes one render; cleared when a render starts.
+    RtRayStats rays;
+    uint64_t sampler_iterators_nested;
+    uint64_t sampler_iterators_outermost;
+    int64_t setup_ms;       // node passes, thread slots and the root object list
+    int64_t accel_ms;       // building acceleration structures
+    int64_t render_ms;      // wall clock of the render
+    int64_t render_user_ms; // processor time of the same
+    int threads;
+
+    // What describes the scene; accumulates over the renders of a universe.
+    int64_t scene_ms;            // wall clock the host spent between renders
+    int64_t scene_user_ms;       // processor time of the same
+    int64_t sanity_ms;           // checking meshes
     int64_t node_overhead_bytes; // node records, parameter storage, flags and link tables
+    int64_t instance_overhead_bytes;
+    int64_t geometry_bytes;
+    int64_t user_data_bytes;
+    int64_t accel_bytes;
+    int64_t mesh_bytes[RV_MESH_MEMORY_ROWS];
+    uint32_t accels[RV_ACCEL_ROWS];
+    RtGeometryCount geometry[RV_GEOMETRY_ROWS];
+    RtElementCount list_children;
+    RtElementCount polygons;  // of polygon meshes
+    RtElementCount triangles; // of polygon meshes
+    uint32_t degenerate_polygons;
+
+    // Scenes that could be made faster.
+    uint32_t identical_motion_matrices;
+    uint32_t identity_matrices;
+    uint32_t static_motion_meshes;
+    uint32_t poor_bounds_displaced;
+    uint32_t poor_bounds_procedural;
 };
 
 namespace rv {

@@ -15,11 +15,11 @@ FLOORS = [
     ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene"),
     ("scene files and tracing", "dotrvs override plugins"
-                                " objects/ accels/ rtrace_packet sampler sampling trace"),
+                                " objects/ accels/ rtrace_packet sampler sampling trace rays"),
     ("shading and lights", "shaderglobals radiosity importance brdf noise texture sss"
                            " shaders/ lights/ cameras/"),
     ("output", "aovs/ filters/ drivers/"),
-    ("render control", "render render_session buckets stats builtin scene_passes"),
+    ("render control", "render render_session buckets stats builtin scene_passes sample_tables region"),
 ]
 FLOOR_OF = {module: floor for floor, (_, modules) in enumerate(FLOORS) for module in modules.split()}
 

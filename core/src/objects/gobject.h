@@ -1,0 +1,128 @@
+// Geometric objects: what the tracer knows of a shape node, whatever its kind.
+#ifndef RV_GOBJECT_H
+#define RV_GOBJECT_H
+
+#include "accels/accel.h"
+#include "maths.h"
+#include "nodes.h"
+#include "objects/objects.h"
+#include "rv_threads.h"
+
+#include <atomic>
+
+enum RtObjectKind : uint8_t {
+    RV_KIND_PLANE = 1,
+    RV_KIND_DISC = 2,
+    RV_KIND_SPHERE = 3,
+    RV_KIND_CYLINDER = 4,
+    RV_KIND_CONE = 5,
+    RV_KIND_POLYMESH = 6,
+    RV_KIND_PROCEDURAL = 7,
+    RV_KIND_BOX = 8,
+    RV_KIND_NURBS = 9,
+    RV_KIND_CURVES = 10,
+    RV_KIND_POINTS = 11,
+    RV_KIND_IMPLICIT = 12,
+    RV_KIND_LIST = 16
+};
+
+// Why an object must be brought up to date.
+enum RtRebuild : uint32_t { RV_REBUILD_NONE, RV_REBUILD_GEOMETRY, RV_REBUILD_TRANSFORM };
+
+// One per shape node; RtNode::local_data points to it.
+struct RtGObject {
+    RtNode* node;
+    void* data;        // of the shape; shared by clones, owned by the shape's node
+    RtBBox world_bbox; // over all transform keys, in the space around the object
+    RtBBox local_bbox; // in object space over all deformation keys, padded for displacement
+    std::atomic<RtAccel*> accel; // null until the first ray that needs it
+    void* aux;
+    uint32_t nvarying;         // elements that varying user data must have
+    uint32_t nuniform;         // elements that uniform user data must have
+    uint32_t* traceset_hashes; // one per string of "trace_sets", or null
+    void* extra;               // per-object cache, not cloned
+    RtCritSec lock;            // guards the construction of accel
+    RtMatrix* matrices; // null: identity; one key: object to world and its inverse; else the keys
+    uint8_t nkeys;      // transform keys in matrices, 0 for identity
+    RtObjectKind kind;
+    uint16_t visibility;  // RV_RAY_*; 0 when the bounds are empty
+    uint32_t rebuild;     // RtRebuild
+    uint32_t nkeys_shape; // deformation keys
+};
+
+// Makes the object of a shape node; from the node's Initialize. Null when the heap is exhausted.
+RtGObject* RvGObjectInitialize(RtNode* node, RtObjectKind kind, void* data, uint32_t nkeys,
+                               uint32_t nuniform, uint32_t nvarying);
+// Applies motion-keyed matrices (MATRIX, one element a key): in place of the present ones, or on
+// top of them when concatenating. Brings world_bbox up to date.
+void RvGObjectTransform(RtGObject* object, const RtArray* matrices, bool concatenate);
+// A copy that shares data and structure; null when the heap is exhausted.
+RtGObject* RvGObjectClone(const RtGObject* object);
+void RvGObjectPrepareTracesets(RtGObject* object);
+// The common Update method of shapes.
+void RvGObjectUpdate(RtNode* node);
+// Builds the structure of the node's object unless it has one; any thread may call this.
+void RvGObjectBuildAccel(RtNode* node, int thread);
+// Warns about user bounds that miss the generated geometry, or are far too large for it. prefix is
+// "proc" or "disp".
+void RvCheckUserBounds(const char* prefix, const char* name, const RtBBox* given,
+                       const RtBBox* generated);
+
+namespace rv {
+
+// The object of a shape node, or null.
+inline RtGObject* objectOf(const RtNode* node) { return static_cast<RtGObject*>(node->local_data); }
+
+// The common parameters of a built-in shape node.
+inline ShapeParams& shapeParams(const RtNode* node)
+{
+    return *reinterpret_cast<ShapeParams*>(static_cast<char*>(node->params) +
+                                           node->entry->base_offset);
+}
+
+inline const RtShapeMethods& shapeMethods(const RtNode* node)
+{
+    return *static_cast<const RtShapeMethods*>(node->entry->kind_methods);
+}
+
+// The node whose own type and parameters describe the geometry: the end of the chain of sources.
+inline const RtNode* geometryNode(const RtNode* node)
+{
+    while (node->source)
+        node = node->source;
+    return node;
+}
+
+// Frees an object: its structure (unless it belongs to a source), matrices and hashes, not data.
+void destroyObject(RtGObject* object);
+
+// Hooks of the frame (RtHooks).
+void shapeChanged(RtNode* node, const RtParamEntry* param);
+void shapeTeardown(RtNode* node);
+unsigned shapeVertexCount(const RtNode* node);
+RtBBox rootBounds(const RtNode* root);
+
+// Position of a shutter time among n ascending samples, 0 to 0.999999: 0 at and before the first,
+// 0.999999 at and after the last, so that the key index stays inside.
+float relativeTime(const RtArray* samples, float time);
+
+// Two neighbouring keys and the weight of the second.
+struct KeyPair {
+    uint32_t key;
+    float weight;
+};
+// For n >= 2 keys at the relative time f in [0, 1).
+inline KeyPair keyPair(uint32_t n, float f)
+{
+    const float x = float(n - 1) * f;
+    const uint32_t key = uint32_t(x);
+    return { key, x - float(key) };
+}
+
+// The transform at a shutter time, null for identity. `storage` receives it when it lies between
+// two keys.
+const RtMatrix* objectToWorldAt(const RtGObject* object, float time, RtMatrix* storage);
+
+} // namespace rv
+
+#endif
