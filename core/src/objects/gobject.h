@@ -93,6 +93,18 @@ inline const RtNode* geometryNode(const RtNode* node)
     return node;
 }
 
+// The object at that end: the one whose shape is intersected.
+inline RtGObject* innermost(RtGObject* object)
+{
+    return object->node->source ? objectOf(geometryNode(object->node)) : object;
+}
+
+// Objects that only hold others.
+inline bool isContainer(const RtGObject* object)
+{
+    return object->kind == RV_KIND_LIST || object->kind == RV_KIND_PROCEDURAL;
+}
+
 // Frees an object: its structure (unless it belongs to a source), matrices and hashes, not data.
 void destroyObject(RtGObject* object);
 
