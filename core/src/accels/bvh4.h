@@ -135,14 +135,35 @@ inline void traverse(const Node* nodes, const RtObjectRay& object_ray, float wei
             const Node& node = nodes[entry.index];
             const SlotSpans spans = slotSpans(node, ray, hits.maxdist, weight);
             const unsigned mask = (spans.tnear <= spans.tfar).bits();
-            alignas(16) float tnear[4];
-            spans.tnear.store(tnear);
-            // From far to near, each slot pushed and then kept or overwritten.
-            const unsigned order = node.order[ray.octant];
-            for (int shift = 6; shift >= 0; shift -= 2) {
-                const unsigned slot = order >> shift & 3;
-                stack[top] = { tnear[slot], node.count[slot], node.child[slot] };
-                top += int(mask >> slot & 1);
+            if (mask) {
+                alignas(16) float tnear[4];
+                spans.tnear.store(tnear);
+                const unsigned order = node.order[ray.octant];
+                const auto visit = [&](unsigned slot) {
+                    entry = { 0, node.count[slot], node.child[slot] };
+                };
+                const auto push = [&](unsigned slot) {
+                    stack[top] = { tnear[slot], node.count[slot], node.child[slot] };
+                    top += int(mask >> slot & 1);
+                };
+                const unsigned s0 = order & 3, s1 = order >> 2 & 3, s2 = order >> 4 & 3,
+                               s3 = order >> 6;
+                if (mask >> s0 & 1) {
+                    push(s3);
+                    push(s2);
+                    push(s1);
+                    visit(s0);
+                } else if (mask >> s1 & 1) {
+                    push(s3);
+                    push(s2);
+                    visit(s1);
+                } else if (mask >> s2 & 1) {
+                    push(s3);
+                    visit(s2);
+                } else {
+                    visit(s3);
+                }
+                continue;
             }
         }
         do {
