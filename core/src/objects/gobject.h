@@ -117,6 +117,18 @@ inline const RtNode* geometryNode(const RtNode* node)
     return node;
 }
 
+// The object at that end: the one whose shape is intersected.
+inline RtGObject* innermost(RtGObject* object)
+{
+    return object->node->source ? objectOf(geometryNode(object->node)) : object;
+}
+
+// Objects that only hold others.
+inline bool isContainer(const RtGObject* object)
+{
+    return object->kind == RV_KIND_LIST || object->kind == RV_KIND_PROCEDURAL;
+}
+
 // Frees an object: its structure (unless it belongs to a source), matrices and hashes, not data.
 // Its clones go first.
 void destroyObject(RtGObject* object);
@@ -148,6 +160,8 @@ void dropMatrices(RtGObject* object);
 bool isTransformUsable(const RtGObject* object);
 // Repairs the values of the common parameters: shaders, groups and time samples.
 void prepareCommonParameters(RtNode* node);
+// Empties "matrix", which the object has its own copy of, unless scene data is to be preserved.
+void releaseMatrixParameter(RtNode* node);
 // Sets the visibility to that of the parameter, or hides what has no extent in the world.
 void updateVisibility(RtGObject* object);
 // Appends a visible object of a top-level node to the scene's lists.
