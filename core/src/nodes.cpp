@@ -175,6 +175,15 @@ void freeNode(RtNode* node)
     RvFree_func(node);
 }
 
+void RvNodeInitialize(RtNode* node)
+{
+    if (!node || node->initialized)
+        return;
+    node->initialized = true;
+    if (node->entry->methods && node->entry->methods->Initialize)
+        node->entry->methods->Initialize(node, node->params);
+}
+
 void uninitializeNode(RtNode* node)
 {
     if (!node->initialized)

@@ -104,6 +104,10 @@ enum class CopyMode { clone, instance };
 // Copies every value except the name, and the user parameters.
 void RvNodeCopy(RtNode* to, const RtNode* from, CopyMode mode);
 
+// Runs Initialize unless the node is initialised or just being so, which ends rings of nodes that
+// initialise each other. Null is ignored.
+void RvNodeInitialize(RtNode* node);
+
 // Runs Finish and the object teardown of an initialised node.
 void uninitializeNode(RtNode* node);
 
