@@ -34,6 +34,9 @@ static void abortOnError()
         RvRenderAbort();
 }
 
+// Stands in for shading, which is not there yet: every surface is black and opaque.
+static int runNothing(RtShaderGlobals*) { return RV_TYPE_NONE; }
+
 static const RtHooks hooks = {
     .errorLogged = abortOnError,
     .cameraParameters = cameraParameters,
@@ -47,6 +50,9 @@ static const RtHooks hooks = {
     .flushTextures = do_nothing,
     .flushShape = flushShape,
     .flushLight = do_nothing,
+    .shadeSurface = runNothing,
+    .shadeBackground = runNothing,
+    .applyAtmosphere = do_nothing,
 };
 
 // ---- The frame ----
