@@ -562,15 +562,16 @@ static double sampleTime(int x, int y, int m, int N)
 
 static void spaceTimeSample(int x, int y, int i, int N, RtPoint2* offset, float* time)
 {
-    const int n = static_cast<int>(sqrt(double(N)));
+    const int n = std::max(static_cast<int>(sqrt(double(N))), rv::min_space_time_side);
+    const double units = std::max(N, n * n);
     const SpaceTimePoint& point = rv::spaceTimePoints(n)[unsigned(i) % unsigned(n * n)];
-    *offset = { toUnitFloat(double(point.x) / N), toUnitFloat(double(point.y) / N) };
+    *offset = { toUnitFloat(point.x / units), toUnitFloat(point.y / units) };
     const uint32_t seed = rv::samplingSeed();
     const double rotation =
         hashToUnit(rv::mix({ uint32_t(x) + rv::point_hash_key, uint32_t(y) + rv::point_hash_key,
                              13 * seed + rv::point_hash_key })
                        .c);
-    *time = wrapped(double(point.time) / N + rotation);
+    *time = wrapped(point.time / units + rotation);
 }
 
 void RvPixelSampleOffset(int x, int y, int i, int thread, int N, RtPoint2* offset, float* time)
