@@ -128,6 +128,16 @@ static bool enterByKind(RtScene* scene, RtNode* node)
     return true;
 }
 
+// The scene's own nodes may be destroyed like any other.
+static void forgetOwnNode(RtScene* scene, const RtNode* node)
+{
+    for (RtNode** own :
+         { &scene->default_reflection_shader, &scene->error_shader, &scene->bad_shader,
+           &scene->root, &scene->bounded_root, &scene->unbounded_root })
+        if (*own == node)
+            *own = nullptr;
+}
+
 static void leaveByKind(RtScene* scene, const RtNode* node)
 {
     switch (node->entry->type) {
@@ -265,6 +275,7 @@ void RtScene::removeNode(RtNode* node)
 {
     const rv::SceneGuard guard(this);
     rv::leaveByKind(this, node);
+    rv::forgetOwnNode(this, node);
     rv::uninitializeNode(node);
     --node->entry->count;
     rv::forgetName(node);

@@ -168,6 +168,27 @@ TEST_F(Scene, a_removed_node_leaves_the_scene)
     EXPECT_FALSE(RvNodeLookUpByName("light"));
 }
 
+TEST_F(Scene, its_own_nodes_are_forgotten_when_they_are_destroyed)
+{
+    RtNode* sphere = RvNode("sphere");
+    scene()->root = scene()->bounded_root = sphere;
+    scene()->unbounded_root = RvNode("plane");
+    RtNodeIterator* it = RvUniverseGetNodeIterator(RV_NODE_ALL);
+    while (!RvNodeIteratorFinished(it))
+        RvNodeDestroy(RvNodeIteratorGetNext(it));
+    RvNodeIteratorDestroy(it);
+    for (const RtNode* own :
+         { scene()->default_reflection_shader, scene()->error_shader, scene()->bad_shader,
+           scene()->root, scene()->bounded_root, scene()->unbounded_root, scene()->options })
+        EXPECT_FALSE(own);
+    EXPECT_EQ(describe(RvUniverseGetSceneBounds().max), "0 0 0");
+
+    RtArray* shader = RvNodeGetArray(RvNode("sphere"), "shader");
+    ASSERT_TRUE(shader);
+    EXPECT_EQ(shader->nelements, 0u) << "there is no default shader to start with";
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_F(Scene, several_threads_create_and_destroy_nodes_at_once)
 {
     static const char* const types[] = { "lambert", "point_light", "sphere", "noise" };
