@@ -98,16 +98,18 @@ static void removeLight(RtScene* scene, const RtNode* light)
         }
 }
 
+// Only nodes of the library's own type hold the record; another of this kind is laid out otherwise.
 static void becomeOptions(RtScene* scene, RtNode* node)
 {
     scene->options = node;
-    render_options = static_cast<RtOptions*>(node->params);
+    if (node->entry->methods == options_methods.common)
+        render_options = static_cast<RtOptions*>(node->params);
 }
 
 // The first camera becomes the rendering camera unless the host chose for itself.
 static void offerCamera(const RtScene* scene, RtNode* camera)
 {
-    RtNode* const options = scene->options;
+    RtNode* const options = render_options ? scene->options : nullptr;
     const RtParamEntry* const param =
         options ? RvNodeEntryLookUpParameter(options->entry, "camera") : nullptr;
     if (param && !options->set_flags[param->index] && !render_options->camera)
