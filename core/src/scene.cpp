@@ -213,19 +213,22 @@ RtScene* sceneCreate(RtFrame* frame)
     return nullptr;
 }
 
+// The first node, the options node after all others. Looked up anew for every node, because a
+// Finish method may destroy nodes as well.
+static RtNode* nextToDestroy(const RtScene* scene)
+{
+    const RtListNode* element = RvListHead(scene->nodes);
+    if (element && element->data == scene->options && element->next)
+        element = element->next;
+    return element ? static_cast<RtNode*>(element->data) : nullptr;
+}
+
 void sceneDestroy(RtScene* scene)
 {
     if (!scene)
         return;
-    RtListNode* next = RvListHead(scene->nodes ? scene->nodes : nullptr);
-    while (next) {
-        RtNode* const node = static_cast<RtNode*>(next->data);
-        next = next->next;
-        if (node != scene->options)
-            scene->removeNode(node);
-    }
-    if (scene->options)
-        scene->removeNode(scene->options);
+    while (RtNode* const node = scene->nodes ? nextToDestroy(scene) : nullptr)
+        scene->removeNode(node);
     RvArrayDestroy(scene->missing_types);
     for (RtList* list : { scene->bounded_objects, scene->unbounded_objects, scene->nodes })
         if (list)
@@ -275,10 +278,23 @@ RtNode* RtScene::createNode(const char* type_name)
 
 void RtScene::removeNode(RtNode* node)
 {
+    retireNode(node);
+    releaseNode(node);
+}
+
+void RtScene::retireNode(RtNode* node)
+{
+    {
+        const rv::SceneGuard guard(this);
+        rv::leaveByKind(this, node);
+        rv::forgetOwnNode(this, node);
+    }
+    rv::uninitializeNode(node); // without the lock: it may wait for threads that make nodes
+}
+
+void RtScene::releaseNode(RtNode* node)
+{
     const rv::SceneGuard guard(this);
-    rv::leaveByKind(this, node);
-    rv::forgetOwnNode(this, node);
-    rv::uninitializeNode(node);
     --node->entry->count;
     rv::forgetName(node);
     rv::unlinkNode(nodes, node);

@@ -2,6 +2,7 @@
 #include "node_tools.h"
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 using namespace node_tools;
@@ -305,6 +306,88 @@ TEST_F(Scene, the_end_finishes_every_initialised_node_in_order_and_the_options_l
     EXPECT_FALSE(RvUniverseIsActive());
     EXPECT_FALSE(rv::render_options);
     SetUp();
+}
+
+namespace {
+
+// Installs "parent", whose Finish method destroys the node of the parameter "child".
+void installParent()
+{
+    static const RtCommonMethods common = {
+        .Parameters = [](RtList* params,
+                         RtMetaDataStore*) { RvNodeParamNODE(params, -1, "child", nullptr); },
+        .Initialize = nullptr,
+        .Update = nullptr,
+        .Finish =
+            [](RtNode* node) {
+                methodCalls().finished.push_back(RvNodeGetName(node));
+                RvNodeDestroy(static_cast<RtNode*>(RvNodeGetPtr(node, "child")));
+            },
+    };
+    static const RtNodeMethods methods = { &common, nullptr };
+    RvNodeInstall(RV_NODE_SHADER, RV_TYPE_RGB, "parent", "", &methods, RV_VERSION);
+}
+
+RtNode* parentOf(RtNode* child, RtNode* parent)
+{
+    parent->initialized = true;
+    RvNodeSetPtr(parent, "child", child);
+    return parent;
+}
+
+} // namespace
+
+TEST_F(Scene, finish_methods_may_destroy_other_nodes_at_the_end)
+{
+    installParent();
+    RtNode* oldest = named("parent", "oldest");
+    RtNode* older = named("parent", "older");
+    RtNode* younger = named("parent", "younger");
+    parentOf(parentOf(parentOf(named("lambert", "youngest"), younger), older), oldest);
+    parentOf(RvUniverseGetOptions(), named("parent", "of_the_options"));
+    TearDown();
+    EXPECT_EQ(methodCalls().finished, (Names{ "oldest", "older", "younger", "of_the_options" }));
+    SetUp();
+}
+
+TEST_F(Scene, finish_methods_may_destroy_other_nodes_when_their_type_goes)
+{
+    installParent();
+    RtNode* child = named("lambert", "child");
+    parentOf(child, named("parent", "after"));
+    RtNode* before = named("parent", "before");
+    parentOf(named("parent", "next"), before);
+    named("parent", "last");
+    RvNodeUninstall("parent");
+    EXPECT_EQ(methodCalls().finished, (Names{ "after", "before" }));
+    EXPECT_EQ(nodeNames().size(), 4u);
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Scene, a_finish_method_may_wait_for_a_thread_that_makes_a_node)
+{
+    static std::thread thread;
+    static bool was_made_in_time;
+    static const RtCommonMethods common = {
+        .Parameters = nullptr,
+        .Initialize = nullptr,
+        .Update = nullptr,
+        .Finish =
+            [](RtNode*) {
+                static std::atomic<bool> is_made;
+                thread = std::thread([] { is_made = RvNode("lambert") != nullptr; });
+                for (int i = 0; i < 2000 && !is_made; ++i)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                was_made_in_time = is_made;
+            },
+    };
+    static const RtNodeMethods methods = { &common, nullptr };
+    RvNodeInstall(RV_NODE_SHADER, RV_TYPE_RGB, "waiter", "", &methods, RV_VERSION);
+    RtNode* node = RvNode("waiter");
+    node->initialized = true;
+    RvNodeDestroy(node);
+    thread.join();
+    EXPECT_TRUE(was_made_in_time);
 }
 
 TEST_F(Scene, the_end_releases_nodes_of_every_kind_and_state)
