@@ -7,7 +7,9 @@
 #include "frame.h"
 
 struct RtStats {
-    int64_t node_overhead_bytes; // node records, parameter storage, flags and link tables
+    // Node records, parameter storage, flags and link tables; under the scene lock, because threads
+    // of the host share a record and link tables always count for the host.
+    int64_t node_overhead_bytes;
 };
 
 namespace rv {

@@ -42,7 +42,6 @@ static RtNode* allocateNode(RtNodeEntry* entry)
     node->name_index = entry->kind_param_end;
     for (unsigned i = 0; i < entry->num_params; ++i)
         resetParameter(node, &entry->params[i], false);
-    threadStats()->node_overhead_bytes += nodeOverhead(node);
     return node;
 }
 
@@ -264,6 +263,7 @@ RtNode* RtScene::createNode(const char* type_name)
     if (!node)
         return nullptr;
     const rv::SceneGuard guard(this);
+    rv::threadStats()->node_overhead_bytes += rv::nodeOverhead(node);
     if (!rv::appendNode(nodes, node)) {
         rv::freeNode(node);
         return nullptr;

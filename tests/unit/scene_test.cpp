@@ -240,6 +240,38 @@ TEST_F(Scene, several_threads_create_and_destroy_nodes_at_once)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(Scene, the_overhead_of_nodes_of_several_threads_is_counted_exactly)
+{
+    RtNode* noise = RvNode("noise");
+    const int64_t before = rv::hostStats()->node_overhead_bytes;
+    RtNode* lambert = RvNode("lambert");
+    RvNodeLink(noise, "Kd", lambert);
+    const int64_t one = rv::hostStats()->node_overhead_bytes - before;
+    constexpr int thread_count = 4, per_thread = 5000;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < thread_count; ++t)
+        threads.emplace_back([noise] {
+            for (int i = 0; i < per_thread; ++i)
+                RvNodeLink(noise, "Kd", RvNode("lambert"));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(rv::hostStats()->node_overhead_bytes - before, one * (1 + thread_count * per_thread));
+}
+
+TEST_F(Scene, the_overhead_of_a_node_counts_for_the_thread_that_makes_it)
+{
+    const int64_t of_the_host = rv::hostStats()->node_overhead_bytes;
+    std::thread([] {
+        rv::stats_slot = 5; // as render threads do
+        RtNode* node = RvNode("lambert");
+        EXPECT_EQ(rv::the_frame->stats[5]->node_overhead_bytes, int64_t(rv::nodeOverhead(node)));
+        RvNodeDestroy(node);
+        EXPECT_EQ(rv::the_frame->stats[5]->node_overhead_bytes, 0);
+    }).join();
+    EXPECT_EQ(rv::hostStats()->node_overhead_bytes, of_the_host);
+}
+
 TEST_F(Scene, default_names_of_several_threads_are_unique)
 {
     std::vector<std::vector<RtNode*>> made(4);
