@@ -260,6 +260,20 @@ TEST_P(NodeAccess, a_getter_reads_the_first_element_of_an_array)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_P(NodeAccess, any_byte_of_an_array_but_zero_reads_as_true)
+{
+    static_assert(sizeof(bool) == 1);
+    uint8_t bytes[] = { 0, 1, 2, 255 };
+    for (uint8_t& byte : bytes) {
+        RvNodeSetArray(node, "a_BOOL", RvArrayConvert(1, 1, RV_TYPE_BOOLEAN, &byte, false));
+        const bool value = RvNodeGetBool(node, "a_BOOL");
+        uint8_t got = 77;
+        memcpy(&got, &value, 1);
+        EXPECT_EQ(got, byte != 0) << int(byte);
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_P(NodeAccess, unknown_parameters_warn_and_read_as_zero)
 {
     const std::string before = snapshot(node);

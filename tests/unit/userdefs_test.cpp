@@ -875,6 +875,22 @@ TEST_F(UserData, uniform_data_without_a_prepared_hit_is_read_by_primitive)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(UserData, any_byte_of_an_array_but_zero_reads_as_true)
+{
+    declared("u", "uniform BOOL");
+    uint8_t bytes[] = { 0, 1, 2, 255 };
+    RvNodeSetArray(node, "u", RvArrayConvert(4, 1, RV_TYPE_BOOLEAN, bytes, false));
+    for (uint32_t i = 0; i < 4; ++i) {
+        sg.prim_index = i;
+        bool value = false;
+        EXPECT_TRUE(RvUserGetBoolFunc("u", &sg, &value));
+        uint8_t got = 77;
+        memcpy(&got, &value, 1);
+        EXPECT_EQ(got, bytes[i] != 0) << i;
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_F(UserData, an_array_that_does_not_fit_is_reported)
 {
     declared("u", "uniform FLOAT");
