@@ -942,6 +942,16 @@ TEST_P(NodeAccess, a_clone_has_copies_of_the_user_parameters)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_P(NodeAccess, a_clone_counts_as_set_what_the_original_does)
+{
+    RvNodeSetInt(node, "p_INT", 3);
+    RvNodeSetArray(node, "p_ARRAY", RvArray(1, 1, RV_TYPE_FLOAT, 1.0));
+    RtNode* clone = RvNodeClone(node);
+    for (unsigned i = 0; i < node->entry->num_params; ++i)
+        EXPECT_EQ(clone->set_flags[i], node->set_flags[i]) << node->entry->params[i].name;
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_P(NodeAccess, a_clone_of_a_new_node_equals_a_new_node)
 {
     RtNode* clone = RvNodeClone(node);

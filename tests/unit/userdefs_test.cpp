@@ -269,6 +269,17 @@ TEST_F(UserParams, words_are_split_at_blanks_and_read_in_any_case)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(UserParams, required_long_and_absrgb_are_aliases_of_uint_and_rgb)
+{
+    EXPECT_EQ(RvUserParamGetType(declared("l", "uniform LONG")), RV_TYPE_UINT);
+    EXPECT_EQ(RvUserParamGetType(declared("c", "constant ABSRGB")), RV_TYPE_RGB);
+    EXPECT_EQ(RvUserParamGetArrayType(declared("la", "constant ARRAY LONG")), RV_TYPE_UINT);
+    EXPECT_EQ(RvUserParamGetArrayType(declared("ca", "constant ARRAY ABSRGB")), RV_TYPE_RGB);
+    RvNodeSetRGB(node, "c", 1, 2, 3);
+    EXPECT_EQ(describe(RvNodeGetRGB(node, "c")), "1 2 3");
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_F(UserParams, long_and_random_declarations_do_no_harm)
 {
     const std::string endless(1 << 18, 'w');
