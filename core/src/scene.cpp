@@ -129,14 +129,19 @@ static bool enterByKind(RtScene* scene, RtNode* node)
     return true;
 }
 
-// The scene's own nodes may be destroyed like any other.
-static void forgetOwnNode(RtScene* scene, const RtNode* node)
+// The scene's own nodes may be destroyed like any other, and so may the rendering camera, which
+// need not be of that kind.
+static void forgetPointersTo(RtScene* scene, const RtNode* node)
 {
     for (RtNode** own :
          { &scene->default_reflection_shader, &scene->error_shader, &scene->bad_shader,
            &scene->root, &scene->bounded_root, &scene->unbounded_root })
         if (*own == node)
             *own = nullptr;
+    if (render_options && render_options->camera == node) {
+        RvNodeSetPtr(scene->options, "camera", nullptr);
+        render_options->camera = nullptr; // even when the parameter is ignored
+    }
 }
 
 static void leaveByKind(RtScene* scene, const RtNode* node)
@@ -147,10 +152,6 @@ static void leaveByKind(RtScene* scene, const RtNode* node)
             scene->options = nullptr;
             render_options = nullptr;
         }
-        break;
-    case RV_NODE_CAMERA:
-        if (render_options && render_options->camera == node)
-            RvNodeSetPtr(scene->options, "camera", nullptr);
         break;
     case RV_NODE_LIGHT: removeLight(scene, node); break;
     case RV_NODE_SHAPE: --scene->shape_count; break;
@@ -287,7 +288,7 @@ void RtScene::retireNode(RtNode* node)
     {
         const rv::SceneGuard guard(this);
         rv::leaveByKind(this, node);
-        rv::forgetOwnNode(this, node);
+        rv::forgetPointersTo(this, node);
     }
     rv::uninitializeNode(node); // without the lock: it may wait for threads that make nodes
 }

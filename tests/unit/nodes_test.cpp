@@ -1644,6 +1644,23 @@ TEST_F(Nodes, destroying_the_camera_of_the_options_empties_them)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(Nodes, a_destroyed_camera_is_gone_whatever_it_was)
+{
+    RtNode* options = RvUniverseGetOptions();
+    RtNode* lambert = RvNode("lambert");
+    RvNodeSetPtr(options, "camera", lambert);
+    RvNodeDestroy(lambert);
+    EXPECT_FALSE(RvUniverseGetCamera()) << "it was no camera";
+    EXPECT_EQ(takeProblem(), "");
+
+    RtNode* camera = RvNode("persp_camera");
+    RvNodeSetPtr(options, "camera", camera);
+    ignore({ "options.camera" });
+    RvNodeDestroy(camera);
+    EXPECT_FALSE(RvUniverseGetCamera()) << "the parameter is ignored";
+    EXPECT_EQ(takeProblem(), "options: could not set POINTER parameter \"camera\"");
+}
+
 TEST_F(Nodes, destroying_another_camera_keeps_the_rendering_one)
 {
     RtNode* first = RvNode("persp_camera");
