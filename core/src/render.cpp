@@ -165,6 +165,7 @@ static bool fillUniverse(RtFrame* frame)
     if (!installBuiltInTypes())
         return false;
     loadLibraryMetadata();
+    scene_file_line = -1; // no scene file is being read
     if (!sceneCreate(frame))
         return false;
     frame->session = sessionCreate(frame->scene);
@@ -213,6 +214,7 @@ void RvEnd(void)
     frame->session = nullptr;
     const bool unload_plugins = !rv::render_options || rv::render_options->unload_plugins;
     rv::sceneDestroy(frame->scene);
+    rv::scene_file_line = -1;
     if (!unload_plugins)
         rv::reportKeptPlugins();
     rv::releaseContents(frame);
