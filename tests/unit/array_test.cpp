@@ -1188,6 +1188,19 @@ TEST_F(Arrays, the_storage_of_all_keys_is_copied_out)
     RvFree_func(block);
 }
 
+TEST_F(Arrays, the_storage_of_a_record_without_keys_is_copied_out_as_one_key)
+{
+    int values[] = { 5, 6, 7 };
+    RtArray record = {};
+    record.data = values;
+    record.nelements = 3;
+    record.type = RV_TYPE_INT;
+    int* const block = static_cast<int*>(RvArrayUnconvert(&record, false));
+    ASSERT_NE(nullptr, block);
+    EXPECT_EQ((std::vector<int>{ 5, 6, 7 }), std::vector<int>(block, block + 3));
+    RvFree_func(block);
+}
+
 TEST_F(Arrays, the_storage_is_copied_out_before_a_reset)
 {
     const Owned a = RvArray(1, 1, RV_TYPE_INT, 7);
