@@ -669,8 +669,13 @@ TEST_F(GObject, new_geometry_of_a_source_reaches_its_instances)
     rv::RvNodeInitialize(second);
     RvGObjectBuildAccel(second, 0);
     RvNodeSetPnt(source, "max", 3, 3, 3);
+    char data[] = "new";
+    objectOf(source)->data = data;
+    objectOf(source)->nkeys_shape = 7;
     RvGObjectUpdate(source);
     for (const RtNode* node : { instance, second }) {
+        EXPECT_EQ(objectOf(node)->data, data);
+        EXPECT_EQ(objectOf(node)->nkeys_shape, 7u);
         EXPECT_EQ(objectOf(node)->accel, nullptr);
         EXPECT_EQ(describe(objectOf(node)->local_bbox), "-1 -1 -1 -> 3 3 3");
         EXPECT_EQ(describe(objectOf(node)->world_bbox), "9 -1 -1 -> 13 3 3");
