@@ -112,6 +112,9 @@ namespace rv {
 
 extern const RtNodeMethods options_methods;
 
+// Names of the sampling patterns by code, null-terminated.
+extern const char* const sampling_pattern_names[];
+
 // The values of the options node; null while there is none. Fixed while workers run.
 inline RtOptions* render_options = nullptr;
 
