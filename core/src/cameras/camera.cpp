@@ -221,7 +221,7 @@ static void checkTimeSamples(RtNode* camera)
     const RtParamEntry& param = cameraParam(camera, time_samples_param);
     const RtArray* const samples = loadArray(camera, &param);
     if (samples && samples->type == RV_TYPE_FLOAT &&
-        RvTimeSamplesCheck(totalElements(samples), elementsOf<float>(samples)))
+        RvTimeSamplesCheck(samples->nelements, elementsOf<float>(samples)))
         return;
     RvMsgWarning("Invalid time sample specification on: %s - resetting to default",
                  RvNodeGetName(camera));

@@ -9,8 +9,6 @@ namespace rv {
 
 // ---- Pixel to screen ----
 
-static float belowOne(float x) { return std::min(x, 0.999999f); }
-
 static RtPixelSample drawSample(const SampleRequest& request)
 {
     const auto [x, y, index, count, thread, aov_sink] = request;
@@ -25,9 +23,9 @@ static RtPixelSample drawSample(const SampleRequest& request)
     sample.sample_count = count;
     sample.offset_u = offset.x;
     sample.offset_v = offset.y;
-    sample.time_sample = belowOne(time);
-    sample.input.lens_u = belowOne(lens.x);
-    sample.input.lens_v = belowOne(lens.y);
+    sample.time_sample = time;
+    sample.input.lens_u = lens.x;
+    sample.input.lens_v = lens.y;
     return sample;
 }
 
@@ -56,6 +54,8 @@ void placeOnScreen(const CameraParams& camera, RtPixelSample* sample)
 }
 
 // ---- The ray ----
+
+static void keepBelowOne(float& x) { x = std::min(x, 0.999999f); }
 
 static void startRay(const CameraParams& camera, const RtPixelSample& sample, int thread,
                      void* aov_sink, RtRay* ray)
@@ -137,6 +137,9 @@ void rayOfSample(RtNode* camera, RtPixelSample sample, int thread, void* aov_sin
 {
     const RtCameraData* const data = cameraData(camera);
     const CameraParams params = data ? cameraParams(camera) : CameraParams{};
+    keepBelowOne(sample.time_sample);
+    keepBelowOne(sample.input.lens_u);
+    keepBelowOne(sample.input.lens_v);
     placeOnScreen(params, &sample);
     startRay(params, sample, thread, aov_sink, ray);
     if (!data) {
