@@ -53,6 +53,10 @@ inline RtVector operator-(const RtVector& a, const RtVector& b)
 }
 inline RtVector operator*(const RtVector& a, float s) { return { a.x * s, a.y * s, a.z * s }; }
 inline float dot(const RtVector& a, const RtVector& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+inline RtVector cross(const RtVector& a, const RtVector& b)
+{
+    return { a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x };
+}
 
 } // namespace rv
 

@@ -99,10 +99,18 @@ void forgetName(RtNode* node);
 // Releases every value of the node, then the node.
 void freeNode(RtNode* node);
 
+// Copies the value of one parameter to another of the same type.
+void copyParameter(RtNode* to, const RtParamEntry* target, const RtNode* from,
+                   const RtParamEntry* source);
+
 // Whether RvNodeCopy leaves out parameters marked "_skip_copy_on_instance".
 enum class CopyMode { clone, instance };
 // Copies every value except the name, and the user parameters.
 void RvNodeCopy(RtNode* to, const RtNode* from, CopyMode mode);
+
+// Runs Initialize unless the node is initialised or just being so, which ends rings of nodes that
+// initialise each other. Null is ignored.
+void RvNodeInitialize(RtNode* node);
 
 // Runs Finish and the object teardown of an initialised node.
 void uninitializeNode(RtNode* node);

@@ -10,7 +10,7 @@
 #include "metadata.h"
 #include "msg.h"
 #include "nodeentry.h"
-#include "objects/objects.h"
+#include "objects/gobject.h"
 #include "options.h"
 #include "render_session.h"
 #include "rv_universe.h"
@@ -39,13 +39,13 @@ static const RtHooks hooks = {
     .cameraParameters = cameraParameters,
     .lightParameters = lightParameters,
     .shapeParameters = shapeParameters,
-    .shapeChanged = do_nothing,
-    .shapeTeardown = do_nothing,
-    .shapeVertexCount = do_nothing,
+    .shapeChanged = shapeChanged,
+    .shapeTeardown = shapeTeardown,
+    .shapeVertexCount = shapeVertexCount,
     .rendering = RvRendering,
-    .rootBounds = do_nothing,
+    .rootBounds = rootBounds,
     .flushTextures = do_nothing,
-    .flushShape = do_nothing,
+    .flushShape = flushShape,
     .flushLight = do_nothing,
 };
 

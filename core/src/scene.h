@@ -13,9 +13,9 @@ struct RtFrame;
 struct RtScene {
     using NodeVector = std::vector<RtNode*, rv::CheckedAllocator<RtNode*>>;
 
-    bool consumed; // a scene write has destroyed the data
-    RtList* bounded_objects;
-    RtList* unbounded_objects;
+    bool consumed;             // a scene write has destroyed the data
+    RtList* bounded_objects;   // nodes of visible top-level shapes; filled and thinned out by
+    RtList* unbounded_objects; // objects/gobject.cpp, under `lock`
     RtFrame* frame;
     NodeVector lights; // in order of creation; under `lock`
     RtList* nodes;     // in order of creation; under `lock`

@@ -168,6 +168,27 @@ static void releaseEntry(RtUserParamEntry* entry)
     releaseValue(entry);
 }
 
+void disableUserParam(RtUserParamEntry* entry)
+{
+    const int element_type = userElementType(*entry);
+    const bool is_array = holdsArray(*entry);
+    releaseEntry(entry);
+    *entry = { .hash = 0,
+               .category = 0,
+               .type = entry->type,
+               .array_type = entry->array_type,
+               .name = internString(""),
+               .value = {} };
+    if (is_array) {
+        // Without a category only the type tells that the value is an array.
+        entry->type = RV_TYPE_ARRAY;
+        entry->array_type = static_cast<uint8_t>(element_type);
+        entry->value.ARRAY = RvArrayAllocate(0, 1, element_type);
+    } else if (entry->type == RV_TYPE_STRING) {
+        entry->value.STR = internString("");
+    }
+}
+
 // Appends an entry, which the table then owns; on failure it stays the caller's.
 static RtUserParamEntry* attachEntry(RtNode* node, const RtUserParamEntry& entry)
 {

@@ -52,6 +52,9 @@ int userElementType(const RtUserParamEntry& entry);
 // The entry in the node's own table or, with sources, along its chain of sources.
 RtUserParamEntry* findUserParam(const RtNode* node, const char* name, bool with_sources);
 
+// Releases the value and the name; lookups no longer find the entry.
+void disableUserParam(RtUserParamEntry* entry);
+
 // Copies the table of one node to another that has none; false when the heap is exhausted.
 bool copyUserParams(RtNode* to, const RtNode* from);
 void releaseUserParams(RtNode* node);

@@ -10,7 +10,6 @@
 #include <stddef.h>
 #include <stdint.h>
 
-struct RtRayPacket;
 namespace rv {
 struct ShapeParams;
 }
@@ -77,9 +76,6 @@ struct RtAccel {
     virtual ~RtAccel() = default;
     virtual const char* name() const = 0;
     virtual size_t memory() const { return 0; }
-    // Intersects the active rays of a packet; one after another unless a structure does better.
-    virtual void intersectPacket(RtGObject* object, const RtTraversal& traversal,
-                                 RtRayPacket& packet) const;
     virtual void intersect(RtGObject* object, const RtTraversal& traversal, const RtObjectRay& ray,
                            RtHitList& hits) const = 0;
 };

@@ -3,6 +3,7 @@
 #define RV_GOBJECT_H
 
 #include "accels/accel.h"
+#include "counters.h"
 #include "maths.h"
 #include "nodes.h"
 #include "objects/objects.h"
@@ -29,9 +30,14 @@ enum RtObjectKind : uint8_t {
 // Why an object must be brought up to date.
 enum RtRebuild : uint32_t { RV_REBUILD_NONE, RV_REBUILD_GEOMETRY, RV_REBUILD_TRANSFORM };
 
+// What is kept with an object for later renders; its owner derives its own record.
+struct RtObjectCache {
+    virtual ~RtObjectCache() = default;
+};
+
 // One per shape node; RtNode::local_data points to it.
 struct RtGObject {
-    RtNode* node;
+    RtNode* node;      // null once the node is gone while lists still hold the object
     void* data;        // of the shape; shared by clones, owned by the shape's node
     RtBBox world_bbox; // over all transform keys, in the space around the object
     RtBBox local_bbox; // in object space over all deformation keys, padded for displacement
@@ -40,7 +46,7 @@ struct RtGObject {
     uint32_t nvarying;         // elements that varying user data must have
     uint32_t nuniform;         // elements that uniform user data must have
     uint32_t* traceset_hashes; // one per string of "trace_sets", or null
-    void* extra;               // per-object cache, not cloned
+    RtObjectCache* extra;      // per-object cache, not cloned
     RtCritSec lock;            // guards the construction of accel
     RtMatrix* matrices; // null: identity; one key: object to world and its inverse; else the keys
     uint8_t nkeys;      // transform keys in matrices, 0 for identity
@@ -48,15 +54,29 @@ struct RtGObject {
     uint16_t visibility;  // RV_RAY_*; 0 when the bounds are empty
     uint32_t rebuild;     // RtRebuild
     uint32_t nkeys_shape; // deformation keys
+
+    // The clones of an object form a list, so that none of them outlives it; under the scene lock.
+    RtGObject* cloned_from;
+    RtGObject* first_clone;
+    RtGObject* next_clone;
+    RtGObject* previous_clone;
+    RtList* scene_list; // the scene's list of top-level objects that holds the node, or null;
+    struct RtListNode*
+        list_previous;        // the element before the node's, or null; under the scene lock
+    uint32_t memberships;     // places in the child arrays of lists
+    bool matrices_are_cloned; // and counted as overhead of nodes, not as geometry
+    bool building;            // a thread is building accel; under `lock`
 };
 
-// Makes the object of a shape node; from the node's Initialize. Null when the heap is exhausted.
+// Makes the object of a shape node, which it becomes the local data of; from the node's Initialize.
+// Null when the heap is exhausted.
 RtGObject* RvGObjectInitialize(RtNode* node, RtObjectKind kind, void* data, uint32_t nkeys,
                                uint32_t nuniform, uint32_t nvarying);
 // Applies motion-keyed matrices (MATRIX, one element a key): in place of the present ones, or on
 // top of them when concatenating. Brings world_bbox up to date.
 void RvGObjectTransform(RtGObject* object, const RtArray* matrices, bool concatenate);
-// A copy that shares data and structure; null when the heap is exhausted.
+// A copy that shares data and structure, and goes when the object goes: its node is then without
+// an object. Null when the heap is exhausted.
 RtGObject* RvGObjectClone(const RtGObject* object);
 void RvGObjectPrepareTracesets(RtGObject* object);
 // The common Update method of shapes.
@@ -70,8 +90,12 @@ void RvCheckUserBounds(const char* prefix, const char* name, const RtBBox* given
 
 namespace rv {
 
-// The object of a shape node, or null.
+// The object of a built-in shape node, or null.
 inline RtGObject* objectOf(const RtNode* node) { return static_cast<RtGObject*>(node->local_data); }
+
+// The same for any node, null included: other nodes, and shapes of plug-ins, keep data of their
+// own.
+RtGObject* shapeObject(const RtNode* node);
 
 // The common parameters of a built-in shape node.
 inline ShapeParams& shapeParams(const RtNode* node)
@@ -93,14 +117,69 @@ inline const RtNode* geometryNode(const RtNode* node)
     return node;
 }
 
+// The object at that end: the one whose shape is intersected.
+inline RtGObject* innermost(RtGObject* object)
+{
+    return object->node->source ? objectOf(geometryNode(object->node)) : object;
+}
+
+// Objects that only hold others.
+inline bool isContainer(const RtGObject* object)
+{
+    return object->kind == RV_KIND_LIST || object->kind == RV_KIND_PROCEDURAL;
+}
+
 // Frees an object: its structure (unless it belongs to a source), matrices and hashes, not data.
+// Its clones go first.
 void destroyObject(RtGObject* object);
+
+// ---- For containers ----
+
+// min > max on an axis, or not a number.
+inline bool isEmpty(const RtBBox& box)
+{
+    return !(box.min.x <= box.max.x && box.min.y <= box.max.y && box.min.z <= box.max.z);
+}
+
+// Holds nothing; the neutral element of unions.
+inline constexpr RtBBox empty_bbox = { { 3.40282347e38f, 3.40282347e38f, 3.40282347e38f },
+                                       { -3.40282347e38f, -3.40282347e38f, -3.40282347e38f } };
+
+// The union where either may be empty.
+RtBBox boxUnion(const RtBBox& a, const RtBBox& b);
+// The box around the transformed corners; null transforms nothing.
+RtBBox transformedBox(const RtBBox& box, const RtMatrix* matrix);
+// Object-space bounds of a deformation key, padded for displacement; -1 for all keys.
+RtBBox localBounds(RtGObject* object, int key);
+// world_bbox from local_bbox and the present matrices.
+void updateWorldBounds(RtGObject* object);
+// Gives the object the matrices of another one.
+bool copyMatrices(RtGObject* to, const RtGObject& from);
+void dropMatrices(RtGObject* object);
+// False when no ray can be brought into object space, whatever its time.
+bool isTransformUsable(const RtGObject* object);
+// Repairs the values of the common parameters: shaders, groups and time samples.
+void prepareCommonParameters(RtNode* node);
+// Empties "matrix", which the object has its own copy of, unless scene data is to be preserved.
+void releaseMatrixParameter(RtNode* node);
+// Sets the visibility to that of the parameter, or hides what has no extent in the world.
+void updateVisibility(RtGObject* object);
+// Appends a visible object of a top-level node to the scene's lists.
+void enterScene(RtGObject* object);
+// Row of the geometry statistics that counts a kind.
+RtGeometryRow geometryRow(RtObjectKind kind);
+
+// Places in child arrays keep the record of an object alive, though not its contents, when its
+// node goes: the object is then invisible, has no node and an empty box.
+void addMembership(RtGObject* object);
+void dropMembership(RtGObject* object);
 
 // Hooks of the frame (RtHooks).
 void shapeChanged(RtNode* node, const RtParamEntry* param);
 void shapeTeardown(RtNode* node);
 unsigned shapeVertexCount(const RtNode* node);
 RtBBox rootBounds(const RtNode* root);
+void flushShape(RtNode* node, int flags);
 
 // Position of a shutter time among n ascending samples, 0 to 0.999999: 0 at and before the first,
 // 0.999999 at and after the last, so that the key index stays inside.

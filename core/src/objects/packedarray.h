@@ -27,11 +27,18 @@ struct RtPackedIdxArray {
     size_t bytes() const; // of the elements, padding excluded
 };
 
-// Storage for `count` values below `bound`, all zero. False when the heap is exhausted.
+// Storage for `count` values below `bound`, all zero. False when the heap is exhausted; the array
+// is then empty.
 bool RvPackedArrayAllocate(RtPackedIdxArray* array, uint32_t count, uint64_t bound);
+// The same with the given values, which must be below the bound.
+bool RvPackedArrayCreate(RtPackedIdxArray* array, const uint32_t* values, uint32_t count,
+                         uint64_t bound);
+// Keeps the first `count` elements of an array that owns its data.
+void RvPackedArrayTruncate(RtPackedIdxArray* array, uint32_t count);
 void RvPackedArrayFree(RtPackedIdxArray* array);
 
-// Three corner numbers a triangle, in 0, 2, 4, 8 or 16 bits each after the largest polygon.
+// Three corner numbers a triangle, in 0, 2, 4, 8 or 16 bits each after the largest polygon, or in
+// 32 for polygons whose corners 16 bits cannot number.
 struct RtPackedTriArray {
     uint8_t* data; // null when every triangle is (0, 1, 2)
     uint8_t bits;
@@ -40,6 +47,7 @@ struct RtPackedTriArray {
     void setCorner(uint32_t j, uint32_t value);
 };
 
+// All numbers zero. False when the heap is exhausted; every triangle is then (0, 1, 2).
 bool RvPackedTriAllocate(RtPackedTriArray* array, uint32_t triangles, uint32_t largest_polygon);
 void RvPackedTriFree(RtPackedTriArray* array);
 size_t RvPackedTriBytes(uint32_t triangles, uint32_t largest_polygon);
@@ -85,6 +93,11 @@ inline uint32_t RtPackedTriArray::corner(uint32_t j) const
     case 16: {
         uint16_t word;
         memcpy(&word, data + 2 * size_t(j), sizeof word);
+        return word;
+    }
+    case 32: {
+        uint32_t word;
+        memcpy(&word, data + 4 * size_t(j), sizeof word);
         return word;
     }
     default: return j % 3;

@@ -1,7 +1,14 @@
 // polymesh: the "polymesh" shape node, a mesh of polygons with any number of sides.
-#include "objects/objects.h"
+//
+// Initialize turns the arrays of the node into the packed record and empties them. So an array that
+// holds elements later was set again: Update then makes the record anew, and takes what was not set
+// from the present one. Setting "vlist" alone moves the vertices.
+#include "objects/polymesh.h"
+
+#include "scene.h"
 
 #include <initializer_list>
+#include <utility>
 
 namespace rv {
 
@@ -9,31 +16,6 @@ static const char* const subdiv_type_names[] = { "none", "catclark", "linear", n
 static const char* const adaptive_metric_names[] = { "auto", "edge_length", "flatness", nullptr };
 static const char* const uv_smoothing_names[] = { "pin_corners", "pin_borders", "linear", "smooth",
                                                   nullptr };
-
-struct PolyMesh {
-    RtArray* nsides;      // UINT, corners of each polygon
-    RtArray* vidxs;       // UINT, vertex of each corner, polygon after polygon
-    RtArray* nidxs;       // UINT, normal of each corner
-    RtArray* uvidxs;      // UINT, texture coordinate of each corner
-    RtArray* crease_idxs; // UINT, pairs of vertices: crease edges
-    RtArray* shidxs;      // BYTE, index into "shader" of each polygon
-    RtArray* vlist;       // POINT, positions, one key per deformation key
-    RtArray* nlist;       // VECTOR, normals, as many keys as vlist
-    RtArray* uvlist;      // POINT2, texture coordinates
-    bool smoothing;
-    int subdiv_type;
-    int subdiv_iterations;
-    float subdiv_pixel_error;
-    RtNode* subdiv_dicing_camera;
-    int subdiv_adaptive_metric;
-    int subdiv_uv_smoothing;
-    RtNode* disp_map;      // displacement shader
-    float disp_height;     // also pads the bounds
-    float disp_zero_value; // value that displaces nothing
-    bool double_precision_intersector;
-    ShapeParams common;
-    const char* name;
-};
 
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
@@ -64,21 +46,115 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
         declareFlag(metadata, array, "_skip_copy_on_instance");
 }
 
+// All keys hold the same positions, bit for bit.
+static bool isStatic(const RtPolyMesh& mesh)
+{
+    const size_t key_bytes = mesh.nvertices * sizeof(RtPoint);
+    for (unsigned key = 1; key < mesh.nkeys; ++key)
+        if (memcmp(mesh.vertices, mesh.vertices + size_t(key) * mesh.nvertices, key_bytes) != 0)
+            return false;
+    return true;
+}
+
+// What follows once a mesh has its object. Refined meshes are cut into triangles afterwards.
+static void finishMesh(RtPolyMesh* mesh, PolyMesh* params)
+{
+    RvPolyMeshConsistencyCheck(mesh);
+    if (mesh->nkeys > 1 && isStatic(*mesh))
+        ++threadStats()->static_motion_meshes;
+    releaseMeshInputs(params);
+    if (!mesh->subdivide_pending || mesh->row != RV_GEOMETRY_SUBDIVS)
+        RvPolyMeshTriangulate(mesh);
+    countMeshMemory(mesh);
+}
+
+static void countMesh(const RtPolyMesh& mesh)
+{
+    RtStats* const stats = threadStats();
+    ++stats->geometry[mesh.row].objects;
+    if (mesh.row != RV_GEOMETRY_POLYMESHES)
+        return;
+    stats->polygons.add(mesh.npolygons);
+    stats->triangles.add(mesh.ntriangles);
+}
+
+static void initialize(RtNode* node, void*)
+{
+    PolyMesh* const params = &polymeshParams(node);
+    if (!prepareMeshInputs(node, params))
+        return;
+    RtPolyMesh* const mesh = createMesh(node, *params);
+    if (!mesh)
+        return;
+    mesh->object = RvGObjectInitialize(node, RV_KIND_POLYMESH, mesh, mesh->nkeys, mesh->npolygons,
+                                       mesh->nvertices);
+    if (!mesh->object) {
+        destroyMesh(mesh);
+        return;
+    }
+    finishMesh(mesh, params);
+    countMesh(*mesh);
+}
+
+// The lists at the root hold the object's old bounds.
+static void requestRebuild(RtGObject* object)
+{
+    object->rebuild = RV_REBUILD_GEOMETRY;
+    for (const RtNode* root : { the_frame->scene->bounded_root, the_frame->scene->unbounded_root })
+        if (RtGObject* const list = root ? objectOf(root) : nullptr)
+            if (list->rebuild == RV_REBUILD_NONE)
+                list->rebuild = RV_REBUILD_TRANSFORM;
+}
+
+// Makes the record anew from what was set again. When that is not possible it stays as it is.
+static void recreateMesh(RtNode* node, PolyMesh* params, RtGObject* object)
+{
+    RtPolyMesh* const mesh = meshOf(object);
+    const bool same_faces = !hasElements(params->nsides) && !hasElements(params->vidxs);
+    restoreMeshInputs(*mesh, params);
+    RtPolyMesh* const fresh = prepareMeshInputs(node, params) ? createMesh(node, *params) : nullptr;
+    if (!fresh) {
+        releaseMeshInputs(params);
+        return;
+    }
+    fresh->object = object;
+    if (same_faces) // faces that were removed before do not come back
+        std::swap(fresh->uniform_idxs, mesh->uniform_idxs);
+    std::swap(*fresh, *mesh); // instances refer to the record in its place
+    destroyMesh(fresh);
+    object->nkeys_shape = mesh->nkeys;
+    object->nvarying = mesh->nvertices;
+    if (!same_faces)
+        object->nuniform = mesh->npolygons;
+    finishMesh(mesh, params);
+    requestRebuild(object);
+}
+
+static void update(RtNode* node, void*)
+{
+    PolyMesh* const params = &polymeshParams(node);
+    RtGObject* const object = objectOf(node);
+    if (object && !node->source && hasMeshInputs(*params))
+        recreateMesh(node, params, object);
+    RvGObjectUpdate(node);
+}
+
+static void finish(RtNode* node)
+{
+    RtGObject* const object = objectOf(node);
+    if (!object)
+        return;
+    destroyMesh(meshOf(object));
+    object->data = nullptr;
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initialize,
+    .Update = update,
+    .Finish = finish,
 };
 
-static const RtShapeMethods shape = {
-    .ShapeLocalGeometry = do_nothing,
-    .ShapeBBox = do_nothing,
-    .ShapeTextureCoordinates = do_nothing,
-    .ShapePrepareUserData = do_nothing,
-    .ShapePrepareIntersection = do_nothing,
-};
-
-const RtNodeMethods polymesh_methods = { &common, &shape };
+const RtNodeMethods polymesh_methods = { &common, &polymesh_shape_methods };
 
 } // namespace rv

@@ -1,0 +1,333 @@
+// The structures over the primitives of a family, their traversal, and the choice between them.
+//
+// Beside what building needs (accels/hierarchy.h) a family intersects a primitive:
+//   template <bool Moving> void intersect(uint32_t prim, const KeyPair& keys, RtGObject*,
+//       const RtTraversal&, const RtObjectRay&, RtHitList&) const;
+// and names how the leaves of a still hierarchy hold their primitives:
+//   using Leaves = IndexLeaves<Family>;
+#ifndef RV_BVH4_H
+#define RV_BVH4_H
+
+#include "accels/hierarchy.h"
+#include "counters.h"
+#include "duration.h"
+#include "msg.h"
+#include "objects/gobject.h"
+#include "options.h"
+#include "system/clock.h"
+
+#include <bit>
+
+namespace rv {
+
+// What a query hands down to the primitives.
+struct Query {
+    RtGObject* object;
+    const RtTraversal& traversal;
+    const RtObjectRay& ray;
+    RtHitList& hits;
+};
+
+// Leaves that hold the numbers of their primitives.
+template <class Family> struct IndexLeaves {
+    static constexpr uint32_t alignment = 1;
+    BuildVector<uint32_t> order;
+
+    void build(const Family&, BuildVector<uint32_t>&& primitives, int)
+    {
+        order = std::move(primitives);
+    }
+    size_t bytes() const { return order.size() * sizeof(uint32_t); }
+    template <bool Moving>
+    void intersect(const Family& family, uint32_t first, uint32_t count, const KeyPair& keys,
+                   const Query& query) const
+    {
+        for (uint32_t i = first; i < first + count && !query.hits.found; ++i)
+            family.template intersect<Moving>(order[i], keys, query.object, query.traversal,
+                                              query.ray, query.hits);
+    }
+};
+
+// ---- Traversal ----
+
+struct StackEntry {
+    float tnear;
+    uint32_t count;
+    uint32_t index;
+};
+
+// A binary path has at most 64 splits and then 17 halvings, a four-wide one half as many nodes, and
+// each leaves three slots on the stack.
+inline constexpr int stack_size = 3 * (split_depth_limit + 17) / 2 + 8;
+
+// The ray as the box tests of a hierarchy want it.
+struct BoxRay {
+    Float4 origin[3], inverse[3], mindist;
+    unsigned near_row[3]; // 0 or 1: whether the ray meets the minimum or the maximum first
+    unsigned octant;
+
+    explicit BoxRay(const RtObjectRay& ray) : mindist(ray.mindist)
+    {
+        // Directions without a component give infinities, which the comparisons handle.
+        const float o[3] = { ray.origin.x, ray.origin.y, ray.origin.z };
+        const float d[3] = { ray.dir.x, ray.dir.y, ray.dir.z };
+        octant = 0;
+        for (unsigned axis = 0; axis < 3; ++axis) {
+            const float inv = 1 / d[axis];
+            origin[axis] = Float4(o[axis]);
+            inverse[axis] = Float4(inv);
+            near_row[axis] = inv < 0;
+            octant |= near_row[axis] << axis;
+        }
+    }
+};
+
+// Distances at which the ray enters and leaves the four boxes.
+struct SlotSpans {
+    Float4 tnear, tfar;
+};
+
+inline SlotSpans slotSpans(const RtBVH4Node& node, const BoxRay& ray, float maxdist, const float&)
+{
+    SlotSpans spans = { ray.mindist, Float4(maxdist) };
+    for (unsigned axis = 0; axis < 3; ++axis) {
+        const Float4 near = Float4::load(node.rows[2 * axis + ray.near_row[axis]]);
+        const Float4 far = Float4::load(node.rows[2 * axis + 1 - ray.near_row[axis]]);
+        spans.tnear = max((near - ray.origin[axis]) * ray.inverse[axis], spans.tnear);
+        spans.tfar = min((far - ray.origin[axis]) * ray.inverse[axis], spans.tfar);
+    }
+    return spans;
+}
+
+inline SlotSpans slotSpans(const RtBVH4MotionNode& node, const BoxRay& ray, float maxdist,
+                           const float& weight)
+{
+    SlotSpans spans = { ray.mindist, Float4(maxdist) };
+    const Float4 w1(weight), w0(1 - weight);
+    for (unsigned axis = 0; axis < 3; ++axis) {
+        const auto at = [&](unsigned row) {
+            return w0 * Float4::load(node.rows[4 * axis + 2 * row]) +
+                   w1 * Float4::load(node.rows[4 * axis + 2 * row + 1]);
+        };
+        const unsigned near = ray.near_row[axis];
+        spans.tnear = max((at(near) - ray.origin[axis]) * ray.inverse[axis], spans.tnear);
+        spans.tfar = min((at(1 - near) - ray.origin[axis]) * ray.inverse[axis], spans.tfar);
+    }
+    return spans;
+}
+
+// Calls leaf(first, count) for the leaves that the ray enters, near ones first, until the hit list
+// is done.
+template <class Node, class LeafTest>
+inline void traverse(const Node* nodes, const RtObjectRay& object_ray, float weight,
+                     RtHitList& hits, const LeafTest& leaf)
+{
+    const BoxRay ray(object_ray);
+    StackEntry stack[stack_size];
+    int top = 0;
+    StackEntry entry = { 0, 0, 0 };
+    for (;;) {
+        if (entry.count) {
+            leaf(entry.index, entry.count);
+            if (hits.found)
+                return;
+        } else {
+            const Node& node = nodes[entry.index];
+            const SlotSpans spans = slotSpans(node, ray, hits.maxdist, weight);
+            const unsigned mask = (spans.tnear <= spans.tfar).bits();
+            if (mask) {
+                alignas(16) float tnear[4];
+                spans.tnear.store(tnear);
+                const unsigned order = node.order[ray.octant];
+                const auto visit = [&](unsigned slot) {
+                    entry = { 0, node.count[slot], node.child[slot] };
+                };
+                const auto push = [&](unsigned slot) {
+                    stack[top] = { tnear[slot], node.count[slot], node.child[slot] };
+                    top += int(mask >> slot & 1);
+                };
+                const unsigned s0 = order & 3, s1 = order >> 2 & 3, s2 = order >> 4 & 3,
+                               s3 = order >> 6;
+                if (mask >> s0 & 1) {
+                    push(s3);
+                    push(s2);
+                    push(s1);
+                    visit(s0);
+                } else if (mask >> s1 & 1) {
+                    push(s3);
+                    push(s2);
+                    visit(s1);
+                } else if (mask >> s2 & 1) {
+                    push(s3);
+                    visit(s2);
+                } else {
+                    visit(s3);
+                }
+                continue;
+            }
+        }
+        do {
+            if (!top)
+                return;
+            entry = stack[--top];
+        } while (!(entry.tnear < hits.maxdist));
+    }
+}
+
+// ---- The kinds ----
+
+template <class Family> struct NullAccel : SimpleAccel {
+    void intersect(RtGObject*, const RtTraversal&, const RtObjectRay&, RtHitList&) const override {}
+};
+
+inline KeyPair deformationKeys(const RtGObject* object, uint32_t keys, float time)
+{
+    return keyPair(keys, relativeTime(shapeParams(object->node).deform_time_samples, time));
+}
+
+template <class Family> struct ListAccel : RtAccel {
+    explicit ListAccel(const Family& primitives) : family(primitives) {}
+    const char* name() const override { return "list"; }
+    void intersect(RtGObject* object, const RtTraversal& traversal, const RtObjectRay& ray,
+                   RtHitList& hits) const override
+    {
+        if (family.keys() > 1)
+            test<true>(deformationKeys(object, family.keys(), ray.time), object, traversal, ray,
+                       hits);
+        else
+            test<false>({ 0, 0 }, object, traversal, ray, hits);
+    }
+
+private:
+    template <bool Moving>
+    void test(const KeyPair& keys, RtGObject* object, const RtTraversal& traversal,
+              const RtObjectRay& ray, RtHitList& hits) const
+    {
+        for (uint32_t i = 0; i < family.count() && !hits.found; ++i)
+            family.template intersect<Moving>(i, keys, object, traversal, ray, hits);
+    }
+
+    Family family;
+};
+
+inline BuildOptions buildOptions(float traversal_cost, uint32_t leaf_alignment)
+{
+    return { traversal_cost, render_options ? std::max(1, render_options->threads) : 1,
+             leaf_alignment };
+}
+
+template <class Family> struct Bvh4 : RtAccel {
+    Bvh4(const Family& primitives, float traversal_cost) : family(primitives)
+    {
+        const BuildOptions options = buildOptions(traversal_cost, Family::Leaves::alignment);
+        BuildVector<uint32_t> order;
+        HierarchyBuilder<RtBVH4Node, Family> builder(family, 0, options);
+        builder.build(nodes, order);
+        leaves.build(family, std::move(order), options.threads);
+    }
+    const char* name() const override { return "bvh4"; }
+    // Required: the nodes and 64 bytes, without what the leaves hold.
+    size_t memory() const override { return nodes.bytes() + 64; }
+    void intersect(RtGObject* object, const RtTraversal& traversal, const RtObjectRay& ray,
+                   RtHitList& hits) const override
+    {
+        const Query query = { object, traversal, ray, hits };
+        traverse(nodes.data(), ray, 0, hits, [&](uint32_t first, uint32_t count) {
+            leaves.template intersect<false>(family, first, count, { 0, 0 }, query);
+        });
+    }
+
+    Family family;
+    LineArray<RtBVH4Node> nodes;
+    typename Family::Leaves leaves;
+};
+
+// One hierarchy for each interval between two deformation keys.
+template <class Family> struct MotionBvh4 : RtAccel {
+    MotionBvh4(const Family& primitives, float traversal_cost)
+        : family(primitives), intervals(new (std::nothrow) Interval[primitives.keys() - 1])
+    {
+        if (!intervals)
+            throw std::bad_alloc();
+        const BuildOptions options = buildOptions(traversal_cost, 1);
+        for (uint32_t key = 0; key + 1 < family.keys(); ++key) {
+            BuildVector<uint32_t> order;
+            HierarchyBuilder<RtBVH4MotionNode, Family> builder(family, key, options);
+            builder.build(intervals[key].nodes, order);
+            intervals[key].leaves.build(family, std::move(order), options.threads);
+        }
+    }
+    const char* name() const override
+    {
+        return family.keys() == 2 ? "bvh4_motion" : "bvh4_motion3p";
+    }
+    size_t memory() const override
+    {
+        size_t bytes = 0;
+        for (uint32_t key = 0; key + 1 < family.keys(); ++key)
+            bytes += intervals[key].nodes.bytes() + intervals[key].leaves.bytes();
+        return bytes;
+    }
+    void intersect(RtGObject* object, const RtTraversal& traversal, const RtObjectRay& ray,
+                   RtHitList& hits) const override
+    {
+        const KeyPair keys = deformationKeys(object, family.keys(), ray.time);
+        const Interval& interval = intervals[keys.key];
+        const Query query = { object, traversal, ray, hits };
+        traverse(interval.nodes.data(), ray, keys.weight, hits,
+                 [&](uint32_t first, uint32_t count) {
+                     interval.leaves.template intersect<true>(family, first, count, keys, query);
+                 });
+    }
+
+    struct Interval {
+        LineArray<RtBVH4MotionNode> nodes;
+        IndexLeaves<Family> leaves;
+    };
+    Family family;
+    std::unique_ptr<Interval[]> intervals;
+};
+
+// ---- The choice ----
+
+template <class Family>
+RtAccel* makeAccel(const Family& family, float traversal_cost, bool force_list, RtAccelRow* row)
+{
+    if (!family.count() || !family.keys()) {
+        *row = RV_ACCEL_NULL;
+        return new NullAccel<Family>;
+    }
+    if (force_list || family.count() < 2) {
+        *row = RV_ACCEL_LIST;
+        return new ListAccel<Family>(family);
+    }
+    if (family.keys() == 1) {
+        *row = RV_ACCEL_BVH;
+        return new Bvh4<Family>(family, traversal_cost);
+    }
+    *row = family.keys() == 2 ? RV_ACCEL_BVH_MOTION2 : RV_ACCEL_BVH_MOTION3;
+    return new MotionBvh4<Family>(family, traversal_cost);
+}
+
+void reportAccel(const RtAccel& accel, uint32_t elapsed_ms, uint32_t primitives, uint32_t keys,
+                 RtAccelRow row, int thread);
+
+// A structure for the primitives of a family; null, after an error, when the heap is exhausted.
+template <class Family>
+RtAccel* RvAccelCreate(const Family& family, float traversal_cost, bool force_list, int thread)
+{
+    const uint32_t start = wallMilliseconds();
+    RtAccelRow row;
+    RtAccel* accel;
+    try {
+        accel = makeAccel(family, traversal_cost, force_list, &row);
+    } catch (const std::exception&) {
+        return nullptr; // reported by the allocation that failed
+    }
+    reportAccel(*accel, wallMilliseconds() - start, family.count(), family.keys(), row, thread);
+    return accel;
+}
+
+} // namespace rv
+
+#endif

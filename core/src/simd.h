@@ -1,0 +1,54 @@
+// Four floats at a time. The one place that knows the processor's vector instructions.
+#ifndef RV_SIMD_H
+#define RV_SIMD_H
+
+#include <smmintrin.h>
+#include <stdint.h>
+
+namespace rv {
+
+struct Float4 {
+    __m128 v;
+
+    Float4() = default;
+    Float4(__m128 value) : v(value) {}
+    explicit Float4(float value) : v(_mm_set1_ps(value)) {}
+    Float4(float x, float y, float z, float w) : v(_mm_setr_ps(x, y, z, w)) {}
+    static Float4 load(const float* aligned) { return _mm_load_ps(aligned); }
+    static Float4 loadUnaligned(const float* p) { return _mm_loadu_ps(p); }
+    void store(float* aligned) const { _mm_store_ps(aligned, v); }
+};
+
+inline Float4 operator+(Float4 a, Float4 b) { return _mm_add_ps(a.v, b.v); }
+inline Float4 operator-(Float4 a, Float4 b) { return _mm_sub_ps(a.v, b.v); }
+inline Float4 operator*(Float4 a, Float4 b) { return _mm_mul_ps(a.v, b.v); }
+inline Float4 operator/(Float4 a, Float4 b) { return _mm_div_ps(a.v, b.v); }
+// Where a lane of `a` or `b` is NaN the result is that lane of `b`.
+inline Float4 min(Float4 a, Float4 b) { return _mm_min_ps(a.v, b.v); }
+inline Float4 max(Float4 a, Float4 b) { return _mm_max_ps(a.v, b.v); }
+
+// All bits of a lane set, or none.
+struct Mask4 {
+    __m128 v;
+    // Bit i is lane i.
+    unsigned bits() const { return unsigned(_mm_movemask_ps(v)); }
+};
+inline Mask4 operator<(Float4 a, Float4 b) { return { _mm_cmplt_ps(a.v, b.v) }; }
+inline Mask4 operator<=(Float4 a, Float4 b) { return { _mm_cmple_ps(a.v, b.v) }; }
+inline Mask4 operator>=(Float4 a, Float4 b) { return { _mm_cmpge_ps(a.v, b.v) }; }
+inline Mask4 operator>(Float4 a, Float4 b) { return { _mm_cmpgt_ps(a.v, b.v) }; }
+inline Mask4 operator&(Mask4 a, Mask4 b) { return { _mm_and_ps(a.v, b.v) }; }
+inline Float4 select(Mask4 mask, Float4 yes, Float4 no)
+{
+    return _mm_blendv_ps(no.v, yes.v, mask.v);
+}
+
+// Rows become columns.
+inline void transpose(Float4& a, Float4& b, Float4& c, Float4& d)
+{
+    _MM_TRANSPOSE4_PS(a.v, b.v, c.v, d.v);
+}
+
+} // namespace rv
+
+#endif

@@ -1,0 +1,37 @@
+// Work that makes more work, shared by threads.
+#ifndef RV_WORK_QUEUE_H
+#define RV_WORK_QUEUE_H
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <stdint.h>
+#include <vector>
+
+namespace rv {
+
+class WorkQueue {
+public:
+    using Run = std::function<void(uint32_t item)>;
+    explicit WorkQueue(Run function) : run(std::move(function)) {}
+
+    // Adds an item; items may add items.
+    void add(uint32_t item);
+    // Runs all items on the calling thread and up to threads - 1 others; returns when none is left.
+    // Without threads to be had, the caller does it all. Items must not throw.
+    void process(int threads);
+
+private:
+    static unsigned helper(void* queue);
+    void work();
+
+    Run run;
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<uint32_t> items;
+    unsigned unfinished = 0; // waiting or running
+};
+
+} // namespace rv
+
+#endif
