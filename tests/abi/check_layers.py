@@ -13,7 +13,8 @@ FLOORS = [
     ("foundation", "frame hooks msg memory strpool shash hash list duration version counters"
                    " text thread_slot tag_group simd work_queue system/"),
     ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
-                   " shading_state universe options message_passing scene"),
+                   " shading_state universe options message_passing scene"
+                   " image_geometry camera_data"),
     ("scene files and tracing", "dotrvs override plugins"
                                 " objects/ accels/ rtrace_packet sampler sampling trace rays"),
     ("shading and lights", "shaderglobals radiosity importance brdf noise texture sss"
