@@ -20,7 +20,7 @@ FLOORS = [
     ("shading and lights", "shaderglobals radiosity importance brdf noise texture sss"
                            " shaders/ lights/ cameras/"),
     ("output", "aovs/ filters/ drivers/"),
-    ("render control", "render render_session buckets stats builtin scene_passes sample_tables region"),
+    ("render control", "render render_session buckets stats builtin scene_passes sample_tables region render_steps"),
 ]
 FLOOR_OF = {module: floor for floor, (_, modules) in enumerate(FLOORS) for module in modules.split()}
 
