@@ -88,6 +88,13 @@ TEST_F(Cameras, initialising_again_changes_nothing)
     EXPECT_EQ(rv::cameraData(camera), data);
     EXPECT_EQ(data->kind, RV_CAMERA_CYLINDRICAL);
     EXPECT_FALSE(RvCameraGetLocalData(camera));
+
+    RtNode* const persp = preparedCamera("persp_camera");
+    const void* const own = RvCameraGetLocalData(persp);
+    const size_t before = heapBytes();
+    initialize(persp);
+    EXPECT_EQ(RvCameraGetLocalData(persp), own);
+    EXPECT_EQ(heapBytes(), before);
 }
 
 TEST_F(Cameras, helpers_ignore_what_is_no_prepared_camera)
