@@ -238,7 +238,7 @@ bool initializeCamera(RtNode* node, RtCameraKind kind, void* type_data)
 {
     RvCameraInitialize(node, type_data);
     RtCameraData* const data = cameraData(node);
-    if (!data)
+    if (!data || data->type_data != type_data)
         return false;
     data->kind = kind;
     return true;

@@ -71,7 +71,8 @@ inline const RtParamEntry& cameraParam(const RtNode* camera, CameraParamIndex in
 void updateSphericalClip(RtNode* node, void*);
 void finishCamera(RtNode* node);
 
-// Initialize of a built-in type: false, with nothing created, when the heap is exhausted.
+// Initialize of a built-in type: false when the camera did not take the data, because the heap is
+// exhausted or it is initialised already.
 bool initializeCamera(RtNode* node, RtCameraKind kind, void* type_data);
 
 template <RtCameraKind kind> void initializeKind(RtNode* node, void*)

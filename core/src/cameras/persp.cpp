@@ -10,7 +10,7 @@ namespace rv {
 
 // The local data of the type. Read-only while workers run.
 struct RtPerspData {
-    bool remaps;                      // "uv_remap" is linked
+    const RtParamEntry* remap;        // "uv_remap", or null while nothing is linked to it
     RtShaderGlobals context;          // in which it is evaluated, reset
     float width, height;              // of the image, in pixels
     float aspect;                     // width of the frame divided by its height, on the screen
@@ -51,16 +51,11 @@ float perspectiveFov(const RtNode* camera, float relative_time)
 
 // ---- Methods ----
 
-static const RtParamEntry& remapParam(const RtNode* node)
-{
-    return *RvNodeEntryLookUpParameter(node->entry, "uv_remap");
-}
-
-static bool isLinked(const RtNode* node, const RtParamEntry& param)
+static bool isLinked(const RtNode* node, const RtParamEntry* param)
 {
     if (!node->links)
         return false;
-    for (uintptr_t slot : node->links[param.index].slot)
+    for (uintptr_t slot : node->links[param->index].slot)
         if (slot & ~component_marker)
             return true;
     return false;
@@ -69,7 +64,8 @@ static bool isLinked(const RtNode* node, const RtParamEntry& param)
 static void refresh(const RtNode* node, RtPerspData* data)
 {
     const ImageGeometry image = currentImage();
-    data->remaps = isLinked(node, remapParam(node));
+    const RtParamEntry* const remap = RvNodeEntryLookUpParameter(node->entry, "uv_remap");
+    data->remap = isLinked(node, remap) ? remap : nullptr;
     data->width = static_cast<float>(image.image_width);
     data->height = static_cast<float>(image.image_height);
     data->aspect = 1 / frameHeight(image);
@@ -112,7 +108,7 @@ static RtPoint2 remapped(const RtNode* node, const RtPerspData& data, const RtPo
     const float u = (p.x + 1) / 2, v = (p.y * data.aspect + 1) / 2;
     sg.u = u + data.half_pixel_u;
     sg.v = v + data.half_pixel_v;
-    const RtRGBA to = cameraShaderResult(node, remapParam(node), &sg, { u, v, 0, 1 });
+    const RtRGBA to = cameraShaderResult(node, *data.remap, &sg, { u, v, 0, 1 });
     return { (to.r - 0.5f) * 2, (to.g - 0.5f) * 2 / data.aspect };
 }
 
@@ -120,7 +116,7 @@ static RtPoint2 screenPosition(const RtNode* node, const RtCameraRayInput& input
 {
     const RtPoint2 p = { input.screen_x, input.screen_y };
     const auto* const data = static_cast<const RtPerspData*>(RvCameraGetLocalData(node));
-    return data && data->remaps ? remapped(node, *data, p) : p;
+    return data && data->remap ? remapped(node, *data, p) : p;
 }
 
 // Starts the ray on the lens and aims it at the point in focus. Required: what is in focus lies on

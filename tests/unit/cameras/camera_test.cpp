@@ -88,6 +88,14 @@ TEST_F(Cameras, initialising_again_changes_nothing)
     EXPECT_EQ(rv::cameraData(camera), data);
     EXPECT_EQ(data->kind, RV_CAMERA_CYLINDRICAL);
     EXPECT_FALSE(RvCameraGetLocalData(camera));
+
+    RtNode* const persp = preparedCamera("persp_camera");
+    const void* const own = RvCameraGetLocalData(persp);
+    initialize(persp); // the heap keeps the first freed block at hand
+    const size_t before = heapBytes();
+    initialize(persp);
+    EXPECT_EQ(RvCameraGetLocalData(persp), own);
+    EXPECT_EQ(heapBytes(), before);
 }
 
 TEST_F(Cameras, helpers_ignore_what_is_no_prepared_camera)
@@ -270,6 +278,28 @@ TEST_F(Cameras, golden_relative_times)
         expectGoldenNumbers(v, "value",
                             { RvTimeSamplesMap(t, unsigned(samples.size()), samples.data()) });
     }
+}
+
+TEST_F(Cameras, relative_times_stay_below_1_and_never_fall_below_0)
+{
+    RtArray* const samples = floatElements({ 5, 6, 9, 10 });
+    RtArray* const two = floatElements({ 99, 100 });
+    const struct {
+        const RtArray* samples;
+        float time, expected;
+    } cases[] = {
+        { samples, 5, 0 },          { samples, 6, 1.0f / 3 }, { samples, 9, 2.0f / 3 },
+        { samples, 9.7f, 0.9f },    { samples, 7.5f, 0.5f },  { samples, 4, 0 },
+        { samples, 11, 0.999999f }, { two, 98, 0 },           { two, 100, 0.999999f },
+    };
+    for (const auto& c : cases)
+        EXPECT_NEAR(rv::relativeTime(c.samples, c.time), c.expected, 1e-6) << c.time;
+    const float* const pair = rv::elementsOf<float>(two);
+    EXPECT_EQ(RvTimeSamplesMap(0, 2, pair), 99);
+    EXPECT_EQ(RvTimeSamplesMap(0.75f, 2, pair), 99.75f);
+    EXPECT_EQ(RvTimeSamplesMap(1, 2, pair), 100);
+    RvArrayDestroy(samples);
+    RvArrayDestroy(two);
 }
 
 TEST_F(Cameras, golden_keyed_floats)
