@@ -124,22 +124,23 @@ void registerName(RtNode* node, const RtParamEntry* param)
 
 // ---- Copying and release ----
 
-static void copyParameter(RtNode* to, const RtNode* from, const RtParamEntry* param)
+void copyParameter(RtNode* to, const RtParamEntry* target, const RtNode* from,
+                   const RtParamEntry* source)
 {
-    if (param->type == RV_TYPE_MATRIX) {
-        void* const target = matrixBytes(to, param);
-        const void* const source = matrixBytes(from, param);
-        if (target && source)
-            memcpy(target, source, sizeof(RtMatrix));
+    if (target->type == RV_TYPE_MATRIX) {
+        void* const to_bytes = matrixBytes(to, target);
+        const void* const from_bytes = matrixBytes(from, source);
+        if (to_bytes && from_bytes)
+            memcpy(to_bytes, from_bytes, sizeof(RtMatrix));
         return;
     }
-    RtParamValue value = load(paramStorage(from, param), param->type);
-    if (param->type == RV_TYPE_STRING)
+    RtParamValue value = load(paramStorage(from, source), source->type);
+    if (target->type == RV_TYPE_STRING)
         value.STR = internString(value.STR);
-    if (param->type == RV_TYPE_ARRAY && value.ARRAY)
+    if (target->type == RV_TYPE_ARRAY && value.ARRAY)
         value.ARRAY = RvArrayCopy(value.ARRAY);
-    releaseParameter(to, param);
-    store(paramStorage(to, param), param->type, value);
+    releaseParameter(to, target);
+    store(paramStorage(to, target), target->type, value);
 }
 
 void RvNodeCopy(RtNode* to, const RtNode* from, CopyMode mode)
@@ -151,7 +152,7 @@ void RvNodeCopy(RtNode* to, const RtNode* from, CopyMode mode)
             (mode == CopyMode::instance &&
              metaDataBool(entry, param->name, "_skip_copy_on_instance", false)))
             continue;
-        copyParameter(to, from, param);
+        copyParameter(to, param, from, param);
         to->set_flags[i] = from->set_flags[i];
     }
     copyUserParams(to, from);

@@ -99,6 +99,10 @@ void forgetName(RtNode* node);
 // Releases every value of the node, then the node.
 void freeNode(RtNode* node);
 
+// Copies the value of one parameter to another of the same type.
+void copyParameter(RtNode* to, const RtParamEntry* target, const RtNode* from,
+                   const RtParamEntry* source);
+
 // Whether RvNodeCopy leaves out parameters marked "_skip_copy_on_instance".
 enum class CopyMode { clone, instance };
 // Copies every value except the name, and the user parameters.

@@ -4,9 +4,9 @@
 
 namespace rv {
 
-static const char* const pattern_names[] = { "regular",        "random",     "jittered",
-                                             "multi_jittered", "poisson_bc", "dithered",
-                                             "nrooks",         "schlick",    nullptr };
+const char* const sampling_pattern_names[] = { "regular",        "random",     "jittered",
+                                               "multi_jittered", "poisson_bc", "dithered",
+                                               "nrooks",         "schlick",    nullptr };
 static const char* const priority_names[] = { "lowest", "low", "normal", "high", nullptr };
 static const char* const scanning_names[] = { "top",   "bottom", "left",    "right", "random",
                                               "woven", "spiral", "hilbert", "list",  nullptr };
@@ -19,10 +19,11 @@ static void antialiasingOptions(RtList* params)
 {
     RvNodeParamINT(params, RV_FIELD(RtOptions, AA_samples), 1);
     RvNodeParamENUM(params, RV_FIELD(RtOptions, AA_pattern),
-                    RvEnumGetValue(pattern_names, "multi_jittered"), pattern_names);
+                    RvEnumGetValue(sampling_pattern_names, "multi_jittered"),
+                    sampling_pattern_names);
     RvNodeParamINT(params, RV_FIELD(RtOptions, AA_seed), 1);
     RvNodeParamENUM(params, RV_FIELD(RtOptions, AA_motionblur_pattern),
-                    RvEnumGetValue(pattern_names, "jittered"), pattern_names);
+                    RvEnumGetValue(sampling_pattern_names, "jittered"), sampling_pattern_names);
     RvNodeParamFLT(params, RV_FIELD(RtOptions, AA_sample_clamp), 1e30f);
     RvNodeParamBOOL(params, RV_FIELD(RtOptions, AA_sample_clamp_affects_aovs), false);
     RvNodeParamINT(params, RV_FIELD(RtOptions, AA_sampling_dither), 4);
@@ -152,7 +153,7 @@ static void indirectOptions(RtList* params)
     RvNodeParamINT(params, RV_FIELD(RtOptions, GI_glossy_samples), 2);
     RvNodeParamINT(params, RV_FIELD(RtOptions, GI_refraction_samples), 2);
     RvNodeParamENUM(params, RV_FIELD(RtOptions, GI_hemi_pattern),
-                    RvEnumGetValue(pattern_names, "schlick"), pattern_names);
+                    RvEnumGetValue(sampling_pattern_names, "schlick"), sampling_pattern_names);
     RvNodeParamBOOL(params, RV_FIELD(RtOptions, GI_Cranley_Patterson), true);
     RvNodeParamBOOL(params, RV_FIELD(RtOptions, GI_direct_lighting), true);
     RvNodeParamFLT(params, RV_FIELD(RtOptions, GI_falloff_start_dist), RV_BIG);

@@ -108,9 +108,15 @@ struct RtOptions {
     const char* name;
 };
 
+// Values of auto_transparency_mode.
+enum { RV_TRANSPARENCY_ALWAYS, RV_TRANSPARENCY_SHADOW_ONLY, RV_TRANSPARENCY_NEVER };
+
 namespace rv {
 
 extern const RtNodeMethods options_methods;
+
+// Names of the sampling patterns by code, null-terminated.
+extern const char* const sampling_pattern_names[];
 
 // The values of the options node; null while there is none. Fixed while workers run.
 inline RtOptions* render_options = nullptr;

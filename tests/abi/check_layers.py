@@ -15,7 +15,7 @@ FLOORS = [
     ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene"),
     ("scene files and tracing", "dotrvs override plugins"
-                                " objects/ accels/ rtrace_packet sampler sampling trace rays"),
+                                " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
     ("shading and lights", "shaderglobals radiosity importance brdf noise texture sss"
                            " shaders/ lights/ cameras/"),
     ("output", "aovs/ filters/ drivers/"),

@@ -359,8 +359,7 @@ void updateVisibility(RtGObject* object)
     }
 }
 
-// The object keeps its own copy of the matrices.
-static void releaseMatrixParameter(RtNode* node)
+void releaseMatrixParameter(RtNode* node)
 {
     if (!render_options || !render_options->preserve_scene_data)
         replaceArray(&shapeParams(node).matrix, RvArrayAllocate(0, 1, RV_TYPE_MATRIX));
@@ -419,14 +418,14 @@ static void buildAccel(RtGObject* object, int thread)
     object->building = false;
 }
 
-static void shareAccel(RtGObject* object, RtAccel* accel)
+static void shareAccel(RtGObject* object, RtAccel* accel, int thread)
 {
     const CritSecLock guard(&object->lock);
     if (object->accel)
         return;
     object->accel = accel;
     if (object->kind == RV_KIND_POLYMESH)
-        threadStats()->instance_overhead_bytes +=
+        the_frame->stats[thread]->instance_overhead_bytes +=
             meshBytes(static_cast<const RtPolyMesh*>(object->data));
 }
 
@@ -449,9 +448,20 @@ static void askRootsForRefit()
     }
 }
 
+// What the object copied from parameters and tracing reads there.
+static void refreshCopies(RtGObject* object, const char* param)
+{
+    if (!strcmp(param, "trace_sets"))
+        RvGObjectPrepareTracesets(object);
+    if (!strcmp(param, "visibility"))
+        updateVisibility(object);
+}
+
 void shapeChanged(RtNode* node, const RtParamEntry* param)
 {
     RtGObject* const object = shapeObject(node);
+    if (object)
+        refreshCopies(object, param->name);
     if (!object || !metaDataBool(node->entry, param->name, "_triggers_rebuild", false))
         return;
     RvMsgDebug("[accel] parameter %s on %s was modified - asking for accel rebuild", param->name,
@@ -618,7 +628,7 @@ void RvGObjectBuildAccel(RtNode* node, int thread)
     RtAccel* const accel = original->accel;
     for (; accel && node != owner; node = node->source)
         if (RtGObject* const clone = rv::shapeObject(node))
-            rv::shareAccel(clone, accel);
+            rv::shareAccel(clone, accel, thread);
 }
 
 void RvCheckUserBounds(const char* prefix, const char* name, const RtBBox* given,

@@ -160,6 +160,8 @@ void dropMatrices(RtGObject* object);
 bool isTransformUsable(const RtGObject* object);
 // Repairs the values of the common parameters: shaders, groups and time samples.
 void prepareCommonParameters(RtNode* node);
+// Empties "matrix", which the object has its own copy of, unless scene data is to be preserved.
+void releaseMatrixParameter(RtNode* node);
 // Sets the visibility to that of the parameter, or hides what has no extent in the world.
 void updateVisibility(RtGObject* object);
 // Appends a visible object of a top-level node to the scene's lists.

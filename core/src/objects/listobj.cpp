@@ -1,5 +1,22 @@
 // listobj: the "list_aggregate" shape node, a group of shapes that is traced as one object.
-#include "objects/objects.h"
+#include "objects/listobj.h"
+
+#include "array.h"
+#include "list.h"
+#include "msg.h"
+
+#include <algorithm>
+#include <vector>
+
+static const char* const module_path = "core\\src\\objects\\listobj";
+
+void RtAggrList::permutePrimitives(const uint32_t* order)
+{
+    const std::vector<RtGObject*, rv::CheckedAllocator<RtGObject*>> before(children,
+                                                                           children + count);
+    for (uint32_t i = 0; i < count; ++i)
+        children[i] = before[order[i]];
+}
 
 namespace rv {
 
@@ -9,6 +26,202 @@ struct ListAggregate {
     const char* name;
 };
 
+// ---- Motion ----
+
+// What the scan over the children of a list found.
+struct MotionScan {
+    uint32_t keys; // of the moving children; 1 before the first
+    int transforming;
+    int deforming;
+};
+
+struct MotionMessages {
+    const char* sample_count;
+    const char* sample_times;
+    const char* key_count;
+};
+
+static const MotionMessages transform_messages = {
+    "[obj] unable to optimize object list - found object with %d transformation time samples",
+    "[obj] unable to optimize object list - found object with 2 non-default transformation time "
+    "samples: [%.2f, %.2f]",
+    "[obj] unable to optimize object list - found an object with %d matrices but the list has "
+    "another object with %d keys",
+};
+
+static const MotionMessages deform_messages = {
+    "[obj] unable to optimize object list - found object with deformation %d time samples",
+    "[obj] unable to optimize object list - found object with 2 non-default deformation time "
+    "samples: [%.2f, %.2f]",
+    "[obj] unable to optimize object list - found an object with %d deformation keys but the list "
+    "has another object with %d keys",
+};
+
+// A moving child must move over the whole shutter, in as many keys as the others.
+static bool joinsMotion(MotionScan* scan, uint32_t keys, const RtArray* samples,
+                        const MotionMessages& messages)
+{
+    const int count = samples ? int(samples->nelements) : 0;
+    if (count != 2 || !samples->data) {
+        RvMsgWarningMasked(RV_LOG_DEBUG, messages.sample_count, count);
+        return false;
+    }
+    const float* const times = elementsOf<float>(samples);
+    if (times[0] != 0 || times[1] != 1) {
+        RvMsgWarningMasked(RV_LOG_DEBUG, messages.sample_times, times[0], times[1]);
+        return false;
+    }
+    if (scan->keys > 1 && scan->keys != keys) {
+        RvMsgWarningMasked(RV_LOG_DEBUG, messages.key_count, int(keys), int(scan->keys));
+        return false;
+    }
+    scan->keys = keys;
+    return true;
+}
+
+// Takes a child into account; false when its motion does not fit.
+static bool scanChild(MotionScan* scan, const RtGObject* child)
+{
+    const RtNode* const node = child->node;
+    const ShapeParams& params = shapeParams(node);
+    if (child->nkeys > 1) {
+        ++scan->transforming;
+        return joinsMotion(scan, child->nkeys, params.transform_time_samples, transform_messages);
+    }
+    if (child->nkeys_shape < 2)
+        return true;
+    ++scan->deforming;
+    if (!joinsMotion(scan, child->nkeys_shape, params.deform_time_samples, deform_messages))
+        return false;
+    if (node->source && geometryNode(node)->creator != node->creator) {
+        RvMsgWarningMasked(RV_LOG_DEBUG,
+                           "[obj] unable to optimize object list - found an instance which refers "
+                           "to an object in a different procedural");
+        return false;
+    }
+    return true;
+}
+
+// Bounding every child per key is worth it when all motion has the same keys.
+static void optimizeMotion(RtAggrList* list)
+{
+    list->nkeys = 1;
+    MotionScan scan = { 1, 0, 0 };
+    for (uint32_t i = 0; i < list->count; ++i)
+        if (list->children[i]->node && !scanChild(&scan, list->children[i]))
+            return;
+    list->nkeys = scan.keys;
+    if (scan.keys > 1)
+        RvMsgInfo("[obj] optimizing motion in object list for %d keys (%d objects transforming, "
+                  "%d deforming, %d total)",
+                  int(scan.keys), scan.transforming, scan.deforming, int(list->count));
+}
+
+// ---- The record ----
+
+static size_t childBytes(uint32_t count) { return count * sizeof(RtGObject*); }
+
+static void fillChildren(RtAggrList* list, const RtNode* owner, const RtList* nodes)
+{
+    for (const RtListNode* element = RvListHead(nodes); element; element = element->next) {
+        RtNode* const node = static_cast<RtNode*>(element->data);
+        if (!node)
+            continue;
+        if (node->entry->type != RV_NODE_SHAPE) {
+            RvMsgWarning("%s: ignoring %s in the object list (not a shape)", RvNodeGetName(owner),
+                         RvNodeGetName(node));
+            continue;
+        }
+        RvNodeInitialize(node);
+        if (RtGObject* const object = shapeObject(node)) {
+            addMembership(object);
+            list->children[list->count++] = object;
+        }
+    }
+}
+
+static void countList(const RtAggrList& list)
+{
+    RtStats& stats = *threadStats();
+    ++stats.geometry[RV_GEOMETRY_LISTS].objects;
+    stats.geometry[RV_GEOMETRY_LISTS].initial_bytes += int64_t(childBytes(list.count));
+    stats.list_children.add(list.count);
+}
+
+RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
+{
+    const uint32_t capacity = RvListSize(nodes);
+    RtAggrList* const list = static_cast<RtAggrList*>(
+        RvMalloc_func(sizeof(RtAggrList), module_path, __LINE__, "RtAggrList"));
+    void* const children =
+        capacity ? allocate(childBytes(capacity), module_path, __LINE__, "RtAggrList") : nullptr;
+    if (!list || (capacity && !children)) {
+        RvFree_func(children);
+        RvFree_func(list);
+        return nullptr;
+    }
+    *list = { .count = 0, .children = static_cast<RtGObject**>(children), .nkeys = 1 };
+    fillChildren(list, owner, nodes);
+    optimizeMotion(list);
+    countList(*list);
+    return list;
+}
+
+void destroyAggrList(RtAggrList* list)
+{
+    if (!list)
+        return;
+    for (uint32_t i = 0; i < list->count; ++i)
+        dropMembership(list->children[i]);
+    RvFree_func(list->children);
+    RvFree_func(list);
+}
+
+bool dropLostChildren(RtAggrList* list)
+{
+    uint32_t kept = 0;
+    for (uint32_t i = 0; i < list->count; ++i) {
+        RtGObject* const child = list->children[i];
+        if (child->node)
+            list->children[kept++] = child;
+        else
+            dropMembership(child);
+    }
+    const bool had_lost_children = kept < list->count;
+    list->count = kept;
+    return had_lost_children;
+}
+
+// ---- Bounds ----
+
+RtBBox childBounds(const RtAggrList& list, uint32_t child, uint32_t key)
+{
+    RtGObject* const object = list.children[child];
+    const uint32_t keys = object->nkeys > 1 ? object->nkeys : object->nkeys_shape;
+    if (list.nkeys < 2 || keys < 2 || !object->node)
+        return object->world_bbox;
+    // A child that was edited may have fewer keys than the list has found.
+    const uint32_t own_key = std::min(key, keys - 1);
+    if (object->nkeys > 1)
+        return transformedBox(object->local_bbox, &object->matrices[own_key]);
+    return transformedBox(localBounds(innermost(object), int(own_key)), object->matrices);
+}
+
+RtBBox listBounds(const RtAggrList& list)
+{
+    RtBBox bounds = empty_bbox;
+    for (uint32_t i = 0; i < list.count; ++i)
+        bounds = boxUnion(bounds, list.children[i]->world_bbox);
+    return bounds;
+}
+
+// ---- The node type ----
+
+static RtAggrList* listOf(const RtGObject* object)
+{
+    return static_cast<RtAggrList*>(object->data);
+}
+
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<ListAggregate>(metadata);
@@ -16,16 +229,54 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamPTR(params, RV_FIELD(ListAggregate, obj_list), nullptr);
 }
 
+static void initialize(RtNode* node, void* params)
+{
+    ListAggregate& self = *static_cast<ListAggregate*>(params);
+    RtAggrList* const list = createAggrList(node, static_cast<const RtList*>(self.obj_list));
+    self.obj_list = nullptr;
+    if (list && !RvGObjectInitialize(node, RV_KIND_LIST, list, 1, 0, 0))
+        destroyAggrList(list);
+}
+
+static void update(RtNode* node, void*)
+{
+    RtGObject* const object = objectOf(node);
+    if (!object)
+        return;
+    RtAggrList* const list = listOf(object);
+    bool is_changed = dropLostChildren(list);
+    for (uint32_t i = 0; i < list->count; ++i) {
+        is_changed |= list->children[i]->rebuild != RV_REBUILD_NONE;
+        RvGObjectUpdate(list->children[i]->node);
+    }
+    if (is_changed && object->rebuild == RV_REBUILD_NONE)
+        object->rebuild = RV_REBUILD_TRANSFORM;
+    if (object->rebuild != RV_REBUILD_NONE)
+        optimizeMotion(list);
+    RvGObjectUpdate(node);
+}
+
+static void finish(RtNode* node)
+{
+    RtGObject* const object = objectOf(node);
+    if (!object)
+        return;
+    destroyAggrList(listOf(object));
+    object->data = nullptr;
+}
+
+static void boundList(RtGObject* object, RtBBox* bbox, int) { *bbox = listBounds(*listOf(object)); }
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initialize,
+    .Update = update,
+    .Finish = finish,
 };
 
 static const RtShapeMethods shape = {
     .ShapeLocalGeometry = unreachable::ShapeLocalGeometry,
-    .ShapeBBox = do_nothing,
+    .ShapeBBox = boundList,
     .ShapeTextureCoordinates = unreachable::ShapeTextureCoordinates,
     .ShapePrepareUserData = unreachable::ShapePrepareUserData,
     .ShapePrepareIntersection = do_nothing,

@@ -80,6 +80,11 @@ static void adviseHugePages(void* block, size_t size)
         madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
 }
 
+void reportAllocationFailure(size_t size, const char* file, int line, const char* function)
+{
+    reportFailure("allocate", size, file, line, function);
+}
+
 void* allocateTable(size_t size, const char* file, int line, const char* function)
 {
     if (size == 0)

@@ -57,6 +57,9 @@ namespace rv {
 // like an exhausted heap.
 void* allocate(size_t size, const char* file, int line, const char* function);
 
+// Reports an allocation that was refused before it reached the heap, in the words of a failed one.
+void reportAllocationFailure(size_t size, const char* file, int line, const char* function);
+
 // Zeroed memory for a table with random access; big ones ask for huge pages, which spare most of
 // the address translation that such tables cost.
 void* allocateTable(size_t size, const char* file, int line, const char* function);

@@ -1,0 +1,40 @@
+// Object lists: the data of "list_aggregate" nodes and of expanded procedurals.
+#ifndef RV_LISTOBJ_H
+#define RV_LISTOBJ_H
+
+#include "objects/gobject.h"
+
+// Objects that are traced as one. A child whose node is destroyed stays as an invisible object with
+// an empty box until the list is next updated.
+struct RtAggrList {
+    uint32_t count;
+    RtGObject** children;
+    uint32_t nkeys; // motion keys at which children are bounded; 1: over their whole motion
+
+    // Puts the children into an order of the structure's: child i becomes the one at order[i].
+    void permutePrimitives(const uint32_t* order);
+};
+
+namespace rv {
+
+// The objects of the nodes, initialised where they are not yet; null nodes and shapes that got no
+// object are left out. Null when the heap is exhausted. `owner` is named in messages.
+RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes);
+void destroyAggrList(RtAggrList* list);
+
+// Bounds of a child in the space of the list at one of the list's keys. Boxes interpolated between
+// keys bound the child in between. Empty for children without extent.
+RtBBox childBounds(const RtAggrList& list, uint32_t child, uint32_t key);
+// Of all children over the whole motion.
+RtBBox listBounds(const RtAggrList& list);
+
+// Removes the children whose nodes are gone; true when there were any. Positions change: the
+// structure over the list must not be used any more.
+bool dropLostChildren(RtAggrList* list);
+
+// The structure over the children of a list (accels/).
+RtAccel* createListAccel(RtAggrList* list, bool force_list, int thread);
+
+} // namespace rv
+
+#endif
