@@ -270,6 +270,12 @@ static void finish(RtNode* node)
 
 static void boundList(RtGObject* object, RtBBox* bbox, int) { *bbox = listBounds(*listOf(object)); }
 
+static RtAccel* prepareIntersection(RtGObject* object, int thread)
+{
+    dropLostChildren(listOf(object));
+    return createListAccel(listOf(object), shapeParams(object->node).unbounded, thread);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = initialize,
@@ -282,7 +288,7 @@ static const RtShapeMethods shape = {
     .ShapeBBox = boundList,
     .ShapeTextureCoordinates = unreachable::ShapeTextureCoordinates,
     .ShapePrepareUserData = unreachable::ShapePrepareUserData,
-    .ShapePrepareIntersection = do_nothing,
+    .ShapePrepareIntersection = prepareIntersection,
 };
 
 const RtNodeMethods list_aggregate_methods = { &common, &shape };
