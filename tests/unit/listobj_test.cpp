@@ -454,11 +454,15 @@ TEST_F(ListObj, destroyed_children_leave_at_the_next_update)
     RvNodeDestroy(b); // and with it its instance
     const RtAggrList& record = recordOf(list);
     ASSERT_EQ(record.count, 4u);
-    for (const uint32_t i : { 1u, 2u }) {
-        EXPECT_EQ(record.children[i]->node, nullptr);
+    uint32_t lost_count = 0; // the structure has chosen the order
+    for (uint32_t i = 0; i < record.count; ++i) {
+        if (record.children[i]->node)
+            continue;
+        ++lost_count;
         EXPECT_EQ(record.children[i]->visibility, 0);
         EXPECT_TRUE(rv::isEmpty(rv::childBounds(record, i, 0)));
     }
+    EXPECT_EQ(lost_count, 2u);
     EXPECT_EQ(describe(rv::listBounds(record)), "0 0 0 -> 1 1 1");
     list->entry->methods->Update(list, list->params);
     EXPECT_EQ(childrenOf(list), (std::vector<RtNode*>{ a, a }));
