@@ -502,7 +502,8 @@ void* RvArrayUnconvert(RtArray* array, bool reset)
     if (!array)
         return nullptr;
     void* block = nullptr;
-    const uint64_t bytes = storageBytes(array);
+    const unsigned nkeys = std::max<unsigned>(array->nkeys, 1); // a record of the caller may say 0
+    const uint64_t bytes = countElements(array->nelements, nkeys) * rv::typeSize(array->type);
     if (array->data && bytes > 0 && bytes <= INT_MAX) {
         block = RvMalloc_func(static_cast<unsigned>(bytes), "core\\src\\array", __LINE__,
                               "RvArrayUnconvert");

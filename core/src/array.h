@@ -11,6 +11,8 @@
 #include "rv_array.h"
 #include "system/memory.h"
 
+#include <string.h>
+
 // A copy whose record, storage, strings and nested arrays live in the pool. It is never destroyed.
 RtArray* RvArrayCopyWithPool(const RtArray* src, RtMemPool* pool);
 // Releases what the array owns; the record stays, empty, with type RV_TYPE_NONE.
@@ -56,6 +58,14 @@ template <class T> const T* elementsOf(const RtArray* array)
     return static_cast<const T*>(array->data);
 }
 template <class T> T* elementsOf(RtArray* array) { return static_cast<T*>(array->data); }
+
+// Copies one element into a value of its type; of a BOOLEAN any non-zero byte is true.
+inline void copyElement(void* out, const void* element, int type)
+{
+    memcpy(out, element, typeSize(type));
+    if (type == RV_TYPE_BOOLEAN)
+        *static_cast<bool*>(out) = *static_cast<const uint8_t*>(element) != 0;
+}
 
 } // namespace rv
 

@@ -146,6 +146,8 @@ namespace rv {
 // Slot of the calling thread: workers set theirs when they start, everybody else is the host.
 inline thread_local int stats_slot = host_stats_slot;
 
+// The bytes of nodes change under the scene lock only: all threads of the host share one record,
+// and link tables always count for the host.
 inline RtStats* hostStats() { return the_frame->stats[host_stats_slot]; }
 inline RtStats* threadStats() { return the_frame->stats[stats_slot]; }
 

@@ -40,6 +40,13 @@ struct RtHooks {
     void (*flushTextures)();                             // universe -> texture
     void (*flushShape)(RtNode* shape, int flags);        // universe -> objects: per-object caches
     void (*flushLight)(RtNode* light, int flags);        // universe -> lights: sampling tables
+
+    // trace -> shading. The first two run the shader of a hit or the background and return its
+    // output type, or RV_TYPE_NONE when nothing was run; the third colours what lies between the
+    // origin of a ray and the point of a sample.
+    int (*shadeSurface)(RtShaderGlobals* sg);
+    int (*shadeBackground)(RtShaderGlobals* sg);
+    void (*applyAtmosphere)(const RtRay* ray, RtScrSample* sample);
 };
 
 struct RtFrame {

@@ -5,6 +5,7 @@
 #include "maths.h"
 #include "nodes.h"
 #include "rv_msg.h"
+#include "scene.h"
 
 static const char* const module_path = "core\\src\\links";
 static const char* const before_link = "@before";
@@ -100,6 +101,7 @@ static bool createTable(RtNode* node)
     if (!node->links)
         return false;
     memset(node->links, 0, tableSize(node));
+    const SceneGuard guard(the_frame->scene);
     hostStats()->node_overhead_bytes += tableSize(node);
     return true;
 }

@@ -399,11 +399,26 @@ static bool parseLine(MetaDataReader* reader)
     return readEntry(reader);
 }
 
+// Null when the file cannot be opened, and for a directory, which opens but cannot be read.
+static FILE* openForReading(const char* filename)
+{
+    FILE* const file = fopen(filename, "r");
+    if (!file)
+        return nullptr;
+    const int first = getc(file);
+    if (first == EOF && ferror(file)) {
+        fclose(file);
+        return nullptr;
+    }
+    ungetc(first, file);
+    return file;
+}
+
 } // namespace rv
 
 bool RvMetaDataLoadFile(const char* filename)
 {
-    FILE* const file = rv::the_frame && filename ? fopen(filename, "r") : nullptr;
+    FILE* const file = rv::the_frame && filename ? rv::openForReading(filename) : nullptr;
     if (!file)
         return false;
     RvMsgInfo("[METADATA] Loading metadata file: %s", filename);

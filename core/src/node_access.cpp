@@ -444,7 +444,7 @@ static bool firstElement(const RtArray* array, int type, RtParamValue* out)
     if (type == RV_TYPE_MATRIX)
         out->PTR = array->data;
     else
-        memcpy(static_cast<void*>(out), array->data, typeSize(type));
+        copyElement(out, array->data, type);
     return true;
 }
 

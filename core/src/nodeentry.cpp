@@ -274,12 +274,15 @@ ParamMatch findParameter(const RtNodeEntry* entry, const char* name)
 static void destroyNodesOfType(const RtNodeEntry* entry)
 {
     RtScene* const scene = the_frame->scene;
-    RtListNode* next = scene ? RvListHead(scene->nodes) : nullptr;
-    while (next) {
-        RtNode* const node = static_cast<RtNode*>(next->data);
-        next = next->next;
-        if (node->entry == entry)
-            scene->removeNode(node);
+    const RtListNode* element = scene ? RvListHead(scene->nodes) : nullptr;
+    while (element) {
+        RtNode* const node = static_cast<RtNode*>(element->data);
+        const bool is_doomed = node->entry == entry;
+        if (is_doomed)
+            scene->retireNode(node);
+        element = element->next; // not sooner: retiring a node may destroy others
+        if (is_doomed)
+            scene->releaseNode(node);
     }
 }
 

@@ -108,6 +108,9 @@ struct RtOptions {
     const char* name;
 };
 
+// Values of auto_transparency_mode.
+enum { RV_TRANSPARENCY_ALWAYS, RV_TRANSPARENCY_SHADOW_ONLY, RV_TRANSPARENCY_NEVER };
+
 namespace rv {
 
 extern const RtNodeMethods options_methods;

@@ -85,15 +85,18 @@ void releaseParamEntry(RtParamEntry* entry)
 
 } // namespace rv
 
-// Adds an entry that takes over the value; a refused declaration releases it, because the caller
-// has no other hold on it.
+// Adds an entry that takes over the value. What was made for a refused declaration is released.
 static void declare(RtList* params, int offset, const char* name, int type,
                     const RtParamValue& value, const char* const* enum_names = nullptr)
 {
+    if (!params || !mayDeclare(params, name)) {
+        // Required: an array is not taken over; it may be the default of another parameter.
+        if (type != RV_TYPE_ARRAY)
+            releaseValue(type, value);
+        return;
+    }
     void* const memory =
-        params && mayDeclare(params, name)
-            ? RvMalloc_func(sizeof(RtParamEntry), "core\\src\\paramentry", __LINE__, "RvParamEntry")
-            : nullptr;
+        RvMalloc_func(sizeof(RtParamEntry), "core\\src\\paramentry", __LINE__, "RvParamEntry");
     if (!memory) {
         releaseValue(type, value);
         return;

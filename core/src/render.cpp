@@ -36,6 +36,9 @@ static void abortOnError()
         RvRenderAbort();
 }
 
+// Stands in for shading, which is not there yet: every surface is black and opaque.
+static int runNothing(RtShaderGlobals*) { return RV_TYPE_NONE; }
+
 static const RtHooks hooks = {
     .errorLogged = abortOnError,
     .cameraParameters = cameraParameters,
@@ -49,6 +52,9 @@ static const RtHooks hooks = {
     .flushTextures = do_nothing,
     .flushShape = flushShape,
     .flushLight = do_nothing,
+    .shadeSurface = runNothing,
+    .shadeBackground = runNothing,
+    .applyAtmosphere = do_nothing,
 };
 
 // ---- The frame ----
@@ -161,6 +167,7 @@ static bool fillUniverse(RtFrame* frame)
     if (!installBuiltInTypes())
         return false;
     loadLibraryMetadata();
+    scene_file_line = -1; // no scene file is being read
     if (!sceneCreate(frame))
         return false;
     frame->session = sessionCreate(frame->scene);
@@ -421,6 +428,7 @@ void RvEnd(void)
     frame->session = nullptr;
     const bool unload_plugins = !rv::render_options || rv::render_options->unload_plugins;
     rv::sceneDestroy(frame->scene);
+    rv::scene_file_line = -1;
     if (!unload_plugins)
         rv::reportKeptPlugins();
     rv::releaseContents(frame);

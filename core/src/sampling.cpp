@@ -118,35 +118,99 @@ static float circularSquare(float a, float b)
     return std::min({ d * d, below * below, above * above });
 }
 
-// Squared distance of a point to the nearest of others on the torus, no more than 2. Any result
-// up to `enough` may stand for a smaller one.
-static float nearestSquare(const RtPoint2& p, const RtPoint2* others, int count, float enough)
-{
-    float nearest = 2;
-    for (int k = 0; k < count && nearest > enough; ++k)
-        nearest =
-            std::min(nearest, circularSquare(p.x, others[k].x) + circularSquare(p.y, others[k].y));
-    return nearest;
-}
+// The points of a pattern in the making, sorted into cells of the unit torus, so that neighbours
+// are found without looking at all points.
+class PointGrid {
+public:
+    // Links that a grid for so many points needs: one for each cell and one for each point.
+    static size_t linkCount(int count) { return 2 * size_t(count); }
+
+    PointGrid(const RtPoint2* all, int count, int* links)
+        : points(all), side(static_cast<int>(sqrt(double(count)))), first(links),
+          next(links + side * side)
+    {
+        std::fill_n(first, side * side, -1);
+    }
+
+    void add(int k)
+    {
+        int& head = first[cellOf(points[k].y) * side + cellOf(points[k].x)];
+        next[k] = head;
+        head = k;
+    }
+
+    // Squared distance to the nearest point, no more than 2. Any result up to `enough` may stand
+    // for a smaller one.
+    float nearestSquare(const RtPoint2& p, float enough) const
+    {
+        float nearest = 2;
+        for (int ring = 0; ring <= side / 2 && nearest > enough; ++ring) {
+            const float gap = float(ring - 1) / float(side); // to every cell of the ring
+            if (ring > 1 && nearest < gap * gap * 0.99f)     // leaves room for rounding
+                break;
+            searchRing(p, ring, &nearest);
+        }
+        return nearest;
+    }
+
+private:
+    int cellOf(float x) const { return std::min(int(x * float(side)), side - 1); }
+    int wrap(int cell) const { return cell < 0 ? cell + side : cell >= side ? cell - side : cell; }
+
+    void searchCell(const RtPoint2& p, int row, int column, float* nearest) const
+    {
+        for (int k = first[wrap(row) * side + wrap(column)]; k >= 0; k = next[k])
+            *nearest = std::min(*nearest, circularSquare(p.x, points[k].x) +
+                                              circularSquare(p.y, points[k].y));
+    }
+
+    // The border of a square of cells around the point.
+    void searchRing(const RtPoint2& p, int ring, float* nearest) const
+    {
+        const int row = cellOf(p.y), column = cellOf(p.x);
+        for (int d = -ring; d <= ring; ++d) {
+            searchCell(p, row - ring, column + d, nearest);
+            if (ring > 0)
+                searchCell(p, row + ring, column + d, nearest);
+        }
+        for (int d = 1 - ring; d < ring; ++d) {
+            searchCell(p, row + d, column - ring, nearest);
+            searchCell(p, row + d, column + ring, nearest);
+        }
+    }
+
+    const RtPoint2* points;
+    int side;
+    int* first; // point of each cell, or -1
+    int* next;  // point of the same cell after each point, or -1
+};
 
 // Best candidate (Mitchell: "Spectrally optimal sampling for distribution ray tracing", 1991).
-static void fillPoisson(const PointHash& hash, int count, RtPoint2* points)
+// False without memory.
+static bool fillPoisson(const PointHash& hash, int count, RtPoint2* points)
 {
     constexpr int candidate_count = 10;
+    int* const links = allocateInts(PointGrid::linkCount(count), __LINE__, "RvSamplingPattern");
+    if (!links)
+        return false;
+    PointGrid grid(points, count, links);
     uint32_t candidate = 0;
     points[0] = randomPoint(hash, candidate++);
     for (int m = 1; m < count; ++m) {
+        grid.add(m - 1);
         float best = 0;
         points[m] = points[0]; // unless some candidate keeps a distance
         for (int i = 0; i < candidate_count; ++i) {
             const RtPoint2 p = randomPoint(hash, candidate++);
-            const float distance = nearestSquare(p, points, m, best);
+            const float distance = grid.nearestSquare(p, best);
             if (distance > best) {
                 best = distance;
                 points[m] = p;
             }
         }
     }
+    RvFree_func(links);
+    return true;
 }
 
 static void fillNRooks(const PointHash& hash, int count, RtPoint2* points)
@@ -197,7 +261,7 @@ static bool fillAnyCount(const PointHash& hash, uint32_t schlick_seed, int count
 {
     switch (pattern) {
     case RV_PATTERN_RANDOM: fillRandom(hash, count, points); break;
-    case RV_PATTERN_POISSON_BC: fillPoisson(hash, count, points); break;
+    case RV_PATTERN_POISSON_BC: return fillPoisson(hash, count, points);
     case RV_PATTERN_NROOKS: fillNRooks(hash, count, points); break;
     case RV_PATTERN_SCHLICK:
         return RvSchlickSamples({ schlick_seed, hash.seed }, uint32_t(count), points);

@@ -42,7 +42,6 @@ static RtNode* allocateNode(RtNodeEntry* entry)
     node->name_index = entry->kind_param_end;
     for (unsigned i = 0; i < entry->num_params; ++i)
         resetParameter(node, &entry->params[i], false);
-    threadStats()->node_overhead_bytes += nodeOverhead(node);
     return node;
 }
 
@@ -98,16 +97,18 @@ static void removeLight(RtScene* scene, const RtNode* light)
         }
 }
 
+// Only nodes of the library's own type hold the record; another of this kind is laid out otherwise.
 static void becomeOptions(RtScene* scene, RtNode* node)
 {
     scene->options = node;
-    render_options = static_cast<RtOptions*>(node->params);
+    if (node->entry->methods == options_methods.common)
+        render_options = static_cast<RtOptions*>(node->params);
 }
 
 // The first camera becomes the rendering camera unless the host chose for itself.
 static void offerCamera(const RtScene* scene, RtNode* camera)
 {
-    RtNode* const options = scene->options;
+    RtNode* const options = render_options ? scene->options : nullptr;
     const RtParamEntry* const param =
         options ? RvNodeEntryLookUpParameter(options->entry, "camera") : nullptr;
     if (param && !options->set_flags[param->index] && !render_options->camera)
@@ -128,6 +129,21 @@ static bool enterByKind(RtScene* scene, RtNode* node)
     return true;
 }
 
+// The scene's own nodes may be destroyed like any other, and so may the rendering camera, which
+// need not be of that kind.
+static void forgetPointersTo(RtScene* scene, const RtNode* node)
+{
+    for (RtNode** own :
+         { &scene->default_reflection_shader, &scene->error_shader, &scene->bad_shader,
+           &scene->root, &scene->bounded_root, &scene->unbounded_root })
+        if (*own == node)
+            *own = nullptr;
+    if (render_options && render_options->camera == node) {
+        RvNodeSetPtr(scene->options, "camera", nullptr);
+        render_options->camera = nullptr; // even when the parameter is ignored
+    }
+}
+
 static void leaveByKind(RtScene* scene, const RtNode* node)
 {
     switch (node->entry->type) {
@@ -136,10 +152,6 @@ static void leaveByKind(RtScene* scene, const RtNode* node)
             scene->options = nullptr;
             render_options = nullptr;
         }
-        break;
-    case RV_NODE_CAMERA:
-        if (render_options && render_options->camera == node)
-            RvNodeSetPtr(scene->options, "camera", nullptr);
         break;
     case RV_NODE_LIGHT: removeLight(scene, node); break;
     case RV_NODE_SHAPE: --scene->shape_count; break;
@@ -201,19 +213,22 @@ RtScene* sceneCreate(RtFrame* frame)
     return nullptr;
 }
 
+// The first node, the options node after all others. Looked up anew for every node, because a
+// Finish method may destroy nodes as well.
+static RtNode* nextToDestroy(const RtScene* scene)
+{
+    const RtListNode* element = RvListHead(scene->nodes);
+    if (element && element->data == scene->options && element->next)
+        element = element->next;
+    return element ? static_cast<RtNode*>(element->data) : nullptr;
+}
+
 void sceneDestroy(RtScene* scene)
 {
     if (!scene)
         return;
-    RtListNode* next = RvListHead(scene->nodes ? scene->nodes : nullptr);
-    while (next) {
-        RtNode* const node = static_cast<RtNode*>(next->data);
-        next = next->next;
-        if (node != scene->options)
-            scene->removeNode(node);
-    }
-    if (scene->options)
-        scene->removeNode(scene->options);
+    while (RtNode* const node = scene->nodes ? nextToDestroy(scene) : nullptr)
+        scene->removeNode(node);
     RvArrayDestroy(scene->missing_types);
     for (RtList* list : { scene->bounded_objects, scene->unbounded_objects, scene->nodes })
         if (list)
@@ -249,6 +264,7 @@ RtNode* RtScene::createNode(const char* type_name)
     if (!node)
         return nullptr;
     const rv::SceneGuard guard(this);
+    rv::threadStats()->node_overhead_bytes += rv::nodeOverhead(node);
     if (!rv::appendNode(nodes, node)) {
         rv::freeNode(node);
         return nullptr;
@@ -263,9 +279,23 @@ RtNode* RtScene::createNode(const char* type_name)
 
 void RtScene::removeNode(RtNode* node)
 {
+    retireNode(node);
+    releaseNode(node);
+}
+
+void RtScene::retireNode(RtNode* node)
+{
+    {
+        const rv::SceneGuard guard(this);
+        rv::leaveByKind(this, node);
+        rv::forgetPointersTo(this, node);
+    }
+    rv::uninitializeNode(node); // without the lock: it may wait for threads that make nodes
+}
+
+void RtScene::releaseNode(RtNode* node)
+{
     const rv::SceneGuard guard(this);
-    rv::leaveByKind(this, node);
-    rv::uninitializeNode(node);
     --node->entry->count;
     rv::forgetName(node);
     rv::unlinkNode(nodes, node);

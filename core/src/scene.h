@@ -33,8 +33,12 @@ struct RtScene {
     RtNode* bad_shader;
 
     RtNode* createNode(const char* type_name);
-    // Takes the node out of the scene and frees it.
+    // Takes the node out of the scene and frees it: both steps below.
     void removeNode(RtNode* node);
+    // Takes it off the books of its kind and finishes it. A Finish method may destroy other nodes.
+    void retireNode(RtNode* node);
+    // Takes a retired node out of the list and the name table and frees it.
+    void releaseNode(RtNode* node);
     // Replaces missing_types with a copy.
     void setIgnored(const RtArray* names);
     // True when `text` stands in missing_types.

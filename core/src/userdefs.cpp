@@ -306,8 +306,8 @@ static bool readElement(const RtArray* array, int type, unsigned index, void* ou
         RvMsgError("reading user-data(): out-of-range error (index %u of %u)", index, total);
         return false;
     }
-    const size_t size = typeSize(type);
-    memcpy(out, static_cast<const char*>(array->data) + size * index, size);
+    const char* const elements = static_cast<const char*>(array->data);
+    copyElement(out, elements + size_t(typeSize(type)) * index, type);
     return true;
 }
 

@@ -16,7 +16,7 @@ FLOORS = [
                    " shading_state universe options message_passing scene"
                    " image_geometry camera_data"),
     ("scene files and tracing", "dotrvs override plugins"
-                                " objects/ accels/ rtrace_packet sampler sampling trace rays"),
+                                " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
     ("shading and lights", "shaderglobals radiosity importance brdf noise texture sss"
                            " shaders/ lights/ cameras/"),
     ("output", "aovs/ filters/ drivers/"),

@@ -240,6 +240,26 @@ TEST_F(Arrays, strings_are_interned_and_null_stays_null)
     EXPECT_EQ(0, heldStrings());
 }
 
+TEST_F(Arrays, strings_are_null_where_there_is_no_pool)
+{
+    RtStringPool* const pool = rv::the_frame->strings;
+    const char* names[] = { "a" };
+    rv::the_frame->strings = nullptr;
+    {
+        const Owned given = RvArray(1, 1, RV_TYPE_STRING, "a");
+        EXPECT_EQ(nullptr, RvArrayGetStr(given, 0));
+        const Owned converted = RvArrayConvert(1, 1, RV_TYPE_STRING, names, true);
+        EXPECT_EQ(nullptr, RvArrayGetStr(converted, 0));
+        const Owned written = RvArrayAllocate(1, 1, RV_TYPE_STRING);
+        RvArraySetStr(written, 0, "a");
+        EXPECT_EQ(nullptr, RvArrayGetStr(written, 0));
+        const Owned copied = RvArrayCopy(written);
+        EXPECT_EQ(nullptr, RvArrayGetStr(copied, 0));
+    }
+    rv::the_frame->strings = pool;
+    EXPECT_EQ("", takeProblem());
+}
+
 TEST_F(Arrays, pointers_and_nodes_are_kept_as_they_are)
 {
     int things[2];
@@ -936,6 +956,20 @@ TEST_F(Arrays, index_5_of_5_elements_is_out_of_range_and_reads_element_0)
               takeProblem());
 }
 
+TEST_F(Arrays, a_wrong_type_and_a_wrong_index_are_both_reported_in_this_order)
+{
+    const Owned a = RvArray(2, 2, RV_TYPE_INT, 1, 2, 3, 4);
+    EXPECT_EQ(1u, RvArrayGetUIntFunc(a, 4, "file.c", 3));
+    EXPECT_EQ("RvArrayGetUIntFunc: array-type does not match request-type in file.c at line 3 | "
+              "RvArrayGetUIntFunc: out-of-range error (4 out of 4) in file.c at line 3",
+              takeProblem());
+    RvArraySetFltFunc(a, 9, 5, "file.c", 4);
+    EXPECT_EQ("RvArraySetFltFunc: array-type does not match request-type in file.c at line 4 | "
+              "RvArraySetFltFunc: out-of-range error (9 out of 4) in file.c at line 4",
+              takeProblem());
+    EXPECT_EQ((std::vector<int>{ 1, 2, 3, 4 }), valuesOf<int>(a));
+}
+
 TEST_F(Arrays, an_index_beyond_the_first_key_reaches_the_later_ones)
 {
     const Owned a = RvArray(2, 2, RV_TYPE_INT, 1, 2, 3, 4);
@@ -1185,6 +1219,19 @@ TEST_F(Arrays, the_storage_of_all_keys_is_copied_out)
     EXPECT_EQ((std::vector<int>{ 1, 2, 3, 4 }), std::vector<int>(block, block + 4));
     EXPECT_NE(a->data, block);
     EXPECT_EQ(4u, rv::totalElements(a));
+    RvFree_func(block);
+}
+
+TEST_F(Arrays, the_storage_of_a_record_without_keys_is_copied_out_as_one_key)
+{
+    int values[] = { 5, 6, 7 };
+    RtArray record = {};
+    record.data = values;
+    record.nelements = 3;
+    record.type = RV_TYPE_INT;
+    int* const block = static_cast<int*>(RvArrayUnconvert(&record, false));
+    ASSERT_NE(nullptr, block);
+    EXPECT_EQ((std::vector<int>{ 5, 6, 7 }), std::vector<int>(block, block + 3));
     RvFree_func(block);
 }
 

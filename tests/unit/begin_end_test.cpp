@@ -144,6 +144,16 @@ TEST_F(BeginEnd, elapsed_time_starts_at_zero)
     EXPECT_EQ(RvMsgUtilGetElapsedTime(), 0u);
 }
 
+TEST_F(BeginEnd, no_scene_file_is_being_read_at_either_end)
+{
+    rv::scene_file_line = 41; // as left by a reading that was broken off
+    RvBegin();
+    EXPECT_EQ(rv::scene_file_line, -1);
+    rv::scene_file_line = 42;
+    RvEnd();
+    EXPECT_EQ(rv::scene_file_line, -1);
+}
+
 TEST_F(BeginEnd, the_metadata_file_beside_the_library_is_loaded)
 {
     // The library's own directory, which in these tests is that of the program.

@@ -132,6 +132,9 @@ private:
         .flushTextures = rv::do_nothing,
         .flushShape = rv::do_nothing,
         .flushLight = rv::do_nothing,
+        .shadeSurface = [](RtShaderGlobals*) { return RV_TYPE_NONE; },
+        .shadeBackground = [](RtShaderGlobals*) { return RV_TYPE_NONE; },
+        .applyAtmosphere = rv::do_nothing,
     };
     RtStats stats{};
 };

@@ -174,6 +174,28 @@ TEST_F(Lists, on_a_pool_take_no_element_from_the_heap)
     RvMemPoolDestroy(pool);
 }
 
+TEST_F(Lists, elements_of_a_pool_are_never_freed_one_by_one)
+{
+    RtMemPool* const pool = RvMemPoolCreate(0x1000);
+    RtList* const list = listOf(pool, { x, y, z });
+    const RtListNode* const first = RvListHead(list);
+    EXPECT_EQ(reinterpret_cast<const char*>(first), pool->first->start);
+    RvListDelete(list, x);
+    EXPECT_EQ(first->data, x); // still readable, as the rest of the pool
+    const RtListNode* const second = RvListHead(list);
+    RvListDestroy(list);
+    EXPECT_EQ(second->data, y);
+    RvMemPoolDestroy(pool);
+}
+
+TEST_F(Lists, null_data_is_a_member_once_it_is_added)
+{
+    RtList* const list = listOf(nullptr, { x, nullptr, y });
+    EXPECT_TRUE(RvListMember(list, nullptr));
+    EXPECT_EQ(contents(list), (std::vector<const void*>{ x, nullptr, y }));
+    RvListDestroy(list);
+}
+
 // Required: order is ignored and repeated pointers are not counted.
 TEST_F(Lists, are_equal_as_sets_of_pointers_of_the_same_size)
 {

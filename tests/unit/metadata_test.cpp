@@ -298,8 +298,9 @@ TEST_F(MetaData, a_missing_file_is_no_event)
 
 TEST_F(MetaData, a_directory_is_no_metadata_file)
 {
-    RvMetaDataLoadFile(std::filesystem::temp_directory_path().c_str());
-    EXPECT_EQ(takeProblem(), "");
+    EXPECT_FALSE(RvMetaDataLoadFile(std::filesystem::temp_directory_path().c_str()));
+    EXPECT_TRUE(messages().empty());
+    EXPECT_TRUE(load("")) << "an empty file is one";
 }
 
 TEST_F(MetaData, loading_a_file_is_announced)

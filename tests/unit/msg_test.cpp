@@ -75,6 +75,24 @@ TEST_F(MessageLog, starts_with_the_defaults)
     EXPECT_FALSE(frame.msg->header_done);
 }
 
+// Hosts write these numbers into files and command lines.
+TEST_F(MessageLog, bits_of_masks_and_flags_have_their_values)
+{
+    EXPECT_EQ(RV_LOG_INFO, 0x0001);
+    EXPECT_EQ(RV_LOG_WARNINGS, 0x0002);
+    EXPECT_EQ(RV_LOG_ERRORS, 0x0004);
+    EXPECT_EQ(RV_LOG_DEBUG, 0x0008);
+    EXPECT_EQ(RV_LOG_STATS, 0x0010);
+    EXPECT_EQ(RV_LOG_LOADING, 0x0020);
+    EXPECT_EQ(RV_LOG_PLUGINS, 0x0040);
+    EXPECT_EQ(RV_LOG_PROGRESS, 0x0080);
+    EXPECT_EQ(RV_LOG_NAN, 0x0100);
+    EXPECT_EQ(RV_LOG_TIMESTAMP, 0x0200);
+    EXPECT_EQ(RV_LOG_MEMORY, 0x0800);
+    EXPECT_EQ(RV_LOG_COLOR, 0x1000);
+    EXPECT_EQ(RV_LOG_ALL, 0x1FFF);
+}
+
 static void logOneOfEach()
 {
     RvMsgInfo("info");
@@ -169,6 +187,25 @@ TEST_F(MessageLog, is_silenced_by_a_null_callback)
     RvMsgResetCallback();
     RvMsgInfo("back");
     EXPECT_EQ(linesOf(path), std::vector<std::string>{ "        | back" });
+}
+
+TEST_F(MessageLog, callback_replaces_console_and_log_file_until_it_is_reset)
+{
+    const std::string path = plainLogFile();
+    RvMsgSetCallback(record);
+    RvMsgInfo("for the log file alone");
+    RvMsgSetConsoleFlags(RV_LOG_ALL & ~(RV_LOG_TIMESTAMP | RV_LOG_MEMORY));
+    testing::internal::CaptureStdout();
+    RvMsgInfo("for both");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(texts(), (std::vector<std::string>{ "for the log file alone", "for both" }));
+    EXPECT_TRUE(linesOf(path).empty());
+    RvMsgResetCallback();
+    testing::internal::CaptureStdout();
+    RvMsgInfo("by the default callback");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "        | by the default callback\n");
+    EXPECT_EQ(linesOf(path), std::vector<std::string>{ "        | by the default callback" });
+    EXPECT_EQ(messages().size(), 2u);
 }
 
 TEST_F(MessageLog, calls_no_callback_for_what_nobody_wants)
@@ -286,6 +323,15 @@ TEST_F(MessageLog, message_for_nobody_does_not_use_up_the_header)
     EXPECT_EQ(messages().size(), 5u);
 }
 
+TEST_F(MessageLog, suppressed_warning_does_not_use_up_the_header)
+{
+    RvMsgSetConsoleFlags(RV_LOG_ALL);
+    RvMsgSetMaxWarnings(0);
+    RvMsgWarning("suppressed");
+    EXPECT_FALSE(frame.msg->header_done);
+    EXPECT_TRUE(messages().empty());
+}
+
 // -------------------------------------------------------------------------- warning limit
 
 static void perform(const nlohmann::json& op)
@@ -372,6 +418,30 @@ TEST_F(MessageLog, masked_warnings_share_the_limit)
     RvMsgWarningMasked(RV_LOG_NAN, "c");
     EXPECT_EQ(messages().back().mask, RV_LOG_WARNINGS);
     EXPECT_EQ(takeProblem(), "a | b | too many warnings (4)");
+}
+
+TEST_F(MessageLog, warnings_wanted_nowhere_are_neither_suppressed_nor_counted)
+{
+    RvMsgSetConsoleFlags(RV_LOG_WARNINGS);
+    RvMsgSetLogFileFlags(RV_LOG_STATS);
+    RvMsgWarningMasked(RV_LOG_NAN, "a");
+    RvMsgWarningMasked(RV_LOG_WARNINGS | RV_LOG_STATS, "each bit is wanted somewhere else");
+    EXPECT_EQ(frame.msg->warning_count, 0u);
+    RvMsgWarningMasked(RV_LOG_STATS, "wanted by a log file that is not open");
+    EXPECT_EQ(frame.msg->warning_count, 1u);
+    EXPECT_TRUE(messages().empty());
+}
+
+TEST_F(MessageLog, notice_is_lost_where_plain_warnings_are_not_wanted)
+{
+    RvMsgSetConsoleFlags(RV_LOG_NAN);
+    RvMsgSetLogFileFlags(0);
+    RvMsgSetMaxWarnings(3);
+    for (int i = 1; i <= 5; ++i)
+        RvMsgWarningMasked(RV_LOG_NAN, "n%d", i);
+    EXPECT_EQ(takeProblem(), "n1 | n2");
+    EXPECT_EQ(frame.msg->max_warnings, 3u);
+    EXPECT_EQ(frame.msg->warning_count, 5u);
 }
 
 TEST_F(MessageLog, errors_and_information_are_neither_limited_nor_counted)
@@ -560,6 +630,14 @@ TEST_F(MessageLog, every_error_asks_for_the_abort_whether_or_not_it_is_shown)
     RvMsgInfo("no error");
     EXPECT_EQ(errors_logged, 2);
     takeProblem();
+}
+
+TEST_F(MessageLog, error_is_shown_before_it_asks_for_the_abort)
+{
+    RvMsgSetConsoleFlags(RV_LOG_ERRORS);
+    RvMsgSetCallback([](int, int, const char*, int) { EXPECT_EQ(errors_logged, 0); });
+    RvMsgError("shown");
+    EXPECT_EQ(errors_logged, 1);
 }
 
 // Required: where nobody wants errors a fatal one returns.

@@ -286,6 +286,44 @@ TEST_F(NodeEntries, offsets_are_checked_against_the_declared_block)
     }
 }
 
+TEST_F(NodeEntries, a_parameter_of_a_type_that_cannot_be_counts_no_bytes_in_the_layout)
+{
+    const auto install = [](const char* name, int offset) {
+        return installType(name, [offset](RtList* params, RtMetaDataStore* metadata) {
+            RvMetaDataSetInt(metadata, nullptr, "_struct_size", 8);
+            RvNodeParamINT(params, offset, "p", 0);
+            static_cast<RtParamEntry*>(RvListHead(params)->data)->type = 77;
+        });
+    };
+    EXPECT_TRUE(install("fits", 8));
+    EXPECT_EQ(takeProblem(), "RvParamGetTypeSize: unknown data type 77!");
+    EXPECT_TRUE(install("does_not", 9));
+    EXPECT_EQ(takeProblem(), "RvParamGetTypeSize: unknown data type 77! | "
+                             "node type does_not varoffset for param p is outside struct size "
+                             "(offset=9, param size=0, struct size=8)");
+}
+
+TEST_F(NodeEntries, negative_bases_are_no_negative_declared_offsets)
+{
+    const RtNodeEntry* entry = installType(
+        "shape",
+        [](RtList* params, RtMetaDataStore* metadata) {
+            RvMetaDataSetInt(metadata, nullptr, "_struct_size", 4096);
+            RvMetaDataSetInt(metadata, nullptr, "_baseoffset", 16);
+            RvMetaDataSetInt(metadata, nullptr, "_baseoffset2", -8);
+            RvNodeParamINT(params, -4, "own", 0);
+        },
+        RV_NODE_SHAPE, RV_TYPE_NONE);
+    ASSERT_TRUE(entry);
+    EXPECT_EQ(takeProblems(),
+              (Names{ "node type shape varoffset for param own is negative! (offset=-4)",
+                      "node type shape varoffset for param own is outside struct size "
+                      "(offset=-4, param size=4, struct size=4096)",
+                      "node type shape varoffset for param name is outside struct size "
+                      "(offset=-8, param size=8, struct size=4096)" }))
+        << "only the declared offset can be negative";
+}
+
 TEST_F(NodeEntries, nodes_of_a_type_with_parameters_outside_its_block_do_no_harm)
 {
     installType("T", [](RtList* params, RtMetaDataStore* metadata) {

@@ -260,6 +260,20 @@ TEST_P(NodeAccess, a_getter_reads_the_first_element_of_an_array)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_P(NodeAccess, any_byte_of_an_array_but_zero_reads_as_true)
+{
+    static_assert(sizeof(bool) == 1);
+    uint8_t bytes[] = { 0, 1, 2, 255 };
+    for (uint8_t& byte : bytes) {
+        RvNodeSetArray(node, "a_BOOL", RvArrayConvert(1, 1, RV_TYPE_BOOLEAN, &byte, false));
+        const bool value = RvNodeGetBool(node, "a_BOOL");
+        uint8_t got = 77;
+        memcpy(&got, &value, 1);
+        EXPECT_EQ(got, byte != 0) << int(byte);
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_P(NodeAccess, unknown_parameters_warn_and_read_as_zero)
 {
     const std::string before = snapshot(node);
@@ -925,6 +939,16 @@ TEST_P(NodeAccess, a_clone_has_copies_of_the_user_parameters)
     EXPECT_EQ(describe(copy), describe(matrix));
     EXPECT_EQ(RvUserParamGetCategory(RvNodeLookUpUserParameter(clone, "unset")),
               RV_USERDEF_VARYING);
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_P(NodeAccess, a_clone_counts_as_set_what_the_original_does)
+{
+    RvNodeSetInt(node, "p_INT", 3);
+    RvNodeSetArray(node, "p_ARRAY", RvArray(1, 1, RV_TYPE_FLOAT, 1.0));
+    RtNode* clone = RvNodeClone(node);
+    for (unsigned i = 0; i < node->entry->num_params; ++i)
+        EXPECT_EQ(clone->set_flags[i], node->set_flags[i]) << node->entry->params[i].name;
     EXPECT_EQ(takeProblem(), "");
 }
 
@@ -1618,6 +1642,23 @@ TEST_F(Nodes, destroying_the_camera_of_the_options_empties_them)
     EXPECT_TRUE(later);
     EXPECT_FALSE(RvUniverseGetCamera()) << "the parameter was set explicitly";
     EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Nodes, a_destroyed_camera_is_gone_whatever_it_was)
+{
+    RtNode* options = RvUniverseGetOptions();
+    RtNode* lambert = RvNode("lambert");
+    RvNodeSetPtr(options, "camera", lambert);
+    RvNodeDestroy(lambert);
+    EXPECT_FALSE(RvUniverseGetCamera()) << "it was no camera";
+    EXPECT_EQ(takeProblem(), "");
+
+    RtNode* camera = RvNode("persp_camera");
+    RvNodeSetPtr(options, "camera", camera);
+    ignore({ "options.camera" });
+    RvNodeDestroy(camera);
+    EXPECT_FALSE(RvUniverseGetCamera()) << "the parameter is ignored";
+    EXPECT_EQ(takeProblem(), "options: could not set POINTER parameter \"camera\"");
 }
 
 TEST_F(Nodes, destroying_another_camera_keeps_the_rendering_one)

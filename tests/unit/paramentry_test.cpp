@@ -212,8 +212,8 @@ TEST_F(ParamEntries, names_are_interned)
 
 TEST_F(ParamEntries, a_declaration_without_a_list_is_ignored)
 {
-    RvNodeParamARRAY(nullptr, 0, "array", RvArray(1, 1, RV_TYPE_INT, 1));
     RvNodeParamINT(nullptr, 0, "int", 1);
+    RvNodeParamMTX(nullptr, 0, "mtx", &RV_M4_IDENTITY);
     EXPECT_EQ("", takeProblem());
 }
 
@@ -314,17 +314,34 @@ TEST_F(ParamEntries, golden_names)
 
 // ---- Ownership and failures ----
 
-TEST_F(ParamEntries, a_refused_declaration_releases_its_default)
+TEST_F(ParamEntries, a_refused_declaration_releases_what_it_made)
 {
     RvNodeParamINT(params, 0, "taken", 1);
     for (const char* name : { "bad name", "taken", static_cast<const char*>(nullptr) }) {
-        RvNodeParamARRAY(params, 0, name, RvArray(1, 1, RV_TYPE_STRING, "inside"));
         RvNodeParamMTX(params, 0, name, &RV_M4_IDENTITY);
         RvNodeParamSTR(params, 0, name, "default");
     }
     EXPECT_EQ(1u, count());
-    EXPECT_EQ(1, heldStrings()); // and the leak check sees arrays and matrices
+    EXPECT_EQ(1, heldStrings()); // and the leak check sees matrices
     takeProblems();
+}
+
+// Required: nothing is taken over, so the array is still there for its owner.
+TEST_F(ParamEntries, a_refused_declaration_leaves_its_array_to_the_caller)
+{
+    RtArray* const array = RvArray(1, 1, RV_TYPE_STRING, "inside");
+    RvNodeParamARRAY(params, 0, "bad name", array);
+    RvNodeParamARRAY(params, 0, nullptr, array);
+    RvNodeParamARRAY(nullptr, 0, "array", array);
+    EXPECT_STREQ("inside", RvArrayGetStr(array, 0));
+    RvNodeParamARRAY(params, 0, "array", array);
+    RvNodeParamARRAY(params, 0, "array", array); // the first one keeps it
+    ASSERT_EQ(1u, count());
+    EXPECT_EQ(array, lastDefault()->ARRAY);
+    EXPECT_STREQ("inside", RvArrayGetStr(array, 0));
+    EXPECT_EQ("parameter name contains invalid characters: \"bad name\" | "
+              "parameter \"array\" is declared already",
+              takeProblem());
 }
 
 TEST_F(ParamEntries, an_entry_gives_back_its_name_and_default)

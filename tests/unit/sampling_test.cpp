@@ -192,6 +192,45 @@ TEST_F(Sampling, n_rooks_exchanges_do_not_depend_on_the_seed_of_the_caller)
         EXPECT_EQ(int(a[i] * 25), int(b[i] * 25)) << i;
 }
 
+// The definition, point by point, over the nine neighbouring squares.
+static float nearestByDefinition(const RtPoint2& p, const std::vector<RtPoint2>& others)
+{
+    float nearest = 2;
+    for (const RtPoint2& other : others)
+        for (int x = -1; x <= 1; ++x)
+            for (int y = -1; y <= 1; ++y) {
+                const float dx = p.x - other.x + float(x), dy = p.y - other.y + float(y);
+                nearest = std::min(nearest, dx * dx + dy * dy);
+            }
+    return nearest;
+}
+
+TEST_F(Sampling, best_candidates_are_those_of_the_definition)
+{
+    for (int count : { 1, 2, 3, 8, 9, 400, 1000 }) {
+        const PointHash hash{ rv::samplingSeed(), 17 };
+        const auto candidate = [&](uint32_t c) {
+            return RtPoint2{ rv::toUnitFloat(rv::hashToUnit(hash(2 * c))),
+                             rv::toUnitFloat(rv::hashToUnit(hash(2 * c + 1))) };
+        };
+        std::vector<RtPoint2> want = { candidate(0) };
+        for (uint32_t c = 1; int(want.size()) < count;) {
+            float best = 0;
+            RtPoint2 chosen = {};
+            for (int i = 0; i < 10; ++i, ++c) {
+                const float distance = nearestByDefinition(candidate(c), want);
+                if (distance > best) {
+                    best = distance;
+                    chosen = candidate(c);
+                }
+            }
+            want.push_back(chosen);
+        }
+        const Heap<RtPoint2> got(RvSamplingPatternNonSquared(17, 0, count, RV_PATTERN_POISSON_BC));
+        EXPECT_EQ(numbersOf(got.get(), count), numbersOf(want.data(), count)) << count;
+    }
+}
+
 TEST_F(Sampling, best_candidates_keep_more_distance_than_random_points)
 {
     const auto nearest = [&](int pattern) {
@@ -353,6 +392,8 @@ TEST_F(Sampling, allocation_failures_name_the_function_and_give_nothing)
           [] { return RvSamplingPattern(1, 3, RV_PATTERN_SCHLICK); } },
         { allocationError(36, "RvSchlickSamples"), 1,
           [] { return RvSamplingPattern(1, 3, RV_PATTERN_SCHLICK); } },
+        { allocationError(72, "RvSamplingPattern"), 1,
+          [] { return RvSamplingPattern(1, 3, RV_PATTERN_POISSON_BC); } },
         { allocationError(40, "RvSamplingPatternNonSquared"), 0,
           [] { return RvSamplingPatternNonSquared(1, 2, 5, RV_PATTERN_SCHLICK); } },
         { allocationError(20, "RvSchlickSamples"), 1,

@@ -2,6 +2,7 @@
 #include "node_tools.h"
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 using namespace node_tools;
@@ -168,6 +169,27 @@ TEST_F(Scene, a_removed_node_leaves_the_scene)
     EXPECT_FALSE(RvNodeLookUpByName("light"));
 }
 
+TEST_F(Scene, its_own_nodes_are_forgotten_when_they_are_destroyed)
+{
+    RtNode* sphere = RvNode("sphere");
+    scene()->root = scene()->bounded_root = sphere;
+    scene()->unbounded_root = RvNode("plane");
+    RtNodeIterator* it = RvUniverseGetNodeIterator(RV_NODE_ALL);
+    while (!RvNodeIteratorFinished(it))
+        RvNodeDestroy(RvNodeIteratorGetNext(it));
+    RvNodeIteratorDestroy(it);
+    for (const RtNode* own :
+         { scene()->default_reflection_shader, scene()->error_shader, scene()->bad_shader,
+           scene()->root, scene()->bounded_root, scene()->unbounded_root, scene()->options })
+        EXPECT_FALSE(own);
+    EXPECT_EQ(describe(RvUniverseGetSceneBounds().max), "0 0 0");
+
+    RtArray* shader = RvNodeGetArray(RvNode("sphere"), "shader");
+    ASSERT_TRUE(shader);
+    EXPECT_EQ(shader->nelements, 0u) << "there is no default shader to start with";
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_F(Scene, several_threads_create_and_destroy_nodes_at_once)
 {
     static const char* const types[] = { "lambert", "point_light", "sphere", "noise" };
@@ -216,6 +238,38 @@ TEST_F(Scene, several_threads_create_and_destroy_nodes_at_once)
             listed.insert(static_cast<RtNode*>(at->data));
     EXPECT_EQ(listed, expected);
     EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Scene, the_overhead_of_nodes_of_several_threads_is_counted_exactly)
+{
+    RtNode* noise = RvNode("noise");
+    const int64_t before = rv::hostStats()->node_overhead_bytes;
+    RtNode* lambert = RvNode("lambert");
+    RvNodeLink(noise, "Kd", lambert);
+    const int64_t one = rv::hostStats()->node_overhead_bytes - before;
+    constexpr int thread_count = 4, per_thread = 5000;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < thread_count; ++t)
+        threads.emplace_back([noise] {
+            for (int i = 0; i < per_thread; ++i)
+                RvNodeLink(noise, "Kd", RvNode("lambert"));
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(rv::hostStats()->node_overhead_bytes - before, one * (1 + thread_count * per_thread));
+}
+
+TEST_F(Scene, the_overhead_of_a_node_counts_for_the_thread_that_makes_it)
+{
+    const int64_t of_the_host = rv::hostStats()->node_overhead_bytes;
+    std::thread([] {
+        rv::stats_slot = 5; // as render threads do
+        RtNode* node = RvNode("lambert");
+        EXPECT_EQ(rv::the_frame->stats[5]->node_overhead_bytes, int64_t(rv::nodeOverhead(node)));
+        RvNodeDestroy(node);
+        EXPECT_EQ(rv::the_frame->stats[5]->node_overhead_bytes, 0);
+    }).join();
+    EXPECT_EQ(rv::hostStats()->node_overhead_bytes, of_the_host);
 }
 
 TEST_F(Scene, default_names_of_several_threads_are_unique)
@@ -284,6 +338,88 @@ TEST_F(Scene, the_end_finishes_every_initialised_node_in_order_and_the_options_l
     EXPECT_FALSE(RvUniverseIsActive());
     EXPECT_FALSE(rv::render_options);
     SetUp();
+}
+
+namespace {
+
+// Installs "parent", whose Finish method destroys the node of the parameter "child".
+void installParent()
+{
+    static const RtCommonMethods common = {
+        .Parameters = [](RtList* params,
+                         RtMetaDataStore*) { RvNodeParamNODE(params, -1, "child", nullptr); },
+        .Initialize = nullptr,
+        .Update = nullptr,
+        .Finish =
+            [](RtNode* node) {
+                methodCalls().finished.push_back(RvNodeGetName(node));
+                RvNodeDestroy(static_cast<RtNode*>(RvNodeGetPtr(node, "child")));
+            },
+    };
+    static const RtNodeMethods methods = { &common, nullptr };
+    RvNodeInstall(RV_NODE_SHADER, RV_TYPE_RGB, "parent", "", &methods, RV_VERSION);
+}
+
+RtNode* parentOf(RtNode* child, RtNode* parent)
+{
+    parent->initialized = true;
+    RvNodeSetPtr(parent, "child", child);
+    return parent;
+}
+
+} // namespace
+
+TEST_F(Scene, finish_methods_may_destroy_other_nodes_at_the_end)
+{
+    installParent();
+    RtNode* oldest = named("parent", "oldest");
+    RtNode* older = named("parent", "older");
+    RtNode* younger = named("parent", "younger");
+    parentOf(parentOf(parentOf(named("lambert", "youngest"), younger), older), oldest);
+    parentOf(RvUniverseGetOptions(), named("parent", "of_the_options"));
+    TearDown();
+    EXPECT_EQ(methodCalls().finished, (Names{ "oldest", "older", "younger", "of_the_options" }));
+    SetUp();
+}
+
+TEST_F(Scene, finish_methods_may_destroy_other_nodes_when_their_type_goes)
+{
+    installParent();
+    RtNode* child = named("lambert", "child");
+    parentOf(child, named("parent", "after"));
+    RtNode* before = named("parent", "before");
+    parentOf(named("parent", "next"), before);
+    named("parent", "last");
+    RvNodeUninstall("parent");
+    EXPECT_EQ(methodCalls().finished, (Names{ "after", "before" }));
+    EXPECT_EQ(nodeNames().size(), 4u);
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Scene, a_finish_method_may_wait_for_a_thread_that_makes_a_node)
+{
+    static std::thread thread;
+    static bool was_made_in_time;
+    static const RtCommonMethods common = {
+        .Parameters = nullptr,
+        .Initialize = nullptr,
+        .Update = nullptr,
+        .Finish =
+            [](RtNode*) {
+                static std::atomic<bool> is_made;
+                thread = std::thread([] { is_made = RvNode("lambert") != nullptr; });
+                for (int i = 0; i < 2000 && !is_made; ++i)
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                was_made_in_time = is_made;
+            },
+    };
+    static const RtNodeMethods methods = { &common, nullptr };
+    RvNodeInstall(RV_NODE_SHADER, RV_TYPE_RGB, "waiter", "", &methods, RV_VERSION);
+    RtNode* node = RvNode("waiter");
+    node->initialized = true;
+    RvNodeDestroy(node);
+    thread.join();
+    EXPECT_TRUE(was_made_in_time);
 }
 
 TEST_F(Scene, the_end_releases_nodes_of_every_kind_and_state)

@@ -130,6 +130,93 @@ TEST_F(SimpleHash, removed_entry_leaves_its_value_without_a_key)
     EXPECT_EQ(table->tombstones, 0u);
 }
 
+// The slots that a search for the key visits, in order: steps of 1, 2, 3 and so on.
+static std::vector<unsigned> wayOf(const RtSimpleHash* table, const char* key, size_t length)
+{
+    std::vector<unsigned> way;
+    unsigned i = rv::stringHash(key) & (table->capacity - 1);
+    for (unsigned step = 1; way.size() < length; ++step) {
+        way.push_back(i);
+        i = (i + step) & (table->capacity - 1);
+    }
+    return way;
+}
+
+TEST_F(SimpleHash, every_entry_takes_the_first_empty_slot_on_its_way)
+{
+    std::set<unsigned> taken;
+    size_t longest_way = 0;
+    for (int i = 1; i <= 256; ++i) {
+        const char* const name = key("k%d", i);
+        simpleHash_insert(table, name, valueOf(i));
+        size_t steps = 0;
+        const std::vector<unsigned> way = wayOf(table, name, 100);
+        while (taken.count(way[steps]))
+            ++steps;
+        taken.insert(way[steps]);
+        longest_way = std::max(longest_way, steps);
+        EXPECT_EQ(table->slots[way[steps]].key, name);
+        EXPECT_EQ(table->slots[way[steps]].hash, rv::stringHash(name));
+        EXPECT_EQ(table->slots[way[steps]].value, valueOf(i));
+    }
+    EXPECT_GE(longest_way, 3u); // or steps of 1 would do as well
+}
+
+TEST_F(SimpleHash, growth_puts_entries_in_slot_order_on_their_new_ways)
+{
+    for (int i = 1; i <= 256; ++i)
+        simpleHash_insert(table, key("k%d", i), valueOf(i));
+    simpleHash_remove(table, "k7"); // growth drops what it leaves
+    simpleHash_insert(table, "another", valueOf(257));
+    std::vector<const char*> old_slots;
+    for (unsigned i = 0; i < 512; ++i)
+        old_slots.push_back(table->slots[i].key);
+    // The last entry takes its old place first and then grows with the others.
+    const char last[] = "last";
+    for (const unsigned i : wayOf(table, last, 100))
+        if (!old_slots[i]) {
+            old_slots[i] = last;
+            break;
+        }
+    simpleHash_insert(table, last, valueOf(258));
+    ASSERT_EQ(table->capacity, 1024u);
+    EXPECT_EQ(table->tombstones, 0u);
+
+    std::map<unsigned, const char*> expected, found;
+    for (const char* const name : old_slots)
+        if (name)
+            for (const unsigned i : wayOf(table, name, 100))
+                if (expected.emplace(i, name).second)
+                    break;
+    for (unsigned i = 0; i < 1024; ++i)
+        if (table->slots[i].value)
+            found[i] = table->slots[i].key;
+    EXPECT_EQ(found, expected);
+}
+
+TEST_F(SimpleHash, new_entry_takes_the_first_removed_slot_on_its_way)
+{
+    for (int i = 1; i <= 200; ++i)
+        simpleHash_insert(table, key("k%d", i), valueOf(i));
+    // A key that meets two entries before an empty slot.
+    for (int i = 1; i <= 1000; ++i) {
+        const char* const name = key("new%d", i);
+        const std::vector<unsigned> way = wayOf(table, name, 3);
+        const RtSimpleHash::Slot& second = table->slots[way[1]];
+        if (!table->slots[way[0]].key || !second.key || table->slots[way[2]].value)
+            continue;
+        simpleHash_remove(table, second.key);
+        EXPECT_EQ(simpleHash_lookup(table, name), nullptr);
+        simpleHash_insert(table, name, valueOf(i));
+        EXPECT_EQ(second.key, name);
+        EXPECT_EQ(second.value, valueOf(i));
+        EXPECT_FALSE(table->slots[way[2]].value);
+        EXPECT_EQ(table->count, 200u);
+        return;
+    }
+    ADD_FAILURE() << "no such key";
+}
+
 TEST_F(SimpleHash, refuses_null_arguments)
 {
     EXPECT_FALSE(simpleHash_insert(table, "a", nullptr));

@@ -282,6 +282,18 @@ TEST_F(StringPool, growth_doubles_the_table_and_drops_tombstones)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(StringPool, finding_a_string_in_a_full_table_does_not_grow_it)
+{
+    addMany("s%d", 0, 15);
+    addMany("s%d", 0, 15);
+    EXPECT_EQ(pool->capacity, 16u);
+    EXPECT_EQ(pool->resize_count, 0u);
+    EXPECT_EQ(pool->hits, 15u);
+    for (int round = 0; round < 2; ++round)
+        removeMany("s%d", 0, 15);
+    EXPECT_EQ(takeProblem(), "");
+}
+
 // A table of any fill must keep a slot that was never used, or a search would not end.
 TEST_F(StringPool, endless_renaming_neither_grows_the_table_nor_fills_it_with_tombstones)
 {

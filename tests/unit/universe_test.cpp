@@ -337,6 +337,26 @@ TEST_F(UniverseQueries, without_an_options_node_the_universe_stays_usable)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(UniverseQueries, options_of_a_type_with_another_layout_do_no_harm)
+{
+    installType("other_options", {}, RV_NODE_OPTIONS, RV_TYPE_NONE);
+    EXPECT_EQ(RvNode("other_options"), RvUniverseGetOptions()) << "there is one already";
+    RvNodeDestroy(RvUniverseGetOptions());
+    RtNode* options = RvNode("other_options");
+    ASSERT_TRUE(options);
+    EXPECT_EQ(RvUniverseGetOptions(), options);
+    EXPECT_FALSE(rv::render_options) << "its block is no record of the options";
+    RtNode* camera = RvNode("persp_camera");
+    EXPECT_FALSE(RvUniverseGetCamera());
+    RvNodeDestroy(camera);
+    RvNode("point_light");
+    EXPECT_EQ(RvUniverseGetNumLights(), 1);
+    EXPECT_EQ(takeProblem(), "");
+
+    RvNodeDestroy(options);
+    EXPECT_EQ(rv::render_options, RvNode("options")->params);
+}
+
 TEST_F(UniverseQueries, a_universe_may_end_without_an_options_node)
 {
     RvNodeDestroy(RvUniverseGetOptions());

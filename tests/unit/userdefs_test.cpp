@@ -269,6 +269,17 @@ TEST_F(UserParams, words_are_split_at_blanks_and_read_in_any_case)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(UserParams, required_long_and_absrgb_are_aliases_of_uint_and_rgb)
+{
+    EXPECT_EQ(RvUserParamGetType(declared("l", "uniform LONG")), RV_TYPE_UINT);
+    EXPECT_EQ(RvUserParamGetType(declared("c", "constant ABSRGB")), RV_TYPE_RGB);
+    EXPECT_EQ(RvUserParamGetArrayType(declared("la", "constant ARRAY LONG")), RV_TYPE_UINT);
+    EXPECT_EQ(RvUserParamGetArrayType(declared("ca", "constant ARRAY ABSRGB")), RV_TYPE_RGB);
+    RvNodeSetRGB(node, "c", 1, 2, 3);
+    EXPECT_EQ(describe(RvNodeGetRGB(node, "c")), "1 2 3");
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_F(UserParams, long_and_random_declarations_do_no_harm)
 {
     const std::string endless(1 << 18, 'w');
@@ -871,6 +882,22 @@ TEST_F(UserData, uniform_data_without_a_prepared_hit_is_read_by_primitive)
         sg.prim_index = i;
         EXPECT_TRUE(RvUserGetFltFunc("u", &sg, &f));
         EXPECT_EQ(f, float(i + 1));
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(UserData, any_byte_of_an_array_but_zero_reads_as_true)
+{
+    declared("u", "uniform BOOL");
+    uint8_t bytes[] = { 0, 1, 2, 255 };
+    RvNodeSetArray(node, "u", RvArrayConvert(4, 1, RV_TYPE_BOOLEAN, bytes, false));
+    for (uint32_t i = 0; i < 4; ++i) {
+        sg.prim_index = i;
+        bool value = false;
+        EXPECT_TRUE(RvUserGetBoolFunc("u", &sg, &value));
+        uint8_t got = 77;
+        memcpy(&got, &value, 1);
+        EXPECT_EQ(got, bytes[i] != 0) << i;
     }
     EXPECT_EQ(takeProblem(), "");
 }

@@ -87,33 +87,36 @@ struct SlotSpans {
     Float4 tnear, tfar;
 };
 
-inline SlotSpans slotSpans(const RtBVH4Node& node, const BoxRay& ray, float maxdist, const float&)
+// `at(axis, side)` gives the four minima (side 0) or maxima (side 1).
+template <class Rows> inline SlotSpans slotSpans(const BoxRay& ray, float maxdist, const Rows& at)
 {
-    SlotSpans spans = { ray.mindist, Float4(maxdist) };
+    Float4 enter[3], leave[3];
     for (unsigned axis = 0; axis < 3; ++axis) {
-        const Float4 near = Float4::load(node.rows[2 * axis + ray.near_row[axis]]);
-        const Float4 far = Float4::load(node.rows[2 * axis + 1 - ray.near_row[axis]]);
-        spans.tnear = max((near - ray.origin[axis]) * ray.inverse[axis], spans.tnear);
-        spans.tfar = min((far - ray.origin[axis]) * ray.inverse[axis], spans.tfar);
+        const unsigned near = ray.near_row[axis];
+        enter[axis] = (at(axis, near) - ray.origin[axis]) * ray.inverse[axis];
+        leave[axis] = (at(axis, 1 - near) - ray.origin[axis]) * ray.inverse[axis];
     }
-    return spans;
+    // NaN, from a box side that the ray runs along, limits nothing: it is never the second operand
+    // of the last comparison.
+    return { max(enter[0], max(enter[1], max(enter[2], ray.mindist))),
+             min(leave[0], min(leave[1], min(leave[2], Float4(maxdist)))) };
+}
+
+inline SlotSpans slotSpans(const RtBVH4Node& node, const BoxRay& ray, float maxdist, float)
+{
+    return slotSpans(ray, maxdist, [&node](unsigned axis, unsigned side) {
+        return Float4::load(node.rows[2 * axis + side]);
+    });
 }
 
 inline SlotSpans slotSpans(const RtBVH4MotionNode& node, const BoxRay& ray, float maxdist,
-                           const float& weight)
+                           float weight)
 {
-    SlotSpans spans = { ray.mindist, Float4(maxdist) };
     const Float4 w1(weight), w0(1 - weight);
-    for (unsigned axis = 0; axis < 3; ++axis) {
-        const auto at = [&](unsigned row) {
-            return w0 * Float4::load(node.rows[4 * axis + 2 * row]) +
-                   w1 * Float4::load(node.rows[4 * axis + 2 * row + 1]);
-        };
-        const unsigned near = ray.near_row[axis];
-        spans.tnear = max((at(near) - ray.origin[axis]) * ray.inverse[axis], spans.tnear);
-        spans.tfar = min((at(1 - near) - ray.origin[axis]) * ray.inverse[axis], spans.tfar);
-    }
-    return spans;
+    return slotSpans(ray, maxdist, [&](unsigned axis, unsigned side) {
+        return w0 * Float4::load(node.rows[4 * axis + 2 * side]) +
+               w1 * Float4::load(node.rows[4 * axis + 2 * side + 1]);
+    });
 }
 
 // Calls leaf(first, count) for the leaves that the ray enters, near ones first, until the hit list

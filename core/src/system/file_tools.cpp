@@ -76,10 +76,14 @@ struct FoundFiles {
 } // namespace
 static_assert(sizeof(FoundFiles) == 264192);
 
+// Whether the name has the form "*.extension"; the extension may hold dots of its own.
 static bool nameMatches(const char* name, const char* extension)
 {
-    const char* const dot = strrchr(name, '.');
-    return dot && strcmp(dot + 1, extension) == 0;
+    const size_t length = strlen(name), extension_length = strlen(extension);
+    if (length <= extension_length)
+        return false;
+    const char* const dot = name + length - extension_length - 1;
+    return *dot == '.' && strcmp(dot + 1, extension) == 0;
 }
 
 static bool isFolder(const char* path)

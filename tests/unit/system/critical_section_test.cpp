@@ -25,6 +25,16 @@ TEST_F(CriticalSections, may_be_closed_twice)
     EXPECT_EQ(cs.handle, nullptr);
 }
 
+TEST_F(CriticalSections, may_be_opened_again)
+{
+    RtCritSec cs;
+    for (int i = 0; i < 3; ++i) {
+        RvCritSecInit(&cs);
+        EXPECT_NE(cs.handle, nullptr);
+        RvCritSecClose(&cs);
+    }
+}
+
 TEST_F(CriticalSections, are_always_recursive)
 {
     for (void (*init)(RtCritSec*) : { RvCritSecInit, RvCritSecInitRecursive }) {

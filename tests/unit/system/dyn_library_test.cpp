@@ -119,6 +119,17 @@ TEST_F(DynamicLibraries, error_of_a_very_long_path_is_bounded)
     EXPECT_LT(strlen(rv::libraryError()), 1024u);
 }
 
+TEST_F(DynamicLibraries, each_load_needs_a_close_of_its_own)
+{
+    install("plug.so");
+    void* const first = rv::libraryLoad(inFolder("plug.so").c_str());
+    void* const second = rv::libraryLoad(inFolder("plug").c_str());
+    EXPECT_EQ(first, second);
+    rv::libraryClose(first);
+    EXPECT_NE(rv::librarySymbol(second, "cos"), nullptr);
+    rv::libraryClose(second);
+}
+
 TEST_F(DynamicLibraries, unknown_symbol_is_null)
 {
     install("plug.so");

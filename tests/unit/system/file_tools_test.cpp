@@ -133,12 +133,24 @@ TEST_F(FileTools, checks_extensions_without_regard_to_case)
         { "pepe.rv", "rvs", false, false },
         { "pepe.rvsx", "rvs", false, false },
         { "folder.rvs/pepe", "rvs", false, false },
+        { "scene.rvs.", "rvs", true, false },
+        { "rvs.gz", "rvs", true, false },
+        { "gz", "rvs", true, false },
         { nullptr, "rvs", true, false },
         { "pepe.rvs", nullptr, true, false },
     };
     for (const auto& c : cases)
         EXPECT_EQ(RvCheckFileExtension(c.filename, c.ext, c.allow_gz), c.matches)
             << (c.filename ? c.filename : "null") << " " << (c.ext ? c.ext : "null");
+}
+
+TEST_F(FileTools, checks_extensions_of_names_of_any_length)
+{
+    const std::string longest(100000, 'x');
+    EXPECT_TRUE(RvCheckFileExtension((longest + ".rvs").c_str(), "rvs", false));
+    EXPECT_TRUE(RvCheckFileExtension((longest + ".rvs.gz").c_str(), "rvs", true));
+    EXPECT_TRUE(RvCheckFileExtension(("a." + longest).c_str(), longest.c_str(), false));
+    EXPECT_FALSE(RvCheckFileExtension("a.rvs", longest.c_str(), true));
 }
 
 // ------------------------------------------------------------------------------- listings
@@ -148,6 +160,13 @@ TEST_F(FileTools, lists_the_files_with_the_extension)
     createFiles({ "a.so", "b.so", "c.txt", "so", "dso", "d.so.bak", "e.x.so" });
     EXPECT_EQ(found(folder(), "so"), (std::set<std::string>{ folder() + "/a.so", folder() + "/b.so",
                                                              folder() + "/e.x.so" }));
+}
+
+TEST_F(FileTools, lists_extensions_that_hold_a_dot)
+{
+    createFiles({ "a.rvs.gz", "b.gz", "c.rvs", "d.xrvs.gz", "rvs.gz", ".rvs.gz" });
+    EXPECT_EQ(found(folder(), "rvs.gz"),
+              (std::set<std::string>{ folder() + "/a.rvs.gz", folder() + "/.rvs.gz" }));
 }
 
 TEST_F(FileTools, lists_paths_under_the_folder_as_given)

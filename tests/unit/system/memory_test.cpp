@@ -79,6 +79,19 @@ TEST_F(CheckedHeap, works_without_a_frame)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(CheckedHeap, macros_name_the_place_of_the_call)
+{
+    rv::limitAllocations(0);
+    const std::string line = std::to_string(__LINE__ + 1);
+    EXPECT_EQ(RvMalloc(5), nullptr);
+    EXPECT_EQ(takeProblem(),
+              std::string("can't allocate 5 bytes in ") + __FILE__ + ":" + __func__ + "():" + line);
+    const std::string next = std::to_string(__LINE__ + 1);
+    EXPECT_EQ(RvRealloc(nullptr, 6), nullptr);
+    EXPECT_EQ(takeProblem(), std::string("can't reallocate 6 bytes in ") + __FILE__ + ":" +
+                                 __func__ + "():" + next);
+}
+
 TEST_F(CheckedHeap, limit_lets_so_many_allocations_succeed)
 {
     rv::limitAllocations(2);
@@ -313,6 +326,45 @@ TEST_F(MemoryPool, mark_left_from_before_a_reset_stays_inside_the_pool)
         void* const p = RvMemPoolAlloc(40, pool);
         ASSERT_GE(placeOf(pool, p).first, 0);
         memset(p, 0x5a, 40);
+    }
+    RvMemPoolDestroy(pool);
+}
+
+TEST_F(MemoryPool, blocks_are_kept_over_resets)
+{
+    RtMemPool* const pool = RvMemPoolCreate(256);
+    for (int i = 0; i < 100; ++i)
+        RvMemPoolAlloc(100, pool);
+    const unsigned blocks = pool->block_count;
+    rv::limitAllocations(0);
+    for (int round = 0; round < 10; ++round) {
+        RvMemPoolReset(pool);
+        for (int i = 0; i < 100; ++i)
+            ASSERT_NE(RvMemPoolAlloc(100, pool), nullptr);
+    }
+    rv::limitAllocations(-1);
+    EXPECT_EQ(pool->block_count, blocks);
+    EXPECT_EQ(pool->reset_count, 10u);
+    EXPECT_EQ(pool->alloc_count, 1100u);
+    RvMemPoolDestroy(pool);
+}
+
+TEST_F(MemoryPool, requests_of_any_size_are_aligned_and_share_no_byte)
+{
+    RtMemPool* const pool = RvMemPoolCreate(1000); // no multiple of a power of two
+    std::vector<std::pair<char*, unsigned>> pieces;
+    uint32_t state = 1;
+    for (int i = 0; i < 3000; ++i) {
+        state = state * 1664525 + 1013904223;
+        const unsigned size = (state >> 8) % (i % 20 ? 200 : 5000);
+        char* const piece = static_cast<char*>(RvMemPoolAlloc(size, pool));
+        ASSERT_EQ(uintptr_t(piece) % 8, 0u);
+        memset(piece, i % 251, size);
+        pieces.emplace_back(piece, size);
+    }
+    for (size_t i = 0; i < pieces.size(); ++i) {
+        const auto [piece, size] = pieces[i];
+        EXPECT_EQ(std::count(piece, piece + size, char(i % 251)), ptrdiff_t(size)) << i;
     }
     RvMemPoolDestroy(pool);
 }

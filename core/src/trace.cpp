@@ -1,0 +1,397 @@
+// trace: following rays through the scene.
+#include "trace.h"
+
+#include "hash.h"
+#include "hit_context.h"
+#include "objects/gobject.h"
+#include "options.h"
+#include "rays.h"
+#include "rv_msg.h"
+#include "scene.h"
+#include "thread_slot.h"
+
+#include <algorithm>
+#include <math.h>
+
+namespace rv {
+
+static const RtPoint nowhere = { 1e30f, 1e30f, 1e30f };
+
+// ---- Settings ----
+
+TransparencySettings transparencySettings()
+{
+    const RtOptions& options = *render_options;
+    return { options.auto_transparency_mode == RV_TRANSPARENCY_ALWAYS,
+             std::max(options.auto_transparency_depth, 0), options.auto_transparency_threshold };
+}
+
+bool exceedsDepth(const RtRay& ray)
+{
+    const RtOptions& options = *render_options;
+    const auto exceeds = [&ray](int type, int depth, int limit) {
+        return (ray.type & type) && depth > limit;
+    };
+    // Required: a depth equal to the limit is traced, because the new bounce is already counted.
+    return ray.level > options.GI_total_depth ||
+           exceeds(RV_RAY_DIFFUSE, ray.diffuse_depth, options.GI_diffuse_depth) ||
+           exceeds(RV_RAY_GLOSSY, ray.glossy_depth, options.GI_glossy_depth) ||
+           exceeds(RV_RAY_REFLECTED, ray.reflection_depth, options.GI_reflection_depth) ||
+           exceeds(RV_RAY_REFRACTED, ray.refraction_depth, options.GI_refraction_depth);
+}
+
+// ---- Finding hits ----
+
+// Scratch memory of one trace, given back at its end.
+class TraceScratch {
+public:
+    explicit TraceScratch(int thread)
+        : pool(the_frame->thread_slots ? the_frame->thread_slots[thread].pools[0] : nullptr)
+    {
+        if (pool)
+            RvMemPoolPushMark(pool);
+    }
+    ~TraceScratch()
+    {
+        if (pool)
+            RvMemPoolPopMark(pool);
+    }
+    TraceScratch(const TraceScratch&) = delete;
+    TraceScratch& operator=(const TraceScratch&) = delete;
+
+    // Null when there is no memory, or no thread was prepared.
+    template <class T> T* allocate(uint32_t n)
+    {
+        const uint64_t bytes = uint64_t(n) * sizeof(T);
+        return pool && bytes < INT32_MAX ? static_cast<T*>(RvMemPoolAlloc(unsigned(bytes), pool))
+                                         : nullptr;
+    }
+
+private:
+    RtMemPool* pool;
+};
+
+static RtTraversal traversalOf(const RtRay& ray)
+{
+    RtTraversal traversal = {};
+    traversal.ray_type = ray.type;
+    traversal.thread = uint8_t(threadOf(ray));
+    traversal.any_hit = (ray.type & RV_RAY_SHADOW) && ray.sg;
+    traversal.inclusive_traceset = ray.inclusive_traceset;
+    traversal.traceset = ray.traceset;
+    if (ray.traceset && *ray.traceset)
+        traversal.traceset_hash = stringHash(ray.traceset);
+    if (ray.light_sample)
+        traversal.light = *static_cast<RtNode* const*>(ray.light_sample);
+    traversal.from_prim = rv_no_primitive;
+    if (ray.sg && ray.sg->stage == RV_STAGE_SURFACE && ray.sg->object) {
+        traversal.from_object = ray.sg->object;
+        traversal.from_instance = ray.sg->instance;
+        traversal.from_prim = ray.sg->prim_index;
+    }
+    return traversal;
+}
+
+static void traverseScene(RtGObject* root, const RtRay& ray, RtHitList& hits)
+{
+    const RtTraversal traversal = traversalOf(ray);
+    const RtObjectRay object_ray = { ray.origin, ray.dir, float(ray.mindist), ray.time,
+                                     rv_no_primitive };
+    const bool two_passes = render_options->trace_opaque_first && hits.capacity >= 2;
+    hits.pass = two_passes ? RtOpaquePass::opaque : RtOpaquePass::all;
+    RvIntersectObject(root, traversal, object_ray, hits);
+    if (!hits.non_opaque_skipped || ((ray.type & RV_RAY_SHADOW) && hits.count))
+        return;
+    hits.pass = RtOpaquePass::non_opaque;
+    RvIntersectObject(root, traversal, object_ray, hits);
+}
+
+uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
+{
+    RtNode* const root = the_frame->scene->root;
+    RtGObject* const object = root ? shapeObject(root) : nullptr;
+    if (!object || !hits)
+        return 0;
+    RtHitList list = {};
+    list.capacity = capacity;
+    list.maxdist = float(ray.maxdist);
+    list.hits = hits;
+    traverseScene(object, ray, list);
+    return list.count;
+}
+
+// Counts the ray, finds its hits and counts them.
+static uint32_t trace(const RtRay& ray, uint32_t capacity, RtHit* hits)
+{
+    RtRayStats& stats = the_frame->stats[threadOf(ray)]->rays;
+    stats.max_depth = std::max<uint32_t>(stats.max_depth, ray.level);
+    countRay(ray);
+    const uint32_t count = findHits(ray, capacity, hits);
+    countHits(ray, count);
+    return count;
+}
+
+// ---- Refused rays ----
+
+static const char* stageName(const RtShaderGlobals* sg)
+{
+    static const char* const names[] = { "surface", "volume", "background", "displacement" };
+    return sg && sg->stage <= RV_STAGE_DISPLACEMENT ? names[sg->stage] : "";
+}
+
+static const char* nameOf(const RtNode* node) { return node ? RvNodeGetName(node) : ""; }
+
+// False, after a fatal message, for a direction that is not finite.
+static bool hasDirection(const RtRay& ray)
+{
+    if (isfinite(ray.dir.x) && isfinite(ray.dir.y) && isfinite(ray.dir.z))
+        return true;
+    RvMsgFatal("corrupt ray! type=%d, level=%d, pixel=(%d,%d), node=%s, shader=%s: %s", ray.type,
+               ray.level, ray.x, ray.y, nameOf(ray.sg ? ray.sg->object : nullptr),
+               nameOf(ray.sg ? ray.sg->shader : nullptr), stageName(ray.sg));
+    return false;
+}
+
+static bool isReady() { return the_frame && the_frame->scene && render_options; }
+
+// ---- Putting hits together ----
+
+static bool reaches(const RtRGB& color, float limit)
+{
+    return color.r >= limit && color.g >= limit && color.b >= limit;
+}
+
+// NaN counts as visible.
+static bool isTransparent(const RtRGB& opacity)
+{
+    return opacity.r == 0 && opacity.g == 0 && opacity.b == 0;
+}
+
+static float under(float accumulated, float opacity)
+{
+    return accumulated + (1 - accumulated) * opacity;
+}
+
+static RtRGB under(const RtRGB& accumulated, const RtRGB& opacity)
+{
+    return { under(accumulated.r, opacity.r), under(accumulated.g, opacity.g),
+             under(accumulated.b, opacity.b) };
+}
+
+HitCompositor::Verdict HitCompositor::take(uint32_t index, ShadedHit& hit)
+{
+    const bool is_last = index >= uint32_t(settings.depth);
+    if (!settings.always)
+        return terminal;
+    if (!hit.opaque && !is_last && isTransparent(hit.opacity))
+        return skipped;
+    if (!hit.opaque && !reaches(hit.opacity, 1)) {
+        accumulated = under(accumulated, hit.opacity);
+        if (!reaches(accumulated, settings.threshold) && !is_last)
+            return kept;
+    }
+    hit.opacity = RV_RGB_WHITE;
+    return terminal;
+}
+
+static float meanOf(const RtRGB& color) { return (color.r + color.g + color.b) / 3; }
+
+static bool isAlpha(float alpha) { return isfinite(alpha) && alpha >= 0; }
+
+void compositeOver(RtScrSample* sample, const ShadedHit& hit)
+{
+    const auto over = [](float color, float opacity, float behind) {
+        return color * opacity + behind * (1 - opacity);
+    };
+    const RtRGB& o = hit.opacity;
+    sample->color = { over(hit.color.r, o.r, sample->color.r),
+                      over(hit.color.g, o.g, sample->color.g),
+                      over(hit.color.b, o.b, sample->color.b) };
+    sample->opacity = under(o, sample->opacity);
+    sample->alpha = over(isAlpha(hit.alpha) ? hit.alpha : 1, meanOf(o), sample->alpha);
+}
+
+bool ShadowOpacity::add(const RtRGB& opacity)
+{
+    accumulated = reaches(opacity, 1) ? RV_RGB_WHITE : under(accumulated, opacity);
+    if (!reaches(accumulated, threshold))
+        return false;
+    accumulated = RV_RGB_WHITE;
+    return true;
+}
+
+static void weigh(RtScrSample* sample, float weight)
+{
+    sample->color = { sample->color.r * weight, sample->color.g * weight,
+                      sample->color.b * weight };
+}
+
+// ---- Shading ----
+
+static RtRGB colorOf(const RtShaderGlobals& sg, int output_type)
+{
+    switch (output_type) {
+    case RV_TYPE_FLOAT: return { sg.out.FLT, sg.out.FLT, sg.out.FLT };
+    case RV_TYPE_RGB: return sg.out.RGB;
+    case RV_TYPE_RGBA: return { sg.out.RGBA.r, sg.out.RGBA.g, sg.out.RGBA.b };
+    default: return RV_RGB_BLACK;
+    }
+}
+
+static const ShapeParams& flagsOf(const RtHit& hit)
+{
+    return shapeParams(hit.instance ? hit.instance : hit.object->node);
+}
+
+static ShadedHit shade(const RtRay& ray, const RtHit& hit, uint32_t index)
+{
+    RtShadingState state = {};
+    RtShaderGlobals sg = {};
+    sg.state = &state;
+    fillHitContext(&sg, ray, hit, index);
+    const int type = the_frame->hooks->shadeSurface(&sg);
+    return { colorOf(sg, type), sg.out_opacity, type == RV_TYPE_RGBA ? sg.out.RGBA.a : -1,
+             flagsOf(hit).opaque };
+}
+
+static void setFirstHit(const RtRay& ray, const RtHit& hit, RtScrSample* sample)
+{
+    sample->z = double(hit.t);
+    sample->point = ray.origin + ray.dir * hit.t;
+    sample->obj = hit.object->node;
+    sample->face = hit.prim;
+}
+
+// The background as seen from behind the last hit.
+static void seeBackground(const RtRay& ray, float t, RtScrSample* sample)
+{
+    RtRay behind = ray;
+    behind.origin = ray.origin + ray.dir * t;
+    RvTraceBackground(&behind, sample);
+}
+
+static bool shadeNearest(const RtRay& ray, const RtHit& hit, RtScrSample* sample)
+{
+    const ShadedHit shaded = shade(ray, hit, 0);
+    *sample = {};
+    setFirstHit(ray, hit, sample);
+    sample->color = shaded.color;
+    sample->opacity = shaded.opacity;
+    sample->alpha = isAlpha(shaded.alpha) ? shaded.alpha : meanOf(shaded.opacity);
+    weigh(sample, ray.weight);
+    return true;
+}
+
+static bool shadeThrough(const RtRay& ray, const RtHit* hits, uint32_t count, ShadedHit* kept,
+                         RtScrSample* sample)
+{
+    HitCompositor compositor(transparencySettings());
+    HitCompositor::Verdict verdict = HitCompositor::skipped;
+    const RtHit* first = nullptr;
+    uint32_t kept_count = 0;
+    for (uint32_t i = 0; i < count && verdict != HitCompositor::terminal; ++i) {
+        ShadedHit shaded = shade(ray, hits[i], i);
+        verdict = compositor.take(i, shaded);
+        if (verdict == HitCompositor::skipped)
+            continue;
+        first = first ? first : &hits[i];
+        kept[kept_count++] = shaded;
+    }
+    *sample = {};
+    if (verdict != HitCompositor::terminal)
+        seeBackground(ray, hits[count - 1].t, sample);
+    // Required: the background already carries the ray's weight, and gets it once more below.
+    while (kept_count)
+        compositeOver(sample, kept[--kept_count]);
+    if (first)
+        setFirstHit(ray, *first, sample);
+    weigh(sample, ray.weight);
+    return true;
+}
+
+RtRGB traceShadow(const RtRay& ray)
+{
+    if (!isReady() || !hasDirection(ray))
+        return RV_RGB_BLACK;
+    const TransparencySettings settings = transparencySettings();
+    const bool through = render_options->auto_transparency_mode != RV_TRANSPARENCY_NEVER;
+    TraceScratch scratch(threadOf(ray));
+    const uint32_t capacity = through ? uint32_t(settings.depth) + 1 : 1;
+    RtHit* const hits = scratch.allocate<RtHit>(capacity);
+    const uint32_t count = trace(ray, capacity, hits);
+    ShadowOpacity shadow(settings.threshold);
+    for (uint32_t i = 0; i < count; ++i)
+        if (flagsOf(hits[i]).opaque || shadow.add(shade(ray, hits[i], i).opacity))
+            return RV_RGB_WHITE;
+    return shadow.value();
+}
+
+} // namespace rv
+
+bool RvTrace(const RtRay* ray, RtScrSample* sample)
+{
+    if (!ray || !sample)
+        return false;
+    *sample = {};
+    if (!rv::isReady() || !rv::hasDirection(*ray) ||
+        (ray->sg && ray->sg->stage == RV_STAGE_BACKGROUND) || rv::exceedsDepth(*ray))
+        return false;
+    const rv::TransparencySettings settings = rv::transparencySettings();
+    const uint32_t capacity = settings.always ? uint32_t(settings.depth) + 1 : 1;
+    rv::TraceScratch scratch(rv::threadOf(*ray));
+    RtHit* const hits = scratch.allocate<RtHit>(capacity);
+    const uint32_t count = rv::trace(*ray, capacity, hits);
+    if (!count) {
+        RvTraceBackground(ray, sample);
+        return false;
+    }
+    if (!settings.always)
+        return rv::shadeNearest(*ray, hits[0], sample);
+    rv::ShadedHit* const kept = scratch.allocate<rv::ShadedHit>(count);
+    return kept && rv::shadeThrough(*ray, hits, count, kept, sample);
+}
+
+bool RvTraceProbe(const RtRay* ray, RtShaderGlobals* sgout)
+{
+    if (!ray || !rv::isReady() || !rv::hasDirection(*ray))
+        return false;
+    rv::TraceScratch scratch(rv::threadOf(*ray));
+    RtHit hit;
+    if (!rv::trace(*ray, 1, &hit))
+        return false;
+    if (sgout)
+        rv::fillHitContext(sgout, *ray, hit, 0);
+    return true;
+}
+
+void RvTraceBackground(const RtRay* ray, RtScrSample* sample)
+{
+    if (!ray || !sample)
+        return;
+    *sample = {};
+    sample->point = rv::nowhere;
+    sample->z = ray->maxdist;
+    if (!rv::isReady())
+        return;
+    const RtOptions& options = *rv::render_options;
+    int type = RV_TYPE_NONE;
+    if (options.background && (ray->type & options.background_visibility)) {
+        RtShadingState state = {};
+        RtShaderGlobals sg = {};
+        sg.state = &state;
+        rv::resetContext(&sg);
+        rv::fillFromRay(&sg, *ray);
+        sg.stage = RV_STAGE_BACKGROUND;
+        type = rv::the_frame->hooks->shadeBackground(&sg);
+        const RtRGB color = rv::colorOf(sg, type);
+        sample->opacity = sg.out_opacity;
+        sample->color = { color.r * sg.out_opacity.r, color.g * sg.out_opacity.g,
+                          color.b * sg.out_opacity.b };
+        sample->alpha = type == RV_TYPE_RGBA ? sg.out.RGBA.a : 0;
+    }
+    if (options.atmosphere && !options.skip_background_atmosphere)
+        rv::the_frame->hooks->applyAtmosphere(ray, sample);
+    rv::weigh(sample, ray->weight);
+    if (options.auto_transparency_mode == RV_TRANSPARENCY_ALWAYS && type != RV_TYPE_RGBA)
+        sample->alpha = rv::meanOf(sample->opacity);
+}
