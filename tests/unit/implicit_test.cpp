@@ -153,6 +153,15 @@ TEST_F(Implicit, a_flat_field_faces_the_ray)
 {
     RtNode* const node = preparedImplicit([](const RtShaderGlobals&) { return 1.0f; });
     EXPECT_EQ(numbersOf(geometryAt(node, { 0, 0, 0 }).N), (std::vector<float>{ 0, 0, 1 }));
+    RtMatrix world_to_object;
+    RvM4RotationX(&world_to_object, 90); // takes -z to y
+    RtHit hit = {};
+    hit.object = rv::objectOf(node);
+    const RtVector dir = { 0, 0, -1 };
+    const RtPoint point = { 0, 0, 0 };
+    RtLocalGeometry geometry = {};
+    rv::shapeMethods(node).ShapeLocalGeometry(&dir, 0, &world_to_object, &hit, &point, &geometry);
+    EXPECT_FLOAT_EQ(geometry.N.y, -1);
 }
 
 TEST_F(Implicit, the_field_sees_the_position_the_object_and_the_time)
@@ -201,6 +210,7 @@ TEST_F(Implicit, the_value_of_a_shader_is_its_float_output)
     EXPECT_EQ(rv::evaluateField(named("test_field"), &sg, { 1, 2, 3 }), 2);
     EXPECT_EQ(rv::evaluateField(named("test_colour"), &sg, { 1, 2, 3 }), 0);
     EXPECT_EQ(rv::evaluateField(named("box"), &sg, { 1, 2, 3 }), 0);
+    EXPECT_EQ(rv::evaluateField(nullptr, &sg, { 1, 2, 3 }), 0);
 }
 
 TEST_F(Implicit, no_samples_find_nothing)

@@ -43,6 +43,8 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
 
 float evaluateField(RtNode* field, RtShaderGlobals* sg, const RtPoint& point)
 {
+    if (!field)
+        return 0;
     const RtNodeEntry* const entry = field->entry;
     const RtShaderMethods* const methods = static_cast<const RtShaderMethods*>(entry->kind_methods);
     if (entry->type != RV_NODE_SHADER || entry->output_type != RV_TYPE_FLOAT || !methods ||
@@ -61,15 +63,12 @@ public:
     FieldProbe(const RtGObject* object, const RtVector& ray_dir, float time)
         : shape(recordOf<Implicit>(object))
     {
-        memset(static_cast<void*>(&sg), 0, sizeof sg);
+        sg.state = &state;
+        resetContext(&sg);
         sg.ray_dir = ray_dir;
         sg.thread_index = uint8_t(stats_slot < worker_slot_count ? stats_slot : 0);
         sg.time = time;
         sg.object = object->node;
-        sg.object_to_world = sg.world_to_object = RV_M4_IDENTITY;
-        sg.front_hemisphere_only = 1;
-        sg.out_opacity = RV_RGB_WHITE;
-        sg.state = &state;
     }
     FieldProbe(const FieldProbe&) = delete;
     FieldProbe& operator=(const FieldProbe&) = delete;
@@ -143,11 +142,14 @@ static void intersect(const ShapeRay& ray)
         marchUniformly(ray, range, shape.samples, field);
 }
 
-static void localGeometry(const RtVector* ray_dir, float time, const RtMatrix*, RtHit* hit,
-                          const RtPoint* point, RtLocalGeometry* out)
+static void localGeometry(const RtVector* ray_dir, float time, const RtMatrix* world_to_object,
+                          RtHit* hit, const RtPoint* point, RtLocalGeometry* out)
 {
     static constexpr float step = 1e-5f;
-    FieldProbe field(hit->object, *ray_dir, time);
+    RtVector dir = *ray_dir;
+    if (world_to_object)
+        RvM4VectorByMatrixMult(&dir, world_to_object, ray_dir);
+    FieldProbe field(hit->object, dir, time);
     const float here = field(*point);
     const RtPoint& p = *point;
     const Vec3d gradient = { double(field({ p.x + step, p.y, p.z })) - here,
@@ -156,7 +158,7 @@ static void localGeometry(const RtVector* ray_dir, float time, const RtMatrix*, 
     const Vec3d normal = normalized(gradient);
     // Where the field is flat, the surface faces the ray.
     const bool is_flat = dot(normal, normal) == 0;
-    out->N = out->Ng = single(is_flat ? -normalized(vec3d(*ray_dir)) : normal);
+    out->N = out->Ng = single(is_flat ? -normalized(vec3d(dir)) : normal);
 }
 
 static const RtCommonMethods common = {
