@@ -48,8 +48,8 @@ static void makeSphere(void)
 static double probe(int column, int row)
 {
     const RtPoint eye = { 0, 0.5f, 6 };
-    const RtVector direction = { (2 * (column + 0.5f) / width - 1) * 0.6f,
-                                 (1 - 2 * (row + 0.5f) / height) * 0.3f - 0.08f, -1 };
+    const RtVector direction = { (2 * ((float)column + 0.5f) / width - 1) * 0.6f,
+                                 (1 - 2 * ((float)row + 0.5f) / height) * 0.3f - 0.08f, -1 };
     const RtShaderGlobals origin = { 0 };
     RtShaderGlobals hit = { 0 };
     RtRay ray;
