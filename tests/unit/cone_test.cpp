@@ -91,6 +91,24 @@ TEST_F(Cone, is_open_at_its_wide_end)
     EXPECT_EQ(shoot(node, { { 5, 0, 1.1f }, { -1, 0, 0 } }).size(), 0u) << "above the apex";
 }
 
+// Required: it would cross the far side once.
+TEST_F(Cone, a_ray_parallel_to_a_line_of_its_surface_misses)
+{
+    RtNode* const node = cone({ 0, 0, 0 }, 1, { 0, 0, 1 }, 0);
+    ASSERT_TRUE(prepared(node));
+    EXPECT_EQ(shoot(node, { { -0.5f, 0, 1.2f }, { 1, 0, -1 } }).size(), 0u);
+    EXPECT_EQ(shoot(node, { { -0.5f, 0, 1.2f }, { 1, 0.01f, -1 } }).size(), 1u);
+}
+
+TEST_F(Cone, a_ray_from_its_surface_does_not_hit_where_it_starts)
+{
+    RtNode* const node = cone({ 0, 0, 0 }, 1, { 0, 0, 1 }, 0);
+    ASSERT_TRUE(prepared(node));
+    const std::vector<float> t = distances(node, { { 0.5000005f, 0, 0.5f }, { -1, 0, 0 } });
+    ASSERT_EQ(t.size(), 1u);
+    EXPECT_FLOAT_EQ(t[0], 1);
+}
+
 TEST_F(Cone, the_parameters_stay_as_they_were_set)
 {
     RtNode* const node = cone({ 0, 0, 0 }, 1, { 0, 0, 1 }, 0.5f);

@@ -96,6 +96,7 @@ TEST_F(Cylinder, a_ray_from_its_surface_does_not_hit_where_it_starts)
     ASSERT_TRUE(prepared(node));
     EXPECT_EQ(distances(node, { { 0.5f, 0, 0 }, { -1, 0, 0 } }), std::vector<float>{ 1 });
     EXPECT_EQ(distances(node, { { 0.5f, 0, 0 }, { 1, 0, 0 } }), std::vector<float>{});
+    EXPECT_EQ(shoot(node, { { 0.5000005f, 0, 0 }, { -1, 0, 0 } }).size(), 1u) << "just above it";
 }
 
 TEST_F(Cylinder, bounds_are_those_of_the_two_end_discs)
