@@ -133,6 +133,9 @@ inline bool isContainer(const RtGObject* object)
 // Its clones go first.
 void destroyObject(RtGObject* object);
 
+// Has the next update of the object bring it up to date, and refit the lists at the root.
+void requestRebuild(RtGObject* object, RtRebuild reason);
+
 // ---- For containers ----
 
 // min > max on an axis, or not a number.
