@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <random>
 
 namespace {
 
@@ -830,11 +831,13 @@ TEST_F(PolyMeshes, an_update_marks_the_lists_at_the_root)
     RtNode* const root = triangle();
     initialized(node);
     initialized(root);
+    rv::objectOf(root)->kind = RV_KIND_LIST; // the part that counts here
     rv::the_frame->scene->bounded_root = root;
     setPoints(node, "vlist", square);
     update(node);
     EXPECT_EQ(rv::objectOf(root)->rebuild, uint32_t(RV_REBUILD_TRANSFORM));
     rv::the_frame->scene->bounded_root = nullptr;
+    rv::objectOf(root)->kind = RV_KIND_POLYMESH;
 }
 
 TEST_F(PolyMeshes, an_update_without_new_arrays_changes_nothing)
@@ -850,6 +853,66 @@ TEST_F(PolyMeshes, an_update_without_new_arrays_changes_nothing)
     update(empty);
     EXPECT_EQ(rv::objectOf(empty), nullptr);
     EXPECT_EQ(takeProblem(), "");
+}
+
+// ---- Hostile input ----
+
+TEST_F(PolyMeshes, whatever_the_arrays_hold_no_index_leaves_its_elements)
+{
+    std::mt19937 generator(9);
+    const auto random = [&](uint32_t n) { return uint32_t(generator() % n); };
+    const float coordinates[] = { 0, 1, -1, 0.5f, 1e30f, -1e30f, 1e-30f, NAN, INFINITY, -INFINITY };
+    const auto coordinate = [&] { return coordinates[random(10)]; };
+    int made = 0;
+    for (int round = 0; round < 2000; ++round) {
+        setOption("mesh_sanity", round % 2);
+        RtNode* const node = meshNode();
+        const uint32_t nvertices = 1 + random(6), keys = 1 + random(3);
+        Indices nsides, corners;
+        for (uint32_t i = random(5); i > 0; --i)
+            nsides.push_back(random(9));
+        for (uint32_t sides : nsides)
+            for (uint32_t i = 0; i < sides; ++i)
+                corners.push_back(random(20) ? random(nvertices) : random(0xFFFFFFFF));
+        setPoints(node, "vlist", Points(nvertices * keys), int(keys));
+        for (uint32_t i = 0; i < nvertices * keys; ++i)
+            rv::elementsOf<RtPoint>(
+                rv::polymeshParams(node).vlist)[i] = { coordinate(), coordinate(), coordinate() };
+        setIndices(node, "nsides", nsides);
+        setIndices(node, "vidxs", corners);
+        RvNodeSetBool(node, "smoothing", random(2));
+        RvNodeSetBool(node, "double_precision_intersector", random(2));
+        if (random(2)) {
+            setPoints(node, "nlist", Points(2 * keys, { 0, 0, 1 }), int(keys));
+            setIndices(node, "nidxs", corners);
+        }
+        if (random(2)) {
+            setUVs(node, { { 0, 0 }, { 1, 0 }, { 0, 1 } });
+            setIndices(node, "uvidxs", corners);
+        }
+        setShaders(node, random(4));
+        setBytes(node, "shidxs", std::vector<uint8_t>(random(6), uint8_t(random(256))));
+        declare(node, "face_visibility", "uniform BOOL", RV_TYPE_BOOLEAN,
+                std::vector<char>(nsides.size(), char(random(2))));
+        if (const RtPolyMesh* const mesh = initialized(node)) {
+            ++made;
+            RvGObjectBuildAccel(node, 0);
+            for (uint32_t i = 0; i < mesh->ntriangles; ++i) {
+                ASSERT_LT(rv::trianglePolygon(*mesh, i), mesh->npolygons);
+                uint32_t vertices[3];
+                rv::triangleVertices(*mesh, i, vertices);
+                for (uint32_t vertex : vertices)
+                    ASSERT_LT(vertex, mesh->nvertices);
+                geometry(node, i, 0.25f, 0.5f, 0.7f);
+                textureAt(node, i, 0.25f, 0.5f);
+                rv::meshDerivatives(*mesh, i, 0.7f);
+            }
+            depthAt(node, 0.1f, 0.1f, 0.7f);
+        }
+        RvNodeDestroy(node);
+        messages().clear();
+    }
+    EXPECT_GT(made, 1000);
 }
 
 // ---- Statistics ----

@@ -10,6 +10,7 @@
 #define RV_HIERARCHY_H
 
 #include "accels/bvh_build.h"
+#include "maths.h"
 #include "system/memory.h"
 #include "work_queue.h"
 

@@ -452,6 +452,12 @@ static void askRootsForRefit()
     }
 }
 
+void requestRebuild(RtGObject* object, RtRebuild reason)
+{
+    askForRebuild(object, reason);
+    askRootsForRefit();
+}
+
 // What the object copied from parameters and tracing reads there.
 static void refreshCopies(RtGObject* object, const char* param)
 {
@@ -470,9 +476,8 @@ void shapeChanged(RtNode* node, const RtParamEntry* param)
         return;
     RvMsgDebug("[accel] parameter %s on %s was modified - asking for accel rebuild", param->name,
                RvNodeGetName(node));
-    askForRebuild(object,
-                  strcmp(param->name, "matrix") ? RV_REBUILD_GEOMETRY : RV_REBUILD_TRANSFORM);
-    askRootsForRefit();
+    requestRebuild(object,
+                   strcmp(param->name, "matrix") ? RV_REBUILD_GEOMETRY : RV_REBUILD_TRANSFORM);
 }
 
 void shapeTeardown(RtNode* node)

@@ -167,6 +167,10 @@ const RtMatrix* objectToWorldAt(const RtGObject* object, float time, RtMatrix* s
 void dropAccel(RtGObject* object);
 // For Update methods: hands the geometry and bounds of an object on to its clones.
 void updateClones(RtGObject* object);
+// Has the next update of the object bring it up to date, and refit the lists at the root.
+void requestRebuild(RtGObject* object, RtRebuild reason);
+
+// ---- For containers ----
 
 // min > max on an axis, or not a number.
 inline bool isEmpty(const RtBBox& box)

@@ -263,13 +263,18 @@ static RtGeometryRow meshRow(const RtNode* node, bool subdivided)
     return subdivided ? RV_GEOMETRY_SUBDIVS : RV_GEOMETRY_POLYMESHES;
 }
 
+bool isSubdivided(const PolyMesh& params)
+{
+    return params.subdiv_type != 0 && !render_options->ignore_subdivision;
+}
+
 RtPolyMesh* createMesh(const RtNode* node, const PolyMesh& params)
 {
     void* const memory = allocate(sizeof(RtPolyMesh), module_path, __LINE__, "RvPolyMesh");
     if (!memory)
         return nullptr;
     RtPolyMesh* const mesh = new (memory) RtPolyMesh{};
-    const bool subdivided = params.subdiv_type != 0 && !render_options->ignore_subdivision;
+    const bool subdivided = isSubdivided(params);
     const bool displaced = params.disp_map && !render_options->ignore_displacement;
     const RtArray* const shaders = params.common.shader;
     mesh->subdivide_pending = subdivided || displaced;

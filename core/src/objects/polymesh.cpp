@@ -5,8 +5,6 @@
 // from the present one. Setting "vlist" alone moves the vertices.
 #include "objects/polymesh.h"
 
-#include "scene.h"
-
 #include <initializer_list>
 #include <utility>
 
@@ -63,7 +61,7 @@ static void finishMesh(RtPolyMesh* mesh, PolyMesh* params)
     if (mesh->nkeys > 1 && isStatic(*mesh))
         ++threadStats()->static_motion_meshes;
     releaseMeshInputs(params);
-    if (!mesh->subdivide_pending || mesh->row != RV_GEOMETRY_SUBDIVS)
+    if (!isSubdivided(*params))
         RvPolyMeshTriangulate(mesh);
     countMeshMemory(mesh);
 }
@@ -96,16 +94,6 @@ static void initialize(RtNode* node, void*)
     countMesh(*mesh);
 }
 
-// The lists at the root hold the object's old bounds.
-static void requestRebuild(RtGObject* object)
-{
-    object->rebuild = RV_REBUILD_GEOMETRY;
-    for (const RtNode* root : { the_frame->scene->bounded_root, the_frame->scene->unbounded_root })
-        if (RtGObject* const list = root ? objectOf(root) : nullptr)
-            if (list->rebuild == RV_REBUILD_NONE)
-                list->rebuild = RV_REBUILD_TRANSFORM;
-}
-
 // Makes the record anew from what was set again. When that is not possible it stays as it is.
 static void recreateMesh(RtNode* node, PolyMesh* params, RtGObject* object)
 {
@@ -127,7 +115,7 @@ static void recreateMesh(RtNode* node, PolyMesh* params, RtGObject* object)
     if (!same_faces)
         object->nuniform = mesh->npolygons;
     finishMesh(mesh, params);
-    requestRebuild(object);
+    requestRebuild(object, RV_REBUILD_GEOMETRY);
 }
 
 static void update(RtNode* node, void*)

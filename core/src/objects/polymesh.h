@@ -200,6 +200,8 @@ bool prepareMeshInputs(const RtNode* node, PolyMesh* params);
 RtPolyMesh* createMesh(const RtNode* node, const PolyMesh& params);
 // Gives the arrays that are empty what the present mesh still knows of them.
 void restoreMeshInputs(const RtPolyMesh& mesh, PolyMesh* params);
+// The node asks for subdivision, and the options allow it.
+bool isSubdivided(const PolyMesh& params);
 // Frees what the input arrays hold; the arrays stay, empty.
 void releaseMeshInputs(PolyMesh* params);
 inline bool hasElements(const RtArray* array) { return array && array->nelements > 0; }
