@@ -2,22 +2,36 @@
 #include "hit_context.h"
 
 #include "maths.h"
-#include "objects/gobject.h"
+#include "objects/polymesh.h"
+#include "options.h"
 #include "rays.h"
 
 #include <math.h>
 
 namespace rv {
 
-// Zero stays zero.
+// Zero stays zero. Double precision, because the squares of the smallest triangles' normals have no
+// place in a float.
 static RtVector normalized(const RtVector& v)
 {
-    const float length = sqrtf(dot(v, v));
-    return length > 0 ? v * (1 / length) : v;
+    const double x = v.x, y = v.y, z = v.z;
+    const double length = sqrt(x * x + y * y + z * z);
+    return length > 0 ? RtVector{ float(x / length), float(y / length), float(z / length) } : v;
+}
+
+static void fillState(RtShadingState* state, const RtRay& ray)
+{
+    *state = {};
+    if (const RtShadingState* const parent = ray.sg ? ray.sg->state : nullptr) {
+        state->sample = parent->sample;
+        state->pass = parent->pass;
+    }
 }
 
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray)
 {
+    if (sg->state)
+        fillState(sg->state, ray);
     sg->pixel_x = ray.x;
     sg->pixel_y = ray.y;
     sg->screen_x = ray.sx;
@@ -26,7 +40,7 @@ void fillFromRay(RtShaderGlobals* sg, const RtRay& ray)
     sg->ray_type = ray.type;
     sg->ray_origin = ray.origin;
     sg->ray_dir = ray.dir;
-    sg->thread_index = ray.tid;
+    sg->thread_index = uint8_t(threadOf(ray));
     sg->ray_depth = ray.level;
     sg->reflection_depth = ray.reflection_depth;
     sg->refraction_depth = ray.refraction_depth;
@@ -68,21 +82,64 @@ static RtVector facing(const RtVector& normal, const RtVector& ray_dir)
     return dot(normal, ray_dir) > 0 ? normal * -1.0f : normal;
 }
 
-static void fillGeometry(RtShaderGlobals* sg, const RtHit& hit)
+static RtLocalGeometry localGeometry(const RtShaderGlobals& sg, const RtHit& hit)
 {
     RtHit own = hit;
     RtLocalGeometry local = {};
     shapeMethods(hit.object->node)
-        .ShapeLocalGeometry(&sg->ray_dir, sg->time, &sg->world_to_object, &own, &sg->object_point,
+        .ShapeLocalGeometry(&sg.ray_dir, sg.time, &sg.world_to_object, &own, &sg.object_point,
                             &local);
-    const RtNode* const flags_of = hit.instance ? hit.instance : hit.object->node;
-    const float sign = shapeParams(flags_of).invert_normals ? -1.0f : 1.0f;
+    return local;
+}
+
+static void fillGeometry(RtShaderGlobals* sg, const RtHit& hit, const RtLocalGeometry& local)
+{
+    // An instance has no say in this.
+    const float sign = shapeParams(hit.object->node).invert_normals ? -1.0f : 1.0f;
     sg->geometric_normal = normalToWorld(*sg, local.Ng) * sign;
     sg->normal = sg->smooth_normal = normalToWorld(*sg, local.N) * sign;
     sg->facing_normal = facing(sg->normal, sg->ray_dir);
     sg->facing_geometric_normal = facing(sg->geometric_normal, sg->ray_dir);
     RvM4VectorByMatrixMult(&sg->dPdu, &sg->object_to_world, &local.dPdu);
     RvM4VectorByMatrixMult(&sg->dPdv, &sg->object_to_world, &local.dPdv);
+}
+
+// ---- Refinement ----
+
+// First vertex of the triangle at the time of the context, in object space.
+static RtPoint firstVertex(const RtShaderGlobals& sg, const RtHit& hit)
+{
+    const RtPolyMesh& mesh = *meshOf(hit.object);
+    uint32_t vertices[3];
+    triangleVertices(mesh, hit.prim, vertices);
+    const RtPoint* const keys = mesh.vertices + vertices[0];
+    if (mesh.nkeys < 2)
+        return *keys;
+    const RtArray* const samples = shapeParams(hit.object->node).deform_time_samples;
+    const KeyPair pair = keyPair(mesh.nkeys, relativeTime(samples, sg.time));
+    const RtPoint &a = keys[size_t(pair.key) * mesh.nvertices],
+                  &b = keys[size_t(pair.key + 1) * mesh.nvertices];
+    return a * (1 - pair.weight) + b * pair.weight;
+}
+
+// Moves the point of a mesh hit along the ray into the plane of its triangle, which it missed by
+// the rounding of its distance.
+static void refine(RtShaderGlobals* sg, const RtHit& hit, const RtLocalGeometry& local)
+{
+    RtVector dir;
+    RvM4VectorByMatrixMult(&dir, &sg->world_to_object, &sg->ray_dir);
+    const float slope = dot(dir, local.Ng);
+    if (!(fabsf(slope) > 0))
+        return;
+    const float step = -dot(sg->object_point - firstVertex(*sg, hit), local.Ng) / slope;
+    sg->point = sg->point + sg->ray_dir * step;
+    sg->object_point = sg->object_point + dir * step;
+    sg->ray_length += double(step);
+}
+
+static bool isRefined(const RtHit& hit)
+{
+    return render_options->enable_hit_refinement && hit.object->kind == RV_KIND_POLYMESH;
 }
 
 // ---- Differentials (Igehy, "Tracing Ray Differentials", 1999) ----
@@ -122,16 +179,10 @@ static void fillDifferentials(RtShaderGlobals* sg, const RtRay& ray)
 
 static RtPoint hitPoint(const RtRay& ray, float t) { return ray.origin + ray.dir * t; }
 
-static void fillState(RtShaderGlobals* sg, const RtRay& ray, const RtHit& hit)
+// What shaders may read of the shape's user data.
+static RtUserDataHit* userData(const RtRay& ray, const RtHit& hit)
 {
-    if (!sg->state)
-        return;
-    *sg->state = {};
-    if (const RtShadingState* const parent = ray.sg ? ray.sg->state : nullptr) {
-        sg->state->sample = parent->sample;
-        sg->state->pass = parent->pass;
-    }
-    sg->state->user_data = static_cast<RtUserDataHit*>(
+    return static_cast<RtUserDataHit*>(
         shapeMethods(hit.object->node)
             .ShapePrepareUserData(hit.object, hit.prim, hit.u, hit.v, threadOf(ray)));
 }
@@ -151,11 +202,15 @@ void fillHitContext(RtShaderGlobals* sg, const RtRay& ray, const RtHit& hit,
     RvM4PointByMatrixMult(&sg->object_point, &sg->world_to_object, &sg->point);
     sg->bary_u = hit.u;
     sg->bary_v = hit.v;
-    fillGeometry(sg, hit);
+    const RtLocalGeometry local = localGeometry(*sg, hit);
+    if (isRefined(hit))
+        refine(sg, hit, local);
+    fillGeometry(sg, hit, local);
     shapeMethods(hit.object->node)
         .ShapeTextureCoordinates(hit.object, hit.prim, hit.u, hit.v, &sg->u, &sg->v);
     fillDifferentials(sg, ray);
-    fillState(sg, ray, hit);
+    if (sg->state)
+        sg->state->user_data = userData(ray, hit);
 }
 
 } // namespace rv

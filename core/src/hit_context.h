@@ -8,7 +8,8 @@
 
 namespace rv {
 
-// Everything that a context takes over from the ray that reached it.
+// Everything that a context takes over from the ray that reached it, and a fresh private state if
+// there is a place for one.
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray);
 
 // A context for a hit of the ray, after transparency_index transparent ones. What shaders of the

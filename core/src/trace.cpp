@@ -19,11 +19,16 @@ static const RtPoint nowhere = { 1e30f, 1e30f, 1e30f };
 
 // ---- Settings ----
 
+// Hits are kept in the scratch memory of the thread, at every bounce anew, so their number has an
+// end also where the option has none.
+static constexpr int most_transparent_hits = 4095;
+
 TransparencySettings transparencySettings()
 {
     const RtOptions& options = *render_options;
     return { options.auto_transparency_mode == RV_TRANSPARENCY_ALWAYS,
-             std::max(options.auto_transparency_depth, 0), options.auto_transparency_threshold };
+             std::clamp(options.auto_transparency_depth, 0, most_transparent_hits),
+             options.auto_transparency_threshold };
 }
 
 bool exceedsDepth(const RtRay& ray)
@@ -62,9 +67,7 @@ public:
     // Null when there is no memory, or no thread was prepared.
     template <class T> T* allocate(uint32_t n)
     {
-        const uint64_t bytes = uint64_t(n) * sizeof(T);
-        return pool && bytes < INT32_MAX ? static_cast<T*>(RvMemPoolAlloc(unsigned(bytes), pool))
-                                         : nullptr;
+        return pool ? static_cast<T*>(RvMemPoolAlloc(unsigned(n * sizeof(T)), pool)) : nullptr;
     }
 
 private:
@@ -109,8 +112,8 @@ static void traverseScene(RtGObject* root, const RtRay& ray, RtHitList& hits)
 uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
 {
     RtNode* const root = the_frame->scene->root;
-    RtGObject* const object = root ? shapeObject(root) : nullptr;
-    if (!object || !hits)
+    RtGObject* const object = shapeObject(root);
+    if (!object || !hits || !the_frame->thread_slots)
         return 0;
     RtHitList list = {};
     list.capacity = capacity;
@@ -120,11 +123,15 @@ uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
     return list.count;
 }
 
+static void noteDepth(const RtRay& ray)
+{
+    uint32_t& max_depth = the_frame->stats[threadOf(ray)]->rays.max_depth;
+    max_depth = std::max<uint32_t>(max_depth, ray.level);
+}
+
 // Counts the ray, finds its hits and counts them.
 static uint32_t trace(const RtRay& ray, uint32_t capacity, RtHit* hits)
 {
-    RtRayStats& stats = the_frame->stats[threadOf(ray)]->rays;
-    stats.max_depth = std::max<uint32_t>(stats.max_depth, ray.level);
     countRay(ray);
     const uint32_t count = findHits(ray, capacity, hits);
     countHits(ray, count);
@@ -153,6 +160,12 @@ static bool hasDirection(const RtRay& ray)
 }
 
 static bool isReady() { return the_frame && the_frame->scene && render_options; }
+
+// Neither backgrounds nor what is shaded for its shadow alone may trace rays.
+static bool mayTrace(const RtShaderGlobals* sg)
+{
+    return !sg || (sg->stage != RV_STAGE_BACKGROUND && !(sg->ray_type & RV_RAY_SHADOW));
+}
 
 // ---- Putting hits together ----
 
@@ -245,8 +258,8 @@ static const ShapeParams& flagsOf(const RtHit& hit)
 
 static ShadedHit shade(const RtRay& ray, const RtHit& hit, uint32_t index)
 {
-    RtShadingState state = {};
-    RtShaderGlobals sg = {};
+    RtShadingState state;
+    RtShaderGlobals sg;
     sg.state = &state;
     fillHitContext(&sg, ray, hit, index);
     const int type = the_frame->hooks->shadeSurface(&sg);
@@ -270,43 +283,74 @@ static void seeBackground(const RtRay& ray, float t, RtScrSample* sample)
     RvTraceBackground(&behind, sample);
 }
 
+// Brings what the sample holds from one distance along the ray to a nearer one.
+static void passAtmosphere(const RtRay& ray, float from, float to, RtScrSample* sample)
+{
+    if (!render_options->atmosphere || !(to < from))
+        return;
+    RtRay segment = ray;
+    segment.origin = ray.origin + ray.dir * to;
+    sample->z = double(from) - to;
+    sample->point = ray.origin + ray.dir * from;
+    the_frame->hooks->applyAtmosphere(&segment, sample);
+}
+
 static bool shadeNearest(const RtRay& ray, const RtHit& hit, RtScrSample* sample)
 {
     const ShadedHit shaded = shade(ray, hit, 0);
-    *sample = {};
-    setFirstHit(ray, hit, sample);
     sample->color = shaded.color;
     sample->opacity = shaded.opacity;
     sample->alpha = isAlpha(shaded.alpha) ? shaded.alpha : meanOf(shaded.opacity);
+    passAtmosphere(ray, hit.t, 0, sample);
+    setFirstHit(ray, hit, sample);
     weigh(sample, ray.weight);
     return true;
 }
 
-static bool shadeThrough(const RtRay& ray, const RtHit* hits, uint32_t count, ShadedHit* kept,
+struct KeptHit {
+    const RtHit* hit;
+    ShadedHit shaded;
+};
+
+static bool shadeThrough(const RtRay& ray, const RtHit* hits, uint32_t count, KeptHit* kept,
                          RtScrSample* sample)
 {
     HitCompositor compositor(transparencySettings());
     HitCompositor::Verdict verdict = HitCompositor::skipped;
-    const RtHit* first = nullptr;
-    uint32_t kept_count = 0;
-    for (uint32_t i = 0; i < count && verdict != HitCompositor::terminal; ++i) {
-        ShadedHit shaded = shade(ray, hits[i], i);
-        verdict = compositor.take(i, shaded);
-        if (verdict == HitCompositor::skipped)
-            continue;
-        first = first ? first : &hits[i];
-        kept[kept_count++] = shaded;
+    uint32_t kept_count = 0, shaded_count = 0;
+    for (; shaded_count < count && verdict != HitCompositor::terminal; ++shaded_count) {
+        ShadedHit shaded = shade(ray, hits[shaded_count], shaded_count);
+        verdict = compositor.take(shaded_count, shaded);
+        if (verdict != HitCompositor::skipped)
+            kept[kept_count++] = { &hits[shaded_count], shaded };
     }
-    *sample = {};
+    float t = hits[shaded_count - 1].t; // what the sample holds arrives here
     if (verdict != HitCompositor::terminal)
-        seeBackground(ray, hits[count - 1].t, sample);
+        seeBackground(ray, t, sample);
     // Required: the background already carries the ray's weight, and gets it once more below.
-    while (kept_count)
-        compositeOver(sample, kept[--kept_count]);
-    if (first)
-        setFirstHit(ray, *first, sample);
+    for (uint32_t i = kept_count; i-- > 0; t = kept[i].hit->t) {
+        passAtmosphere(ray, t, kept[i].hit->t, sample);
+        compositeOver(sample, kept[i].shaded);
+    }
+    passAtmosphere(ray, t, 0, sample);
+    if (kept_count) {
+        setFirstHit(ray, *kept[0].hit, sample);
+    } else {
+        sample->z = ray.maxdist;
+        sample->point = nowhere;
+    }
     weigh(sample, ray.weight);
     return true;
+}
+
+// Private state for a context that outlives its trace. Only what a render shades has one: the pool
+// it comes from is emptied after the camera sample, which never happens to the rays of a host.
+static RtShadingState* probeState(const RtRay& ray)
+{
+    if (!ray.sg || !ray.sg->state || !the_frame->thread_slots)
+        return nullptr;
+    return static_cast<RtShadingState*>(RvMemPoolAlloc(
+        sizeof(RtShadingState), the_frame->thread_slots[threadOf(ray)].shading_pool));
 }
 
 RtRGB traceShadow(const RtRay& ray)
@@ -315,6 +359,7 @@ RtRGB traceShadow(const RtRay& ray)
         return RV_RGB_BLACK;
     const TransparencySettings settings = transparencySettings();
     const bool through = render_options->auto_transparency_mode != RV_TRANSPARENCY_NEVER;
+    noteDepth(ray);
     TraceScratch scratch(threadOf(ray));
     const uint32_t capacity = through ? uint32_t(settings.depth) + 1 : 1;
     RtHit* const hits = scratch.allocate<RtHit>(capacity);
@@ -333,9 +378,10 @@ bool RvTrace(const RtRay* ray, RtScrSample* sample)
     if (!ray || !sample)
         return false;
     *sample = {};
-    if (!rv::isReady() || !rv::hasDirection(*ray) ||
-        (ray->sg && ray->sg->stage == RV_STAGE_BACKGROUND) || rv::exceedsDepth(*ray))
+    if (!rv::isReady() || !rv::hasDirection(*ray) || !rv::mayTrace(ray->sg) ||
+        rv::exceedsDepth(*ray))
         return false;
+    rv::noteDepth(*ray);
     const rv::TransparencySettings settings = rv::transparencySettings();
     const uint32_t capacity = settings.always ? uint32_t(settings.depth) + 1 : 1;
     rv::TraceScratch scratch(rv::threadOf(*ray));
@@ -347,7 +393,7 @@ bool RvTrace(const RtRay* ray, RtScrSample* sample)
     }
     if (!settings.always)
         return rv::shadeNearest(*ray, hits[0], sample);
-    rv::ShadedHit* const kept = scratch.allocate<rv::ShadedHit>(count);
+    rv::KeptHit* const kept = scratch.allocate<rv::KeptHit>(count);
     return kept && rv::shadeThrough(*ray, hits, count, kept, sample);
 }
 
@@ -355,12 +401,25 @@ bool RvTraceProbe(const RtRay* ray, RtShaderGlobals* sgout)
 {
     if (!ray || !rv::isReady() || !rv::hasDirection(*ray))
         return false;
-    rv::TraceScratch scratch(rv::threadOf(*ray));
     RtHit hit;
-    if (!rv::trace(*ray, 1, &hit))
-        return false;
-    if (sgout)
-        rv::fillHitContext(sgout, *ray, hit, 0);
+    RtMatrix matrix;
+    {
+        rv::TraceScratch scratch(rv::threadOf(*ray));
+        if (!rv::trace(*ray, 1, &hit))
+            return false;
+        if (hit.matrix)
+            matrix = *hit.matrix;
+    }
+    if (!sgout)
+        return true;
+    // What the context refers to must outlive this call.
+    hit.matrix = hit.matrix ? &matrix : nullptr;
+    RtShaderGlobals sg;
+    sg.state = rv::probeState(*ray);
+    rv::fillHitContext(&sg, *ray, hit, 0);
+    if (sg.parent == sgout) // nothing may be its own parent
+        sg.parent = sgout->parent;
+    *sgout = sg;
     return true;
 }
 
@@ -376,8 +435,8 @@ void RvTraceBackground(const RtRay* ray, RtScrSample* sample)
     const RtOptions& options = *rv::render_options;
     int type = RV_TYPE_NONE;
     if (options.background && (ray->type & options.background_visibility)) {
-        RtShadingState state = {};
-        RtShaderGlobals sg = {};
+        RtShadingState state;
+        RtShaderGlobals sg;
         sg.state = &state;
         rv::resetContext(&sg);
         rv::fillFromRay(&sg, *ray);

@@ -20,14 +20,15 @@ static RtPoint pointAt(const RtObjectRay& ray, float t)
              ray.origin.z + ray.dir.z * t };
 }
 
-static bool isBackFace(RtHit& hit, const RtObjectRay& ray, bool inverted)
+// Inversion is a matter of the shape itself; instances have no say in it.
+static bool isBackFace(RtHit& hit, const RtObjectRay& ray)
 {
     const RtPoint point = pointAt(ray, hit.t);
     RtLocalGeometry geometry = {};
     shapeMethods(hit.object->node)
         .ShapeLocalGeometry(&ray.dir, ray.time, nullptr, &hit, &point, &geometry);
     const float facing = dot(geometry.Ng, ray.dir);
-    return inverted ? facing < 0 : facing > 0;
+    return shapeParams(hit.object->node).invert_normals ? facing < 0 : facing > 0;
 }
 
 static bool sharesVertex(const RtPolyMesh& mesh, uint32_t a, uint32_t b)
@@ -95,15 +96,19 @@ static bool inGroup(const RtArray* group, const RtNode* node)
     return false;
 }
 
-static bool castsShadow(const RtGObject* object, const ShapeParams& params,
-                        const RtTraversal& traversal)
+// The shape in the place where a ray comes from; another instance of it is another object.
+static bool isOrigin(const RtGObject* shape, const RtTraversal& traversal, const RtHitList& hits)
+{
+    return traversal.from_object == shape->node && traversal.from_instance == hits.instance;
+}
+
+static bool castsShadow(RtGObject* object, const ShapeParams& params, const RtTraversal& traversal,
+                        const RtHitList& hits)
 {
     if (params.use_shadow_group && traversal.light &&
         !inGroup(params.shadow_group, traversal.light))
         return false;
-    const bool is_origin = traversal.from_object == object->node ||
-                           (object->node->source && traversal.from_instance == object->node);
-    return params.self_shadows || !is_origin;
+    return params.self_shadows || !isOrigin(innermost(object), traversal, hits);
 }
 
 // Which pass over the scene an object belongs to. Containers belong to all.
@@ -236,7 +241,7 @@ void RvAccelInsertHit(RtHitList& hits, float t, float u, float v, const RtTraver
         return;
     RtHit hit = { t, u, v, object, hits.matrix, hits.instance, prim };
     const rv::ShapeParams& flags = *hits.flags;
-    if (!(traversal.ray_type & flags.sidedness) && rv::isBackFace(hit, ray, flags.invert_normals))
+    if (!(traversal.ray_type & flags.sidedness) && rv::isBackFace(hit, ray))
         return;
     if (rv::isTerminatorArtifact(hit, traversal))
         return;
@@ -272,7 +277,7 @@ void RvIntersectObject(RtGObject* object, const RtTraversal& traversal, const Rt
     }
     if (!rv::belongsToPass(object, *hits.flags, hits) ||
         !rv::passesTraceSet(object, own, traversal) ||
-        ((traversal.ray_type & RV_RAY_SHADOW) && !rv::castsShadow(object, own, traversal)))
+        ((traversal.ray_type & RV_RAY_SHADOW) && !rv::castsShadow(object, own, traversal, hits)))
         return;
     RtObjectRay local = ray;
     if (object->nkeys && !rv::enterSpace(object, traversal, local, hits))
@@ -281,8 +286,7 @@ void RvIntersectObject(RtGObject* object, const RtTraversal& traversal, const Rt
     if (!accel)
         return;
     RtGObject* const shape = rv::innermost(object);
-    const bool is_origin =
-        traversal.from_object == shape->node && traversal.from_instance == hits.instance;
-    local.ignore_prim = is_origin ? traversal.from_prim : rv_no_primitive;
+    local.ignore_prim =
+        rv::isOrigin(shape, traversal, hits) ? traversal.from_prim : rv_no_primitive;
     accel->intersect(shape, traversal, local, hits);
 }
