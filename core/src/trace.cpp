@@ -226,8 +226,8 @@ void compositeOver(RtScrSample* sample, const ShadedHit& hit)
 
 bool ShadowOpacity::add(const RtRGB& opacity)
 {
-    accumulated = reaches(opacity, 1) ? RV_RGB_WHITE : under(accumulated, opacity);
-    if (!reaches(accumulated, threshold))
+    accumulated = under(accumulated, opacity);
+    if (!reaches(opacity, 1) && !reaches(accumulated, threshold))
         return false;
     accumulated = RV_RGB_WHITE;
     return true;
