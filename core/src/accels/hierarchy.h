@@ -119,7 +119,7 @@ private:
 struct BuildOptions {
     float traversal_cost;
     int threads;
-    uint32_t leaf_alignment; // 4: leaves of up to four primitives do not cross multiples of 4
+    uint32_t leaf_alignment; // up to 4; leaves of no more primitives lie between two multiples
 };
 
 // Builds the nodes of a hierarchy. The tree depends on the primitives alone, not on the number of
@@ -152,6 +152,7 @@ private:
         uint32_t depth2, depth4; // of its root in the binary and the four-wide tree
         BuildVector<Node> nodes = {};
         BuildVector<uint32_t> order = {};
+        uint32_t left_over[4] = { no_child, no_child, no_child, no_child }; // by free lanes
         BuildVector<Link> links = {}; // slots that other items fill
         KeyBoxes boxes = KeyBoxes::empty();
         BuildStats binary_stats = {};
@@ -238,14 +239,25 @@ template <class Node, class Family> void HierarchyBuilder<Node, Family>::run(uin
     }
 }
 
-// Where a leaf of n primitives starts in the item's order of primitives.
+// Where a leaf of n primitives starts in the item's order of primitives. Small leaves fill what
+// others left over of their blocks; one place is kept for each number of free lanes.
 template <class Node, class Family>
 uint32_t HierarchyBuilder<Node, Family>::leafPosition(Item& item, uint32_t n) const
 {
     const uint32_t align = options.leaf_alignment;
-    while (item.order.size() % align && item.order.size() % align + n > align)
-        item.order.push_back(no_child);
-    return uint32_t(item.order.size());
+    for (uint32_t free = n; free < align; ++free)
+        if (item.left_over[free] != no_child) {
+            const uint32_t position = item.left_over[free];
+            item.left_over[free] = no_child;
+            item.left_over[free - n] = free > n ? position + n : no_child;
+            return position;
+        }
+    const uint32_t position = uint32_t(item.order.size());
+    const uint32_t blocks = (n + align - 1) / align;
+    item.order.resize(position + size_t(blocks) * align, no_child);
+    if (const uint32_t free = blocks * align - n)
+        item.left_over[free] = position + n;
+    return position;
 }
 
 template <class Node, class Family>
@@ -254,7 +266,8 @@ void HierarchyBuilder<Node, Family>::placeLeaf(Item& item, uint32_t node, int sl
                                                uint32_t depth4, KeyBoxes* boxes)
 {
     const uint32_t n = range.size();
-    item.nodes[node].child[slot] = leafPosition(item, n);
+    const uint32_t position = leafPosition(item, n);
+    item.nodes[node].child[slot] = position;
     item.nodes[node].count[slot] =
         static_cast<std::remove_reference_t<decltype(item.nodes[node].count[slot])>>(n);
     KeyBoxes own = KeyBoxes::empty();
@@ -262,7 +275,7 @@ void HierarchyBuilder<Node, Family>::placeLeaf(Item& item, uint32_t node, int sl
     if constexpr (Node::keys > 1)
         own = KeyBoxes::empty();
     for (uint32_t i = range.begin; i < range.end; ++i) {
-        item.order.push_back(prims[i].index());
+        item.order[position + i - range.begin] = prims[i].index();
         if constexpr (Node::keys > 1)
             own.extend(primBoxes(prims[i].index()));
     }
@@ -354,8 +367,6 @@ void HierarchyBuilder<Node, Family>::assignBases(size_t* node_count, size_t* ord
         item.order_base = uint32_t(order_total);
         node_total += item.nodes.size();
         order_total += item.order.size();
-        order_total += (options.leaf_alignment - order_total % options.leaf_alignment) %
-                       options.leaf_alignment;
         for (const Link& link : item.links)
             open.push_back(items[link.item].get());
         binary_stats.merge(item.binary_stats);
