@@ -69,17 +69,29 @@ public:
         figures.push_back({ name, value, unit, "", 0, 0 });
     }
 
-    // For times, where the smaller one is better.
+    // For times and sizes, where the smaller one is better.
     void addTimeWithPeer(const std::string& name, double value, const std::string& unit,
                          const std::string& peer, double peer_value)
     {
-        const double ratio = peer_value / value;
+        addWithPeer(name, value, unit, peer, peer_value, peer_value / value);
+    }
+
+    // For rates, where the larger one is better.
+    void addRateWithPeer(const std::string& name, double value, const std::string& unit,
+                         const std::string& peer, double peer_value)
+    {
+        addWithPeer(name, value, unit, peer, peer_value, value / peer_value);
+    }
+
+private:
+    void addWithPeer(const std::string& name, double value, const std::string& unit,
+                     const std::string& peer, double peer_value, double ratio)
+    {
         printf("%-34s %12.2f %s   (%s %.2f, ratio %.2f)\n", name.c_str(), value, unit.c_str(),
                peer.c_str(), peer_value, ratio);
         figures.push_back({ name, value, unit, peer, peer_value, ratio });
     }
 
-private:
     void write() const
     {
         FILE* const file = fopen(json, "w");

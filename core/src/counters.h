@@ -103,8 +103,8 @@ enum RtAccelRow {
     RV_ACCEL_ROWS
 };
 
-struct RtStats {
-    // What describes one render; cleared when a render starts.
+// What describes one render; cleared when a render starts.
+struct RtRenderCounters {
     RtRayStats rays;
     uint64_t sampler_iterators_nested;
     uint64_t sampler_iterators_outermost;
@@ -113,8 +113,10 @@ struct RtStats {
     int64_t render_ms;      // wall clock of the render
     int64_t render_user_ms; // processor time of the same
     int threads;
+};
 
-    // What describes the scene; accumulates over the renders of a universe.
+// The rest describes the scene and accumulates over the renders of a universe.
+struct RtStats : RtRenderCounters {
     int64_t scene_ms;            // wall clock the host spent between renders
     int64_t scene_user_ms;       // processor time of the same
     int64_t sanity_ms;           // checking meshes

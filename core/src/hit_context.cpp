@@ -16,16 +16,6 @@ static RtVector normalized(const RtVector& v)
     return length > 0 ? v * (1 / length) : v;
 }
 
-void resetContext(RtShaderGlobals* sg)
-{
-    RtShadingState* const state = sg->state;
-    *sg = {};
-    sg->state = state;
-    sg->object_to_world = sg->world_to_object = RV_M4_IDENTITY;
-    sg->out_opacity = RV_RGB_WHITE;
-    sg->front_hemisphere_only = 1;
-}
-
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray)
 {
     sg->pixel_x = ray.x;

@@ -8,9 +8,6 @@
 
 namespace rv {
 
-// Zero, but for identity matrices, white opacity and lights of the front alone; the state stays.
-void resetContext(RtShaderGlobals* sg);
-
 // Everything that a context takes over from the ray that reached it.
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray);
 

@@ -1,4 +1,4 @@
-// render: opening and closing the universe and stop requests (rv_render.h).
+// render: opening and closing the universe, the render call and stop requests (rv_render.h).
 #include "rv_render.h"
 
 #include "builtin.h"
@@ -13,8 +13,10 @@
 #include "objects/gobject.h"
 #include "options.h"
 #include "render_session.h"
+#include "render_steps.h"
 #include "rv_universe.h"
 #include "scene.h"
+#include "scene_passes.h"
 #include "strpool.h"
 #include "system/clock.h"
 #include "system/machine.h"
@@ -191,6 +193,210 @@ static void requestStop(RtStopRequest request)
     RvCritSecLeave(&session->lock);
 }
 
+// ---- Rendering ----
+
+// One render: nothing else may run from here to the end of the scope, which is the one way out.
+class RenderScope {
+public:
+    explicit RenderScope(RtRenderSession* session) : session_(session) {}
+    ~RenderScope()
+    {
+        image_geometry = nullptr;
+        if (session_->mode == RV_RENDER_MODE_CAMERA)
+            session_->releaseSamplers();
+        RvCritSecEnter(&session_->lock);
+        session_->rendering = false;
+        session_->abort_flag = RV_STOP_NONE;
+        RvCritSecLeave(&session_->lock);
+    }
+    RenderScope(const RenderScope&) = delete;
+    RenderScope& operator=(const RenderScope&) = delete;
+
+private:
+    RtRenderSession* session_;
+};
+
+struct Elapsed {
+    int64_t wall_ms, user_ms;
+};
+
+// Time since the last call.
+static Elapsed readClocks(RtRenderSession* session)
+{
+    const uint32_t wall_ms = wallMilliseconds();
+    const uint32_t user_ms = processUserMilliseconds();
+    const Elapsed elapsed = { uint32_t(wall_ms - session->last_wall_ms),
+                              uint32_t(user_ms - session->last_user_ms) };
+    session->last_wall_ms = wall_ms;
+    session->last_user_ms = user_ms;
+    return elapsed;
+}
+
+// The time so far was the host's; what was counted so far belongs to earlier renders.
+static void startCounting(RtRenderSession* session)
+{
+    const Elapsed elapsed = readClocks(session);
+    threadStats()->scene_ms += elapsed.wall_ms;
+    threadStats()->scene_user_ms += elapsed.user_ms;
+    for (RtStats* record : the_frame->stats)
+        static_cast<RtRenderCounters&>(*record) = {};
+}
+
+static void countRenderTime(RtRenderSession* session)
+{
+    const Elapsed elapsed = readClocks(session);
+    threadStats()->render_ms += elapsed.wall_ms;
+    threadStats()->render_user_ms += elapsed.user_ms;
+}
+
+// What the first render of a universe makes: thread slots and the root.
+static int prepareTracing(RtRenderSession* session)
+{
+    if (isStopPending(session))
+        return stopResult("aborting render-setup", session->abort_flag);
+    const uint32_t start = wallMilliseconds();
+    const bool has_slots =
+        session->thread_slots || createThreadSlots(session, render_options->max_shader_messages);
+    if (!session->scene->root)
+        buildRootList(session->scene);
+    hostStats()->setup_ms += wallMilliseconds() - start;
+    if (has_slots && !isStopPending(session))
+        return RV_SUCCESS;
+    // Required: whatever stops this phase, the result is that of an unknown reason.
+    return stopResult("failure during render-setup", RV_STOP_NONE);
+}
+
+// The root goes when the host destroys its node.
+static void restoreRoot(RtScene* scene)
+{
+    if (!scene->root)
+        buildRootList(scene);
+}
+
+// The render went through to its end, or to where it was asked to stop.
+static int finishRender(RtRenderSession* session)
+{
+    ++session->setup_count;
+    const int request = session->abort_flag;
+    switch (request) {
+    case RV_STOP_NONE: return RV_SUCCESS;
+    case RV_STOP_ABORT: return RV_ABORT;
+    case RV_STOP_INTERRUPT: return RV_INTERRUPT;
+    default: break;
+    }
+    static std::atomic<bool> is_reported; // once in the process
+    if (!is_reported.exchange(true))
+        RvMsgWarning("unknown render abort flag: %d", request);
+    return RV_ERROR;
+}
+
+static int prepareForHost(RtRenderSession* session)
+{
+    updateNodes(session->scene);
+    if (session->setup_count > 0)
+        restoreRoot(session->scene);
+    else if (const int code = prepareTracing(session))
+        return code;
+    return finishRender(session);
+}
+
+static int prepareScene(RtRenderSession* session)
+{
+    if (session->setup_count == 0) {
+        initializeNodes(session->scene);
+        if (const int code = prepareTracing(session))
+            return code;
+    }
+    updateNodes(session->scene);
+    restoreRoot(session->scene);
+    return RV_SUCCESS;
+}
+
+static bool prepareImage(RtRenderSession* session)
+{
+    session->bucket_renderer = render_steps->createBucketRenderer(session);
+    return render_options->outputs && render_steps->prepareOutputs(session);
+}
+
+static void releaseBucketRenderer(RtRenderSession* session)
+{
+    render_steps->destroyBucketRenderer(session->bucket_renderer);
+    session->bucket_renderer = nullptr;
+}
+
+static void renderImage(RtRenderSession* session)
+{
+    if (RtNode* const root = session->scene->root)
+        RvGObjectBuildAccel(root, 0);
+    render_steps->runBuckets(session);
+    RvMsgTab(-1);
+    RvMsgInfo("render done");
+    render_steps->closeOutputs(session);
+    releaseBucketRenderer(session);
+}
+
+static bool hasCamera()
+{
+    const RtNode* const camera = render_options->camera;
+    return camera && camera->entry->type == RV_NODE_CAMERA;
+}
+
+static int renderCamera(RtRenderSession* session)
+{
+    if (const int code = setUpRegion(session, *render_options))
+        return code;
+    if (!hasCamera()) {
+        RvMsgError("there is no camera!");
+        return RV_ERROR_NO_CAMERA;
+    }
+    image_geometry = session;
+    reportImage(*session, *render_options);
+    RvMsgTab(1);
+    if (const int code = prepareScene(session)) {
+        RvMsgTab(-1);
+        return code;
+    }
+    if (!prepareImage(session)) {
+        // Required: the indentation stays raised.
+        releaseBucketRenderer(session);
+        return RV_ERROR_NO_OUTPUTS;
+    }
+    renderImage(session);
+    countRenderTime(session);
+    render_steps->printStatistics();
+    return finishRender(session);
+}
+
+static int renderScene(RtRenderSession* session)
+{
+    if (session->setup_count == 0 && !isStopPending(session))
+        reportSceneSummary();
+    RvMsgInfo("%s", "");
+    startCounting(session);
+    checkOptions(*session->scene, *render_options);
+    session->initSamplers();
+    if (isStopPending(session))
+        return stopResult("render aborted", session->abort_flag);
+    threadStats()->threads = render_options->threads;
+    const int code =
+        session->mode == RV_RENDER_MODE_CAMERA ? renderCamera(session) : prepareForHost(session);
+    readClocks(session); // from here on it is the host's time again
+    return code;
+}
+
+static int render(RtRenderSession* session, int mode)
+{
+    const RenderScope scope(session);
+    session->mode = mode;
+    render_steps->applyTextureOptions();
+    if (session->scene->consumed && !render_options->preserve_scene_data) {
+        RvMsgError("scenegraph is unrenderable:  cannot call RvRender() after a call to "
+                   "RvRVSWrite() - try enabling preserve_scene_data");
+        return RV_ERROR_UNRENDERABLE;
+    }
+    return renderScene(session);
+}
+
 } // namespace rv
 
 void RvBegin(void)
@@ -207,6 +413,14 @@ void RvEnd(void)
     RtFrame* const frame = rv::the_frame;
     if (!frame || !frame->session)
         return;
+    if (frame->session->rendering) {
+        RvMsgWarning("RvEnd() ignored:  a render is running");
+        return;
+    }
+    if (frame->session->mode != RV_RENDER_MODE_CAMERA) {
+        frame->session->releaseSamplers();
+        rv::render_steps->printStatistics();
+    }
     RvMsgInfo("%s", "");
     RvMsgInfo("releasing resources");
     RvMsgTab(1);
@@ -221,6 +435,18 @@ void RvEnd(void)
     RvMsgTab(-1);
     RvMsgInfo("Ruvell shutdown");
     rv::freeFrame(frame);
+}
+
+int RvRender(int mode)
+{
+    RtRenderSession* const session = rv::the_frame ? rv::the_frame->session : nullptr;
+    if (!session || !rv::render_options)
+        return RV_ERROR;
+    if (session->rendering.exchange(true)) {
+        RvMsgWarning("RvRender() ignored:  a render is already running");
+        return RV_ERROR;
+    }
+    return rv::render(session, mode);
 }
 
 void RvRenderAbort(void) { rv::requestStop(RV_STOP_ABORT); }

@@ -3,7 +3,12 @@
 
 #include "frame.h"
 #include "message_passing.h"
+#include "rv_msg.h"
+#include "rv_params.h"
+#include "rv_render.h"
+#include "scene.h"
 #include "system/clock.h"
+#include "system/machine.h"
 #include "system/memory.h"
 
 #include <new>
@@ -29,6 +34,69 @@ RtRenderSession* sessionCreate(RtScene* scene)
     sessionDestroy(session);
     return nullptr;
 }
+
+int stopResult(const char* phase, int request)
+{
+    if (request == RV_STOP_INTERRUPT)
+        return RV_INTERRUPT;
+    if (request == RV_STOP_ABORT)
+        RvMsgWarning("%s:  received abort signal", phase);
+    else
+        RvMsgWarning("%s:  unknown reason", phase);
+    return RV_ABORT;
+}
+
+// ---- Options ----
+
+void checkThreads(RtOptions& options, int processors)
+{
+    if (options.threads < 1) {
+        options.threads = processors;
+        RvMsgDebug("auto-detected %d threads", options.threads);
+    }
+    if (options.threads > worker_slot_count) {
+        RvMsgWarning("too many threads, max allowed is %d", worker_slot_count);
+        options.threads = worker_slot_count;
+    }
+}
+
+static void checkAtmosphere(RtOptions& options)
+{
+    const RtNode* const shader = options.atmosphere;
+    if (shader && RvNodeEntryGetOutputType(shader->entry) != RV_TYPE_RGB)
+        RvMsgWarning("bad assignment of atmosphere shader");
+    if (options.ignore_atmosphere)
+        options.atmosphere = nullptr;
+}
+
+static void checkTotalDepth(RtOptions& options)
+{
+    static constexpr int max_depth = 100;
+    if (options.GI_total_depth <= max_depth)
+        return;
+    RvMsgWarning("GI_total_depth is too high (%d), changing to %d to avoid stack-overflow",
+                 options.GI_total_depth, max_depth);
+    options.GI_total_depth = max_depth;
+}
+
+static void setEmission(RtNode* shader, const RtRGB& color)
+{
+    if (shader)
+        RvNodeSetRGB(shader, "emission_color", color.r, color.g, color.b);
+}
+
+void checkOptions(const RtScene& scene, RtOptions& options)
+{
+    checkThreads(options, processorCount());
+    if (options.AA_samples == 0)
+        options.AA_samples = 1;
+    checkAtmosphere(options);
+    checkTotalDepth(options);
+    setEmission(scene.error_shader, options.error_color_bad_mesh);
+    setEmission(scene.bad_shader, options.error_color_bad_shader);
+}
+
+// ---- Thread slots ----
 
 static void destroyThreadSlots(RtRenderSession* session)
 {
@@ -79,6 +147,7 @@ void sessionDestroy(RtRenderSession* session)
 {
     if (!session)
         return;
+    session->releaseSamplers();
     destroyThreadSlots(session);
     RvCritSecClose(&session->lock);
     session->~RtRenderSession();

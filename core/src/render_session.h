@@ -2,6 +2,7 @@
 #ifndef RV_RENDER_SESSION_H
 #define RV_RENDER_SESSION_H
 
+#include "image_geometry.h"
 #include "rv_threads.h"
 #include "thread_slot.h"
 
@@ -15,16 +16,13 @@ struct RtBucketRenderer;
 // Stop requests; the first of a render wins.
 enum RtStopRequest { RV_STOP_NONE = 0, RV_STOP_ABORT = 1, RV_STOP_INTERRUPT = 2 };
 
-struct RtRenderSession {
-    int region_min_x, region_min_y, region_max_x, region_max_y; // pixels to render, inclusive
-    int image_width, image_height;                              // of the whole image
+// The image geometry is that of the latest camera render, set up by setUpRegion.
+struct RtRenderSession : rv::ImageGeometry {
     int region_width, region_height;
-    float inv_width, inv_height; // 1 / image_width, 1 / image_height
-    float frame_aspect;          // image_height / image_width
     std::atomic<bool> rendering; // from the start of a render until it returns
     std::atomic<int> abort_flag; // RtStopRequest; written under `lock`, polled without it
     RtScene* scene;
-    int mode; // of the latest render
+    int mode; // of the latest render, as it was asked for
     RtCritSec lock;
     int setup_count;                   // completed renders; 0 before the one-time setup
     RtBucketRenderer* bucket_renderer; // of a running camera render, or null
@@ -43,6 +41,28 @@ namespace rv {
 // Null when the heap is exhausted.
 RtRenderSession* sessionCreate(RtScene* scene);
 void sessionDestroy(RtRenderSession* session);
+
+// A request to stop may arrive at any time, from any thread.
+inline bool isStopPending(const RtRenderSession* session)
+{
+    return session->abort_flag != RV_STOP_NONE;
+}
+
+// What a stop request makes of a phase: the result of the render, after a warning unless the render
+// is just interrupted.
+int stopResult(const char* phase, int request);
+
+// Repairs the options of a render, which the options node keeps, and hands the error colours to
+// the internal shaders.
+void checkOptions(const RtScene& scene, RtOptions& options);
+// The thread count of a render on a machine with that many processors.
+void checkThreads(RtOptions& options, int processors);
+
+// The part of the image to render, from the options: RV_SUCCESS, or RV_ERROR_BAD_REGION with the
+// session as it was.
+int setUpRegion(RtRenderSession* session, const RtOptions& options);
+// Says what is going to be rendered.
+void reportImage(const RtRenderSession& session, const RtOptions& options);
 
 // Makes pools and message banks of all worker slots; false when the heap is exhausted.
 bool createThreadSlots(RtRenderSession* session, int max_shader_messages);

@@ -21,4 +21,19 @@ struct RtShadingState {
     bool uncounted;           // sampler iterators and shader calls are not counted
 };
 
+namespace rv {
+
+// What every context starts from. The private state is kept.
+inline void resetContext(RtShaderGlobals* sg)
+{
+    RtShadingState* const state = sg->state;
+    *sg = {};
+    sg->object_to_world = sg->world_to_object = RV_M4_IDENTITY;
+    sg->out_opacity = RV_RGB_WHITE;
+    sg->front_hemisphere_only = 1;
+    sg->state = state;
+}
+
+} // namespace rv
+
 #endif

@@ -43,6 +43,9 @@ inline Float4 select(Mask4 mask, Float4 yes, Float4 no)
     return _mm_blendv_ps(no.v, yes.v, mask.v);
 }
 
+// The same with 0 in the fourth lane.
+inline Float4 clearW(Float4 a) { return _mm_blend_ps(a.v, _mm_setzero_ps(), 8); }
+
 // Rows become columns.
 inline void transpose(Float4& a, Float4& b, Float4& c, Float4& d)
 {

@@ -214,11 +214,15 @@ SlabHit slabTest(const RtBBox& box, const RtObjectRay& ray, float maxdist)
     const float high[3] = { box.max.x, box.max.y, box.max.z };
     SlabHit hit = { ray.mindist, maxdist };
     for (int axis = 0; axis < 3; ++axis) {
+        if (dir[axis] == 0) { // the ray stays between the two sides, or outside of them
+            if (origin[axis] < low[axis] || origin[axis] > high[axis])
+                return { 1, 0 };
+            continue;
+        }
         const float t0 = (low[axis] - origin[axis]) / dir[axis];
         const float t1 = (high[axis] - origin[axis]) / dir[axis];
-        // An origin on a side that the ray runs along gives NaN, which limits nothing.
-        hit.tnear = fmaxf(hit.tnear, fminf(t0, t1));
-        hit.tfar = fminf(hit.tfar, fmaxf(t0, t1));
+        hit.tnear = std::max(hit.tnear, std::min(t0, t1));
+        hit.tfar = std::min(hit.tfar, std::max(t0, t1));
     }
     return hit;
 }

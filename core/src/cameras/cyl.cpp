@@ -1,4 +1,5 @@
 // cyl: the "cyl_camera" camera node, the image on a cylinder around the vertical axis.
+#include "array.h"
 #include "cameras/camera.h"
 
 namespace rv {
@@ -21,15 +22,31 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     declareSynonym(metadata, "horizontal_fov", "fov");
 }
 
+static void createRay(RtNode* node, const RtCameraRayInput* input, RtCameraRayOutput* output)
+{
+    const CylCamera& camera = *static_cast<const CylCamera*>(node->params);
+    const float half_width =
+        halfAngle(RvArrayInterpolateFlt(camera.horizontal_fov, input->relative_time, 0));
+    const float half_height =
+        halfAngle(RvArrayInterpolateFlt(camera.vertical_fov, input->relative_time, 0));
+    const float phi = half_width * input->screen_x;
+    if (camera.projective) {
+        output->dir = normalized({ sinf(phi), input->screen_y * tanf(half_height), -cosf(phi) });
+        return;
+    }
+    const float theta = half_height * input->screen_y;
+    output->dir = { sinf(phi) * cosf(theta), sinf(theta), -cosf(phi) * cosf(theta) };
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initializeKind<RV_CAMERA_CYLINDRICAL>,
+    .Update = updateSphericalClip,
+    .Finish = finishCamera,
 };
 
 static const RtCameraMethods camera = {
-    .CreateRay = do_nothing,
+    .CreateRay = createRay,
 };
 
 const RtNodeMethods cyl_camera_methods = { &common, &camera };

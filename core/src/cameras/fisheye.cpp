@@ -1,5 +1,6 @@
 // fisheye: the "fisheye_camera" camera node, the angle to the axis grows with the distance from
 // the centre of the image.
+#include "array.h"
 #include "cameras/camera.h"
 
 namespace rv {
@@ -24,15 +25,47 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     lensParameters(params, metadata, offsetof(FisheyeCamera, lens));
 }
 
+// Turns a ray of the lens centre into one of a point on the lens that meets it at the focus.
+static void applyLens(const FisheyeCamera& camera, float radius, const RtCameraRayInput& input,
+                      RtCameraRayOutput* output)
+{
+    const float focus = RvArrayInterpolateFlt(camera.focal_distance, input.relative_time, 0);
+    output->origin = lensPoint(camera.lens, radius, input);
+    output->dir = normalized(output->dir * focus - output->origin);
+}
+
+static void createRay(RtNode* node, const RtCameraRayInput* input, RtCameraRayOutput* output)
+{
+    const FisheyeCamera& camera = *static_cast<const FisheyeCamera*>(node->params);
+    float x = input->screen_x, y = input->screen_y;
+    if (camera.autocrop) { // the circle passes through the corners of the frame
+        const float height = frameHeight(currentImage());
+        const float scale = 1 / sqrtf(1 + height * height);
+        x *= scale;
+        y *= scale;
+    }
+    const float half_fov = halfAngle(RvArrayInterpolateFlt(camera.fov, input->relative_time, 0));
+    const float theta = sqrtf(x * x + y * y) * half_fov; // from the camera axis
+    if (theta > half_fov) {
+        output->weight = 0;
+        return;
+    }
+    const float phi = atan2f(x, y); // from the +y axis
+    output->dir = { sinf(phi) * sinf(theta), sinf(theta) * cosf(phi), -cosf(theta) };
+    const float radius = RvArrayInterpolateFlt(camera.lens.aperture_size, input->relative_time, 0);
+    if (radius > 0)
+        applyLens(camera, radius, *input, output);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initializeKind<RV_CAMERA_FISHEYE>,
+    .Update = updateSphericalClip,
+    .Finish = finishCamera,
 };
 
 static const RtCameraMethods camera = {
-    .CreateRay = do_nothing,
+    .CreateRay = createRay,
 };
 
 const RtNodeMethods fisheye_camera_methods = { &common, &camera };

@@ -10,15 +10,22 @@ struct OrthoCamera {
 
 static void parameters(RtList*, RtMetaDataStore* metadata) { declareLayout<OrthoCamera>(metadata); }
 
+static void update(RtNode* node, void*) { RvCameraUpdate(node, true); }
+
+static void createRay(RtNode*, const RtCameraRayInput* input, RtCameraRayOutput* output)
+{
+    output->origin = { input->screen_x, input->screen_y, 0 };
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initializeKind<RV_CAMERA_ORTHOGRAPHIC>,
+    .Update = update,
+    .Finish = finishCamera,
 };
 
 static const RtCameraMethods camera = {
-    .CreateRay = do_nothing,
+    .CreateRay = createRay,
 };
 
 const RtNodeMethods ortho_camera_methods = { &common, &camera };

@@ -120,8 +120,7 @@ static void freeRecord(RtGObject* object)
     RvFree_func(object);
 }
 
-// Structures are shared by all clones: none of them keeps it.
-static void dropAccel(RtGObject* object)
+void dropAccel(RtGObject* object)
 {
     RtAccel* const accel = object->accel.exchange(nullptr);
     if (object->cloned_from || (object->node && object->node->source))
@@ -367,9 +366,13 @@ void releaseMatrixParameter(RtNode* node)
 
 // ---- Updates ----
 
-static void updateClones(RtGObject* object)
+void updateClones(RtGObject* object)
 {
     for (RtGObject* clone = object; (clone = nextClone(object, clone));) {
+        clone->data = object->data;
+        clone->nvarying = object->nvarying;
+        clone->nuniform = object->nuniform;
+        clone->nkeys_shape = object->nkeys_shape;
         clone->local_bbox = object->local_bbox;
         updateWorldBounds(clone);
         updateVisibility(clone);
@@ -418,15 +421,15 @@ static void buildAccel(RtGObject* object, int thread)
     object->building = false;
 }
 
-static void shareAccel(RtGObject* object, RtAccel* accel, int thread)
+static void shareAccel(RtGObject* object, const RtGObject& original, int thread)
 {
     const CritSecLock guard(&object->lock);
     if (object->accel)
         return;
-    object->accel = accel;
-    if (object->kind == RV_KIND_POLYMESH)
+    object->accel = original.accel.load();
+    if (original.kind == RV_KIND_POLYMESH)
         the_frame->stats[thread]->instance_overhead_bytes +=
-            meshBytes(static_cast<const RtPolyMesh*>(object->data));
+            meshBytes(static_cast<const RtPolyMesh*>(original.data));
 }
 
 // ---- Hooks ----
@@ -438,6 +441,7 @@ static void askForRebuild(RtGObject* object, RtRebuild reason)
         object->rebuild = reason;
 }
 
+// The list of both root lists, when there is one, is as much out of date as they are.
 static void askRootsForRefit()
 {
     const RtScene* const scene = the_frame->scene;
@@ -630,10 +634,11 @@ void RvGObjectBuildAccel(RtNode* node, int thread)
     if (!original)
         return;
     rv::buildAccel(original, thread);
-    RtAccel* const accel = original->accel;
-    for (; accel && node != owner; node = node->source)
+    if (!original->accel)
+        return;
+    for (; node != owner; node = node->source)
         if (RtGObject* const clone = rv::shapeObject(node))
-            rv::shareAccel(clone, accel, thread);
+            rv::shareAccel(clone, *original, thread);
 }
 
 void RvCheckUserBounds(const char* prefix, const char* name, const RtBBox* given,

@@ -133,10 +133,42 @@ inline bool isContainer(const RtGObject* object)
 // Its clones go first.
 void destroyObject(RtGObject* object);
 
+// Hooks of the frame (RtHooks).
+void shapeChanged(RtNode* node, const RtParamEntry* param);
+void shapeTeardown(RtNode* node);
+unsigned shapeVertexCount(const RtNode* node);
+RtBBox rootBounds(const RtNode* root);
+void flushShape(RtNode* node, int flags);
+
+// Position of a shutter time among n ascending samples, 0 to 0.999999: 0 at and before the first,
+// 0.999999 at and after the last, so that the key index stays inside.
+float relativeTime(const RtArray* samples, float time);
+
+// Two neighbouring keys and the weight of the second.
+struct KeyPair {
+    uint32_t key;
+    float weight;
+};
+// For n >= 2 keys at the relative time f in [0, 1).
+inline KeyPair keyPair(uint32_t n, float f)
+{
+    const float x = float(n - 1) * f;
+    const uint32_t key = uint32_t(x);
+    return { key, x - float(key) };
+}
+
+// The transform at a shutter time, null for identity. `storage` receives it when it lies between
+// two keys.
+const RtMatrix* objectToWorldAt(const RtGObject* object, float time, RtMatrix* storage);
+
+// ---- For shapes that hold or replace other geometry ----
+
 // Has the next update of the object bring it up to date, and refit the lists at the root.
 void requestRebuild(RtGObject* object, RtRebuild reason);
-
-// ---- For containers ----
+// For Update methods: drops the structure, which no clone keeps either.
+void dropAccel(RtGObject* object);
+// For Update methods: hands the geometry and bounds of an object on to its clones.
+void updateClones(RtGObject* object);
 
 // min > max on an axis, or not a number.
 inline bool isEmpty(const RtBBox& box)
@@ -176,34 +208,6 @@ RtGeometryRow geometryRow(RtObjectKind kind);
 // node goes: the object is then invisible, has no node and an empty box.
 void addMembership(RtGObject* object);
 void dropMembership(RtGObject* object);
-
-// Hooks of the frame (RtHooks).
-void shapeChanged(RtNode* node, const RtParamEntry* param);
-void shapeTeardown(RtNode* node);
-unsigned shapeVertexCount(const RtNode* node);
-RtBBox rootBounds(const RtNode* root);
-void flushShape(RtNode* node, int flags);
-
-// Position of a shutter time among n ascending samples, 0 to 0.999999: 0 at and before the first,
-// 0.999999 at and after the last, so that the key index stays inside.
-float relativeTime(const RtArray* samples, float time);
-
-// Two neighbouring keys and the weight of the second.
-struct KeyPair {
-    uint32_t key;
-    float weight;
-};
-// For n >= 2 keys at the relative time f in [0, 1).
-inline KeyPair keyPair(uint32_t n, float f)
-{
-    const float x = float(n - 1) * f;
-    const uint32_t key = uint32_t(x);
-    return { key, x - float(key) };
-}
-
-// The transform at a shutter time, null for identity. `storage` receives it when it lies between
-// two keys.
-const RtMatrix* objectToWorldAt(const RtGObject* object, float time, RtMatrix* storage);
 
 } // namespace rv
 

@@ -197,14 +197,17 @@ bool dropLostChildren(RtAggrList* list)
 RtBBox childBounds(const RtAggrList& list, uint32_t child, uint32_t key)
 {
     RtGObject* const object = list.children[child];
-    const uint32_t keys = object->nkeys > 1 ? object->nkeys : object->nkeys_shape;
-    if (list.nkeys < 2 || keys < 2 || !object->node)
+    if (list.nkeys < 2 || !object->node)
         return object->world_bbox;
     // A child that was edited may have fewer keys than the list has found.
-    const uint32_t own_key = std::min(key, keys - 1);
     if (object->nkeys > 1)
-        return transformedBox(object->local_bbox, &object->matrices[own_key]);
-    return transformedBox(localBounds(innermost(object), int(own_key)), object->matrices);
+        return transformedBox(object->local_bbox,
+                              &object->matrices[std::min<uint32_t>(key, object->nkeys - 1)]);
+    RtGObject* const shape = innermost(object);
+    if (shape->nkeys_shape < 2)
+        return object->world_bbox;
+    const RtBBox box = localBounds(shape, int(std::min(key, shape->nkeys_shape - 1)));
+    return transformedBox(box, object->matrices);
 }
 
 RtBBox listBounds(const RtAggrList& list)
@@ -267,6 +270,12 @@ static void finish(RtNode* node)
 
 static void boundList(RtGObject* object, RtBBox* bbox, int) { *bbox = listBounds(*listOf(object)); }
 
+static RtAccel* prepareIntersection(RtGObject* object, int thread)
+{
+    dropLostChildren(listOf(object));
+    return createListAccel(listOf(object), shapeParams(object->node).unbounded, thread);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = initialize,
@@ -279,7 +288,7 @@ static const RtShapeMethods shape = {
     .ShapeBBox = boundList,
     .ShapeTextureCoordinates = unreachable::ShapeTextureCoordinates,
     .ShapePrepareUserData = unreachable::ShapePrepareUserData,
-    .ShapePrepareIntersection = do_nothing,
+    .ShapePrepareIntersection = prepareIntersection,
 };
 
 const RtNodeMethods list_aggregate_methods = { &common, &shape };

@@ -1,0 +1,19 @@
+// render_steps: the table of the steps that other subsystems carry out. A subsystem that arrives
+// puts its function in place of the neutral one.
+#include "render_steps.h"
+
+#include "declare.h"
+
+namespace rv {
+
+const RenderSteps present_steps = {
+    .applyTextureOptions = do_nothing,
+    .createBucketRenderer = do_nothing,
+    .destroyBucketRenderer = do_nothing,
+    .prepareOutputs = do_nothing,
+    .runBuckets = do_nothing,
+    .closeOutputs = do_nothing,
+    .printStatistics = do_nothing,
+};
+
+} // namespace rv
