@@ -189,7 +189,7 @@ TEST_F(Render, absent_outputs_are_not_even_prepared)
 {
     makeScene();
     const ImageSteps image;
-    rv::render_options->outputs = nullptr;
+    RvArrayDestroy(std::exchange(rv::render_options->outputs, nullptr));
     EXPECT_EQ(RvRender(RV_RENDER_MODE_CAMERA), RV_ERROR_NO_OUTPUTS);
     EXPECT_EQ(image.calls(), "textures create destroy ");
 }
@@ -257,6 +257,23 @@ TEST_F(Render, set_up_prepares_the_scene_without_an_image)
     EXPECT_FALSE(RvRendering());
     for (const RtListNode* at = RvListHead(scene()->nodes); at; at = at->next)
         EXPECT_TRUE(static_cast<RtNode*>(at->data)->initialized);
+}
+
+TEST_F(Render, after_set_up_rays_meet_the_scene)
+{
+    RtNode* const sphere = RvNode("sphere");
+    RvNodeSetFlt(sphere, "radius", 2);
+    const RtPoint origin = { 0, 0, 10 };
+    const RtVector down_z = { 0, 0, -1 };
+    for (int mode : { RV_RENDER_MODE_SETUP, RV_RENDER_MODE_CAMERA }) {
+        RvRender(mode);
+        RtRay ray;
+        RvMakeRay(&ray, RV_RAY_CAMERA, &origin, &down_z, RV_BIG, nullptr);
+        RtShaderGlobals hit = {};
+        EXPECT_TRUE(RvTraceProbe(&ray, &hit)) << mode;
+        EXPECT_NEAR(hit.point.z, 2, 1e-4) << mode;
+        RvNode("persp_camera");
+    }
 }
 
 TEST_F(Render, set_up_needs_neither_camera_nor_region)
