@@ -84,6 +84,15 @@ template <class Node> Node emptyNode()
 
 template <class T> using BuildVector = std::vector<T, CheckedAllocator<T>>;
 
+// Leaves new elements of a vector as they are, for those that threads fill.
+struct PrimAllocator : CheckedAllocator<BuildPrim> {
+    using value_type = BuildPrim;
+    template <class U> struct rebind {
+        using other = PrimAllocator;
+    };
+    void construct(BuildPrim* prim) { ::new (static_cast<void*>(prim)) BuildPrim; }
+};
+
 // An array on cache lines, with huge pages when it is big.
 template <class T> class LineArray {
 public:
@@ -181,7 +190,7 @@ private:
     const Family family;
     const uint32_t key;
     const BuildOptions options;
-    BuildVector<BuildPrim> prims;
+    std::vector<BuildPrim, PrimAllocator> prims;
     std::mutex items_lock;
     std::vector<std::unique_ptr<Item>> items;
     WorkQueue queue{ [this](uint32_t item) { run(item); } };
@@ -192,14 +201,15 @@ private:
 
 template <class Node, class Family> void HierarchyBuilder<Node, Family>::makePrims()
 {
-    const uint32_t n = family.count();
-    prims.reserve(n);
-    for (uint32_t i = 0; i < n; ++i) {
-        RtBBox box = family.box(i, key);
-        if constexpr (Node::keys > 1)
-            box = RvBBoxUnion(box, family.box(i, key + 1));
-        prims.emplace_back(box, i);
-    }
+    prims.resize(family.count());
+    inParts(options.threads, prims.size(), [this](size_t begin, size_t end) {
+        for (size_t i = begin; i < end; ++i) {
+            RtBBox box = family.box(uint32_t(i), key);
+            if constexpr (Node::keys > 1)
+                box = RvBBoxUnion(box, family.box(uint32_t(i), key + 1));
+            prims[i] = BuildPrim(box, uint32_t(i));
+        }
+    });
 }
 
 template <class Node, class Family>
