@@ -37,7 +37,7 @@ struct Ray {
 
 struct RaySet {
     const char* name;
-    bool any_hit;
+    uint16_t type;
     std::vector<Ray> rays;
 };
 
@@ -106,7 +106,7 @@ double buildSeconds(RtGObject* object, int threads)
     return bench::seconds([&] { RvGObjectBuildAccel(object->node, 0); });
 }
 
-bool hitsOurs(RtGObject* object, const Ray& ray, bool any_hit, int thread)
+bool hitsOurs(RtGObject* object, const Ray& ray, uint16_t type, int thread)
 {
     RtHit hit;
     RtHitList hits = {};
@@ -114,9 +114,9 @@ bool hitsOurs(RtGObject* object, const Ray& ray, bool any_hit, int thread)
     hits.hits = &hit;
     hits.maxdist = ray.maxdist;
     RtTraversal traversal = {};
-    traversal.ray_type = any_hit ? RV_RAY_SHADOW : RV_RAY_CAMERA;
+    traversal.ray_type = type;
     traversal.thread = uint8_t(thread);
-    traversal.any_hit = any_hit;
+    traversal.any_hit = type == RV_RAY_SHADOW;
     traversal.from_prim = rv_no_primitive;
     RvIntersectObject(object, traversal, { ray.origin, ray.dir, mindist, 0, rv_no_primitive },
                       hits);
@@ -210,7 +210,7 @@ private:
 
 RaySet cameraRays()
 {
-    RaySet set = { "primary", false, {} };
+    RaySet set = { "primary", RV_RAY_CAMERA, {} };
     constexpr int size = 1000;
     for (int y = 0; y < size; ++y)
         for (int x = 0; x < size; ++x) {
@@ -290,20 +290,23 @@ std::string figureName(const char* what, const char* size, int threads)
 void measureTracing(bench::Report& report, const bench::Options& options, const char* size,
                     RtGObject* object, const Embree& embree, const std::vector<int>& thread_counts)
 {
-    RaySet sets[3] = { cameraRays(), { "bounce", false, {} }, { "shadow", true, {} } };
+    RaySet sets[3] = { cameraRays(),
+                       { "bounce", RV_RAY_DIFFUSE, {} },
+                       { "shadow", RV_RAY_SHADOW, {} } };
     secondaryRays(embree, sets[0], &sets[1], &sets[2]);
     for (const RaySet& set : sets) {
         std::vector<double> ours_by_threads;
         for (int threads : thread_counts) {
             const auto ours = [&] {
                 return megaRays(set, threads, [&](const Ray& ray, int thread) {
-                    return hitsOurs(object, ray, set.any_hit, thread);
+                    return hitsOurs(object, ray, set.type, thread);
                 });
             };
             const auto theirs = [&] {
                 return megaRays(set, threads, [&](const Ray& ray, int) {
                     RTCRayHit hit;
-                    return set.any_hit ? embree.occluded(ray) : embree.intersect(ray, &hit);
+                    return set.type == RV_RAY_SHADOW ? embree.occluded(ray)
+                                                     : embree.intersect(ray, &hit);
                 });
             };
             const double mine = best(options.runs, ours, false);

@@ -176,13 +176,27 @@ void freeNode(RtNode* node)
     RvFree_func(node);
 }
 
+// Nodes that initialise others first: lists their children, instances what they repeat. Chains of
+// them must not exhaust the stack.
+static constexpr int initialize_depth_limit = 2000;
+static thread_local int initialize_depth = 0;
+
 void RvNodeInitialize(RtNode* node)
 {
     if (!node || node->initialized)
         return;
+    if (initialize_depth >= initialize_depth_limit) {
+        RvMsgWarning("%s: more than %d nodes refer to each other before it; make it earlier than "
+                     "the nodes that need it",
+                     RvNodeGetName(node), initialize_depth_limit);
+        return;
+    }
     node->initialized = true;
-    if (node->entry->methods && node->entry->methods->Initialize)
-        node->entry->methods->Initialize(node, node->params);
+    if (!node->entry->methods || !node->entry->methods->Initialize)
+        return;
+    ++initialize_depth;
+    node->entry->methods->Initialize(node, node->params);
+    --initialize_depth;
 }
 
 void uninitializeNode(RtNode* node)

@@ -3,6 +3,8 @@
 
 #include "rv_threads.h"
 
+#include <algorithm>
+
 namespace rv {
 
 static constexpr int normal_priority = 2;
@@ -51,6 +53,17 @@ void WorkQueue::process(int threads)
         RvThreadWait(thread);
         RvThreadClose(thread);
     }
+}
+
+void inParts(int threads, size_t n, const std::function<void(size_t begin, size_t end)>& work)
+{
+    static constexpr size_t part = 32768;
+    if (threads < 2 || n <= part)
+        return work(0, n);
+    WorkQueue queue([&](uint32_t i) { work(i * part, std::min(n, (i + 1) * part)); });
+    for (uint32_t i = 0; i * part < n; ++i)
+        queue.add(i);
+    queue.process(threads);
 }
 
 } // namespace rv

@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
+#include <stddef.h>
 #include <stdint.h>
 #include <vector>
 
@@ -31,6 +32,9 @@ private:
     std::vector<uint32_t> items;
     unsigned unfinished = 0; // waiting or running
 };
+
+// Calls work(begin, end) for the parts of [0, n), on several threads when n is large.
+void inParts(int threads, size_t n, const std::function<void(size_t begin, size_t end)>& work);
 
 } // namespace rv
 

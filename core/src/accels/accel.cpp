@@ -137,9 +137,11 @@ public:
     explicit ObjectScope(RtHitList& list)
         : hits(list), matrix(list.matrix), instance(list.instance), flags(list.flags)
     {
+        ++hits.depth;
     }
     ~ObjectScope()
     {
+        --hits.depth;
         hits.matrix = matrix;
         hits.instance = instance;
         hits.flags = flags;
@@ -267,7 +269,7 @@ void RvAccelInsertHit(RtHitList& hits, float t, float u, float v, const RtTraver
 void RvIntersectObject(RtGObject* object, const RtTraversal& traversal, const RtObjectRay& ray,
                        RtHitList& hits)
 {
-    if (!(traversal.ray_type & object->visibility))
+    if (!(traversal.ray_type & object->visibility) || hits.depth >= rv_nesting_limit)
         return;
     const rv::ShapeParams& own = rv::shapeParams(object->node);
     const rv::ObjectScope scope(hits);

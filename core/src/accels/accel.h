@@ -16,6 +16,10 @@ struct ShapeParams;
 
 inline constexpr uint32_t rv_no_primitive = 0xFFFFFFFF;
 
+// Objects inside each other that a ray enters; deeper ones are left out. Each takes some kilobytes
+// of the thread's stack.
+inline constexpr uint32_t rv_nesting_limit = 1024;
+
 // One entry of the hit list: where a ray meets a primitive.
 struct RtHit {
     float t;
@@ -66,6 +70,7 @@ struct RtHitList {
     RtNode* instance;        // the outermost instance being descended through, or null
     const rv::ShapeParams* flags; // of that instance, or of the object being intersected
     RtHit* hits;                  // capacity entries
+    uint32_t depth;               // objects that the ray is inside of
 };
 
 // One structure, built once and then read by all threads.

@@ -14,6 +14,7 @@
 #include "msg.h"
 #include "objects/gobject.h"
 #include "options.h"
+#include "rv_rays.h"
 #include "system/clock.h"
 
 #include <bit>
@@ -56,9 +57,9 @@ struct StackEntry {
     uint32_t index;
 };
 
-// A binary path has at most 64 splits and then 17 halvings, a four-wide one half as many nodes, and
-// each leaves three slots on the stack.
-inline constexpr int stack_size = 3 * (split_depth_limit + 17) / 2 + 8;
+// A binary path has at most 64 splits and then 17 halvings, a four-wide one half as many nodes.
+// Each leaves three slots on the stack, and four more of a node that was opened with it.
+inline constexpr int stack_size = 7 * ((split_depth_limit + 17) / 2 + 1) + 8;
 
 // The ray as the box tests of a hierarchy want it.
 struct BoxRay {
@@ -119,62 +120,114 @@ inline SlotSpans slotSpans(const RtBVH4MotionNode& node, const BoxRay& ray, floa
     });
 }
 
+// Entries of children that wait to be visited, the next one on top.
+struct TraversalStack {
+    StackEntry entries[stack_size];
+    int top = 0;
+
+    // Takes the next entry that begins before maxdist; false when there is none.
+    bool pop(float maxdist, StackEntry* entry)
+    {
+        do {
+            if (!top)
+                return false;
+            *entry = entries[--top];
+        } while (!(entry->tnear < maxdist));
+        return true;
+    }
+};
+
+// The children of a node that a ray enters, and their order from near to far.
+template <class Node> struct NodeHits {
+    const Node& node;
+    unsigned mask;
+    unsigned order;
+    alignas(16) float tnear[4];
+
+    NodeHits(const Node& n, const BoxRay& ray, float maxdist, float weight)
+        : node(n), order(n.order[ray.octant])
+    {
+        const SlotSpans spans = slotSpans(n, ray, maxdist, weight);
+        mask = (spans.tnear <= spans.tfar).bits();
+        spans.tnear.store(tnear);
+    }
+    unsigned slot(unsigned place) const { return order >> 2 * place & 3; }
+    bool enters(unsigned place) const { return mask >> slot(place) & 1; }
+    // Written in any case and kept if the ray enters it, which no branch can mispredict.
+    void push(unsigned place, TraversalStack& stack) const
+    {
+        const unsigned s = slot(place);
+        stack.entries[stack.top] = { tnear[s], node.count[s], node.child[s] };
+        stack.top += int(mask >> s & 1);
+    }
+    StackEntry entry(unsigned place) const
+    {
+        const unsigned s = slot(place);
+        return { 0, node.count[s], node.child[s] };
+    }
+    // Pushes all children but the nearest, which becomes the entry. The place of the nearest is
+    // found by branches and not computed: when they are predicted, the processor begins with the
+    // next node before the boxes of this one are done.
+    void enter(TraversalStack& stack, StackEntry* nearest) const
+    {
+        if (enters(0)) {
+            push(3, stack);
+            push(2, stack);
+            push(1, stack);
+            *nearest = entry(0);
+            return;
+        }
+        if (enters(1)) {
+            push(3, stack);
+            push(2, stack);
+            *nearest = entry(1);
+            return;
+        }
+        if (enters(2)) {
+            push(3, stack);
+            *nearest = entry(2);
+            return;
+        }
+        *nearest = entry(3);
+    }
+    void pushAll(TraversalStack& stack) const
+    {
+        for (unsigned place = 4; place-- > 0;)
+            push(place, stack);
+    }
+};
+
 // Calls leaf(first, count) for the leaves that the ray enters, near ones first, until the hit list
-// is done.
-template <class Node, class LeafTest>
+// is done. With `Pairs` the node that waits on top of the stack is opened together with the next
+// one: its boxes are tested while those of the other are on their way. This pays for scattered
+// rays, which will visit it anyway, and changes nothing about the order of leaves.
+template <bool Pairs, class Node, class LeafTest>
 inline void traverse(const Node* nodes, const RtObjectRay& object_ray, float weight,
                      RtHitList& hits, const LeafTest& leaf)
 {
     const BoxRay ray(object_ray);
-    StackEntry stack[stack_size];
-    int top = 0;
+    TraversalStack stack;
     StackEntry entry = { 0, 0, 0 };
-    for (;;) {
-        if (entry.count) {
-            leaf(entry.index, entry.count);
-            if (hits.found)
-                return;
-        } else {
-            const Node& node = nodes[entry.index];
-            const SlotSpans spans = slotSpans(node, ray, hits.maxdist, weight);
-            const unsigned mask = (spans.tnear <= spans.tfar).bits();
-            if (mask) {
-                alignas(16) float tnear[4];
-                spans.tnear.store(tnear);
-                const unsigned order = node.order[ray.octant];
-                const auto visit = [&](unsigned slot) {
-                    entry = { 0, node.count[slot], node.child[slot] };
-                };
-                const auto push = [&](unsigned slot) {
-                    stack[top] = { tnear[slot], node.count[slot], node.child[slot] };
-                    top += int(mask >> slot & 1);
-                };
-                const unsigned s0 = order & 3, s1 = order >> 2 & 3, s2 = order >> 4 & 3,
-                               s3 = order >> 6;
-                if (mask >> s0 & 1) {
-                    push(s3);
-                    push(s2);
-                    push(s1);
-                    visit(s0);
-                } else if (mask >> s1 & 1) {
-                    push(s3);
-                    push(s2);
-                    visit(s1);
-                } else if (mask >> s2 & 1) {
-                    push(s3);
-                    visit(s2);
-                } else {
-                    visit(s3);
-                }
-                continue;
+    do {
+        while (!entry.count) {
+            const NodeHits<Node> own(nodes[entry.index], ray, hits.maxdist, weight);
+            if (Pairs && stack.top && !stack.entries[stack.top - 1].count) {
+                const uint32_t waiting = stack.entries[--stack.top].index;
+                NodeHits<Node>(nodes[waiting], ray, hits.maxdist, weight).pushAll(stack);
             }
-        }
-        do {
-            if (!top)
+            if (own.mask)
+                own.enter(stack, &entry);
+            else if (!stack.pop(hits.maxdist, &entry))
                 return;
-            entry = stack[--top];
-        } while (!(entry.tnear < hits.maxdist));
-    }
+        }
+        leaf(entry.index, entry.count);
+    } while (!hits.found && stack.pop(hits.maxdist, &entry));
+}
+
+// Rays that go in all directions from where they start.
+inline bool isScattered(const RtTraversal& traversal)
+{
+    return traversal.ray_type & (RV_RAY_DIFFUSE | RV_RAY_GLOSSY);
 }
 
 // ---- The kinds ----
@@ -235,9 +288,13 @@ template <class Family> struct Bvh4 : RtAccel {
                    RtHitList& hits) const override
     {
         const Query query = { object, traversal, ray, hits };
-        traverse(nodes.data(), ray, 0, hits, [&](uint32_t first, uint32_t count) {
+        const auto leaf = [&](uint32_t first, uint32_t count) {
             leaves.template intersect<false>(family, first, count, { 0, 0 }, query);
-        });
+        };
+        if (isScattered(traversal))
+            traverse<true>(nodes.data(), ray, 0, hits, leaf);
+        else
+            traverse<false>(nodes.data(), ray, 0, hits, leaf);
     }
 
     Family family;
@@ -277,10 +334,10 @@ template <class Family> struct MotionBvh4 : RtAccel {
         const KeyPair keys = deformationKeys(object, family.keys(), ray.time);
         const Interval& interval = intervals[keys.key];
         const Query query = { object, traversal, ray, hits };
-        traverse(interval.nodes.data(), ray, keys.weight, hits,
-                 [&](uint32_t first, uint32_t count) {
-                     interval.leaves.template intersect<true>(family, first, count, keys, query);
-                 });
+        traverse<false>(
+            interval.nodes.data(), ray, keys.weight, hits, [&](uint32_t first, uint32_t count) {
+                interval.leaves.template intersect<true>(family, first, count, keys, query);
+            });
     }
 
     struct Interval {

@@ -158,6 +158,71 @@ static PlaneLanes cheapestPlanes(const Bins& bins, float area, float traversal_c
     return result;
 }
 
+// ---- Few primitives ----
+
+// Up to here it is faster to sort the primitives than to sweep over all bins.
+static constexpr uint32_t few = 8;
+
+struct Binned {
+    int32_t bin;
+    const BuildPrim* prim;
+};
+
+static void sortByBin(Binned* entries, uint32_t n)
+{
+    for (uint32_t i = 1; i < n; ++i) {
+        const Binned entry = entries[i];
+        uint32_t k = i;
+        for (; k > 0 && entries[k - 1].bin > entry.bin; --k)
+            entries[k] = entries[k - 1];
+        entries[k] = entry;
+    }
+}
+
+// The cheapest plane along one axis, from primitives sorted by bin. Of the planes that part them
+// alike the first counts, as in a sweep over all.
+static void cheapestPlane(const Binned* entries, uint32_t n, int axis, float area,
+                          float traversal_cost, Split* best)
+{
+    float right_area[few];
+    Box4 side = Box4::empty();
+    for (uint32_t i = n - 1; i > 0; --i) {
+        side.extend(entries[i].prim->box());
+        right_area[i] = areaOf(side);
+    }
+    side = Box4::empty();
+    for (uint32_t i = 1; i < n; ++i) {
+        side.extend(entries[i - 1].prim->box());
+        if (entries[i - 1].bin == entries[i].bin)
+            continue;
+        const float cost =
+            (float(i) * areaOf(side) + float(n - i) * right_area[i]) / area + traversal_cost;
+        if (cost < best->cost)
+            *best = { false, axis, entries[i - 1].bin, cost };
+    }
+}
+
+static void findSplitOfFew(const BuildPrim* prims, const BuildRange& range, float traversal_cost,
+                           Split* best)
+{
+    const Binning binning(range.centroids);
+    const uint32_t n = range.size();
+    alignas(16) int32_t bins[few][4];
+    for (uint32_t i = 0; i < n; ++i)
+        _mm_store_si128(reinterpret_cast<__m128i*>(bins[i]),
+                        binning.binsOf(prims[range.begin + i].centroid()));
+    const float area = areaOf(range.box);
+    for (int axis = 0; axis < 3; ++axis) {
+        Binned entries[few];
+        for (uint32_t i = 0; i < n; ++i)
+            entries[i] = { bins[i][axis], &prims[range.begin + i] };
+        sortByBin(entries, n);
+        cheapestPlane(entries, n, axis, area, traversal_cost, best);
+    }
+}
+
+// ---- Splits ----
+
 Split findSplit(const BuildPrim* prims, const BuildRange& range, uint32_t depth,
                 float traversal_cost)
 {
@@ -166,6 +231,10 @@ Split findSplit(const BuildPrim* prims, const BuildRange& range, uint32_t depth,
     Split split = { true, 0, -1, may_be_leaf ? float(n) : std::numeric_limits<float>::infinity() };
     if (n < 2 || (depth >= split_depth_limit && may_be_leaf))
         return split;
+    if (n <= few) {
+        findSplitOfFew(prims, range, traversal_cost, &split);
+        return split;
+    }
     Bins bins;
     bins.clear();
     const Binning binning(range.centroids);

@@ -84,6 +84,15 @@ template <class Node> Node emptyNode()
 
 template <class T> using BuildVector = std::vector<T, CheckedAllocator<T>>;
 
+// Leaves new elements of a vector as they are, for those that threads fill.
+struct PrimAllocator : CheckedAllocator<BuildPrim> {
+    using value_type = BuildPrim;
+    template <class U> struct rebind {
+        using other = PrimAllocator;
+    };
+    void construct(BuildPrim* prim) { ::new (static_cast<void*>(prim)) BuildPrim; }
+};
+
 // An array on cache lines, with huge pages when it is big.
 template <class T> class LineArray {
 public:
@@ -119,7 +128,7 @@ private:
 struct BuildOptions {
     float traversal_cost;
     int threads;
-    uint32_t leaf_alignment; // 4: leaves of up to four primitives do not cross multiples of 4
+    uint32_t leaf_alignment; // up to 4; leaves of no more primitives lie between two multiples
 };
 
 // Builds the nodes of a hierarchy. The tree depends on the primitives alone, not on the number of
@@ -152,6 +161,7 @@ private:
         uint32_t depth2, depth4; // of its root in the binary and the four-wide tree
         BuildVector<Node> nodes = {};
         BuildVector<uint32_t> order = {};
+        uint32_t left_over[4] = { no_child, no_child, no_child, no_child }; // by free lanes
         BuildVector<Link> links = {}; // slots that other items fill
         KeyBoxes boxes = KeyBoxes::empty();
         BuildStats binary_stats = {};
@@ -180,7 +190,7 @@ private:
     const Family family;
     const uint32_t key;
     const BuildOptions options;
-    BuildVector<BuildPrim> prims;
+    std::vector<BuildPrim, PrimAllocator> prims;
     std::mutex items_lock;
     std::vector<std::unique_ptr<Item>> items;
     WorkQueue queue{ [this](uint32_t item) { run(item); } };
@@ -191,14 +201,15 @@ private:
 
 template <class Node, class Family> void HierarchyBuilder<Node, Family>::makePrims()
 {
-    const uint32_t n = family.count();
-    prims.reserve(n);
-    for (uint32_t i = 0; i < n; ++i) {
-        RtBBox box = family.box(i, key);
-        if constexpr (Node::keys > 1)
-            box = RvBBoxUnion(box, family.box(i, key + 1));
-        prims.emplace_back(box, i);
-    }
+    prims.resize(family.count());
+    inParts(options.threads, prims.size(), [this](size_t begin, size_t end) {
+        for (size_t i = begin; i < end; ++i) {
+            RtBBox box = family.box(uint32_t(i), key);
+            if constexpr (Node::keys > 1)
+                box = RvBBoxUnion(box, family.box(uint32_t(i), key + 1));
+            prims[i] = BuildPrim(box, uint32_t(i));
+        }
+    });
 }
 
 template <class Node, class Family>
@@ -238,14 +249,25 @@ template <class Node, class Family> void HierarchyBuilder<Node, Family>::run(uin
     }
 }
 
-// Where a leaf of n primitives starts in the item's order of primitives.
+// Where a leaf of n primitives starts in the item's order of primitives. Small leaves fill what
+// others left over of their blocks; one place is kept for each number of free lanes.
 template <class Node, class Family>
 uint32_t HierarchyBuilder<Node, Family>::leafPosition(Item& item, uint32_t n) const
 {
     const uint32_t align = options.leaf_alignment;
-    while (item.order.size() % align && item.order.size() % align + n > align)
-        item.order.push_back(no_child);
-    return uint32_t(item.order.size());
+    for (uint32_t free = n; free < align; ++free)
+        if (item.left_over[free] != no_child) {
+            const uint32_t position = item.left_over[free];
+            item.left_over[free] = no_child;
+            item.left_over[free - n] = free > n ? position + n : no_child;
+            return position;
+        }
+    const uint32_t position = uint32_t(item.order.size());
+    const uint32_t blocks = (n + align - 1) / align;
+    item.order.resize(position + size_t(blocks) * align, no_child);
+    if (const uint32_t free = blocks * align - n)
+        item.left_over[free] = position + n;
+    return position;
 }
 
 template <class Node, class Family>
@@ -254,7 +276,8 @@ void HierarchyBuilder<Node, Family>::placeLeaf(Item& item, uint32_t node, int sl
                                                uint32_t depth4, KeyBoxes* boxes)
 {
     const uint32_t n = range.size();
-    item.nodes[node].child[slot] = leafPosition(item, n);
+    const uint32_t position = leafPosition(item, n);
+    item.nodes[node].child[slot] = position;
     item.nodes[node].count[slot] =
         static_cast<std::remove_reference_t<decltype(item.nodes[node].count[slot])>>(n);
     KeyBoxes own = KeyBoxes::empty();
@@ -262,7 +285,7 @@ void HierarchyBuilder<Node, Family>::placeLeaf(Item& item, uint32_t node, int sl
     if constexpr (Node::keys > 1)
         own = KeyBoxes::empty();
     for (uint32_t i = range.begin; i < range.end; ++i) {
-        item.order.push_back(prims[i].index());
+        item.order[position + i - range.begin] = prims[i].index();
         if constexpr (Node::keys > 1)
             own.extend(primBoxes(prims[i].index()));
     }
@@ -354,8 +377,6 @@ void HierarchyBuilder<Node, Family>::assignBases(size_t* node_count, size_t* ord
         item.order_base = uint32_t(order_total);
         node_total += item.nodes.size();
         order_total += item.order.size();
-        order_total += (options.leaf_alignment - order_total % options.leaf_alignment) %
-                       options.leaf_alignment;
         for (const Link& link : item.links)
             open.push_back(items[link.item].get());
         binary_stats.merge(item.binary_stats);

@@ -62,32 +62,33 @@ void TriangleFamily<Real>::intersect(uint32_t prim, const KeyPair& keys, RtGObje
 
 // ---- Four triangles ----
 
+// Puts a triangle into a lane of its block.
+static void gather(const RtPolyMesh& mesh, uint32_t triangle, TriangleBlock& block, size_t lane)
+{
+    uint32_t corners[3];
+    triangleVertices(mesh, triangle, corners);
+    const RtPoint &a = mesh.vertices[corners[0]], &b = mesh.vertices[corners[1]],
+                  &c = mesh.vertices[corners[2]];
+    const auto set = [lane](float row[3][4], const RtVector& v) {
+        row[0][lane] = v.x;
+        row[1][lane] = v.y;
+        row[2][lane] = v.z;
+    };
+    set(block.p0, a);
+    set(block.e1, a - c);
+    set(block.e2, b - a);
+}
+
 void TriangleLeaves::build(const TriangleFamily<float>& family, BuildVector<uint32_t>&& primitives,
-                           int)
+                           int threads)
 {
     order = std::move(primitives);
-    order.resize((order.size() + 3) / 4 * 4, no_child);
     blocks.allocate(order.size() / 4);
-    const RtPolyMesh& mesh = *family.mesh;
-    for (size_t i = 0; i < order.size(); ++i) {
-        if (order[i] == no_child)
-            continue;
-        uint32_t corners[3];
-        triangleVertices(mesh, order[i], corners);
-        const RtPoint &a = mesh.vertices[corners[0]], &b = mesh.vertices[corners[1]],
-                      &c = mesh.vertices[corners[2]];
-        const RtVector e1 = a - c, e2 = b - a;
-        TriangleBlock& block = blocks[i / 4];
-        const size_t lane = i % 4;
-        const auto set = [lane](float row[3][4], const RtVector& v) {
-            row[0][lane] = v.x;
-            row[1][lane] = v.y;
-            row[2][lane] = v.z;
-        };
-        set(block.p0, a);
-        set(block.e1, e1);
-        set(block.e2, e2);
-    }
+    inParts(threads, blocks.size(), [&](size_t begin, size_t end) {
+        for (size_t i = 4 * begin; i < 4 * end; ++i)
+            if (order[i] != no_child)
+                gather(*family.mesh, order[i], blocks[i / 4], i % 4);
+    });
 }
 
 struct Vec3x4 {

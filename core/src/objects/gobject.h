@@ -163,6 +163,8 @@ const RtMatrix* objectToWorldAt(const RtGObject* object, float time, RtMatrix* s
 
 // ---- For shapes that hold or replace other geometry ----
 
+// Has the next update of the object bring it up to date, and refit the lists at the root.
+void requestRebuild(RtGObject* object, RtRebuild reason);
 // For Update methods: drops the structure, which no clone keeps either.
 void dropAccel(RtGObject* object);
 // For Update methods: hands the geometry and bounds of an object on to its clones.

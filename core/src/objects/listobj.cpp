@@ -160,7 +160,7 @@ RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
         RvFree_func(list);
         return nullptr;
     }
-    *list = { .count = 0, .children = static_cast<RtGObject**>(children), .nkeys = 1 };
+    *list = { .count = 0, .children = static_cast<RtGObject**>(children), .nkeys = 1, .depth = 1 };
     fillChildren(list, owner, nodes);
     optimizeMotion(list);
     countList(*list);
@@ -232,12 +232,27 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamPTR(params, RV_FIELD(ListAggregate, obj_list), nullptr);
 }
 
+static void measureDepth(RtAggrList* list)
+{
+    list->depth = 1;
+    for (uint32_t i = 0; i < list->count; ++i)
+        if (list->children[i]->kind == RV_KIND_LIST && list->children[i]->data)
+            list->depth = std::max(list->depth, listOf(list->children[i])->depth + 1);
+}
+
 static void initialize(RtNode* node, void* params)
 {
     ListAggregate& self = *static_cast<ListAggregate*>(params);
     RtAggrList* const list = createAggrList(node, static_cast<const RtList*>(self.obj_list));
     self.obj_list = nullptr;
-    if (list && !RvGObjectInitialize(node, RV_KIND_LIST, list, 1, 0, 0))
+    if (!list)
+        return;
+    measureDepth(list);
+    if (list->depth == rv_nesting_limit + 1)
+        RvMsgWarning("%s: more than %u object lists are inside each other; the innermost are not "
+                     "rendered",
+                     RvNodeGetName(node), rv_nesting_limit);
+    if (!RvGObjectInitialize(node, RV_KIND_LIST, list, 1, 0, 0))
         destroyAggrList(list);
 }
 

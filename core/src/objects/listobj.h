@@ -10,6 +10,7 @@ struct RtAggrList {
     uint32_t count;
     RtGObject** children;
     uint32_t nkeys; // motion keys at which children are bounded; 1: over their whole motion
+    uint32_t depth; // lists inside each other, this one included
 
     // Puts the children into an order of the structure's: child i becomes the one at order[i].
     void permutePrimitives(const uint32_t* order);

@@ -108,6 +108,7 @@ static void recreateMesh(RtNode* node, PolyMesh* params, RtGObject* object)
     fresh->object = object;
     if (same_faces) // faces that were removed before do not come back
         std::swap(fresh->uniform_idxs, mesh->uniform_idxs);
+    dropAccel(object);
     std::swap(*fresh, *mesh); // instances refer to the record in its place
     destroyMesh(fresh);
     object->nkeys_shape = mesh->nkeys;
@@ -132,6 +133,7 @@ static void finish(RtNode* node)
     RtGObject* const object = objectOf(node);
     if (!object)
         return;
+    dropAccel(object); // which refers to the mesh
     destroyMesh(meshOf(object));
     object->data = nullptr;
 }

@@ -412,10 +412,11 @@ TEST(BvhBuild, leaf_counts_keep_extremes_sums_and_sizes)
     EXPECT_TRUE(std::equal(sizes, sizes + 5, stats.leaf.of_size));
 }
 
-TEST(BvhBuildDeathTest, a_leaf_without_primitives_is_fatal)
+using BuildStatsDeathTest = Universe;
+
+TEST_F(BuildStatsDeathTest, a_leaf_without_primitives_is_fatal)
 {
-    RvBegin();
-    RvMsgSetConsoleFlags(0);
+    // Death tests look at the standard error stream.
     RvMsgSetCallback([](int, int severity, const char* text, int) {
         if (severity == 3)
             fprintf(stderr, "fatal: %s\n", text);
@@ -428,7 +429,6 @@ TEST(BvhBuildDeathTest, a_leaf_without_primitives_is_fatal)
     EXPECT_DEATH(wide.addLeaf(0, 1), "fatal: reached code line in error: "
                                      "core.src.accels.build_stats:[0-9]+ "
                                      "\\(in Build4Stats::addLeaf\\)");
-    RvEnd();
 }
 
 TEST_F(Universe, a_build_without_memory_is_reported_and_throws)
