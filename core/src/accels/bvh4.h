@@ -224,10 +224,14 @@ inline void traverse(const Node* nodes, const RtObjectRay& object_ray, float wei
     } while (!hits.found && stack.pop(hits.maxdist, &entry));
 }
 
-// Rays that go in all directions from where they start.
-inline bool isScattered(const RtTraversal& traversal)
+// Whether to open nodes in pairs. It pays for rays that go in all directions, and for shadow rays
+// where the nodes are more than the caches of a core hold; elsewhere the second node is too often
+// opened in vain.
+inline bool opensPairs(const RtTraversal& traversal, size_t node_bytes)
 {
-    return traversal.ray_type & (RV_RAY_DIFFUSE | RV_RAY_GLOSSY);
+    static constexpr size_t near_memory = size_t{ 8 } << 20;
+    return (traversal.ray_type & (RV_RAY_DIFFUSE | RV_RAY_GLOSSY)) ||
+           (traversal.any_hit && node_bytes > near_memory);
 }
 
 // ---- The kinds ----
@@ -291,7 +295,7 @@ template <class Family> struct Bvh4 : RtAccel {
         const auto leaf = [&](uint32_t first, uint32_t count) {
             leaves.template intersect<false>(family, first, count, { 0, 0 }, query);
         };
-        if (isScattered(traversal))
+        if (opensPairs(traversal, nodes.bytes()))
             traverse<true>(nodes.data(), ray, 0, hits, leaf);
         else
             traverse<false>(nodes.data(), ray, 0, hits, leaf);

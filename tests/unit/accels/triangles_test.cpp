@@ -313,7 +313,8 @@ TEST_F(Triangles, a_million_random_rays_find_what_a_loop_finds)
     std::mt19937 random(6);
     int hits = 0, other_triangle = 0;
     for (int i = 0; i < 1000000; ++i) {
-        const Shot shot = randomShot(random);
+        Shot shot = randomShot(random);
+        shot.type = i % 2 ? RV_RAY_DIFFUSE : RV_RAY_CAMERA; // traversed in two ways
         const auto found = hitsOf(object, *object->accel, shot), loop = hitsOf(object, *list, shot);
         ASSERT_EQ(found.size(), loop.size()) << i;
         if (loop.empty())
@@ -519,7 +520,8 @@ TEST_F(Triangles, a_large_mesh_is_hit_where_embree_hits_it)
     std::mt19937 random(15);
     int hits = 0, missed = 0, farther = 0, other_triangle = 0;
     for (int i = 0; i < 1000000; ++i) {
-        const Shot shot = randomShot(random);
+        Shot shot = randomShot(random);
+        shot.type = i % 2 ? RV_RAY_DIFFUSE : RV_RAY_CAMERA;
         RTCRayHit peer = {};
         peer.ray.org_x = shot.origin.x, peer.ray.org_y = shot.origin.y;
         peer.ray.org_z = shot.origin.z;
