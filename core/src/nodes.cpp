@@ -279,6 +279,12 @@ void* RvNodeGetLocalData(const RtNode* node) { return node ? node->local_data : 
 
 void RvNodeSetLocalData(RtNode* node, void* data)
 {
-    if (node)
+    if (!node)
+        return;
+    // The library takes what it finds there for its own record.
+    if (node->entry->type & (RV_NODE_CAMERA | RV_NODE_SHAPE))
+        RvMsgWarning("%s: the local data of cameras and shapes is the library's",
+                     RvNodeGetName(node));
+    else
         node->local_data = data;
 }

@@ -96,6 +96,19 @@ TEST_F(GObject, bad_time_samples_are_reported_and_reset)
         }
 }
 
+TEST_F(GObject, time_samples_of_another_type_are_reset)
+{
+    RtNode* const node = block("b");
+    RtArray* const samples = RvNodeGetArray(node, "transform_time_samples");
+    RvArrayModify(samples, 2, 1, RV_TYPE_INT, 0, 1);
+    takeProblems();
+    EXPECT_EQ(rv::relativeTime(samples, 1), 0);
+    rv::RvNodeInitialize(node);
+    EXPECT_EQ(takeProblem(),
+              "Invalid transform time sample specification on: b - resetting to default");
+    EXPECT_EQ(RvNodeGetArray(node, "transform_time_samples")->type, RV_TYPE_FLOAT);
+}
+
 TEST_F(GObject, an_object_without_shaders_gets_the_default_one_and_so_does_every_gap)
 {
     RtNode* const mine = RvNode("lambert");

@@ -1401,6 +1401,19 @@ TEST_F(Nodes, local_data_is_what_was_stored)
     EXPECT_FALSE(RvNodeGetLocalData(node));
 }
 
+TEST_F(Nodes, local_data_of_cameras_and_shapes_is_not_for_others_to_store)
+{
+    for (const char* type : { "persp_camera", "sphere" }) {
+        RtNode* const node = named(type, "n");
+        rv::RvNodeInitialize(node);
+        void* const own = RvNodeGetLocalData(node);
+        RvNodeSetLocalData(node, &pointees[0]);
+        EXPECT_EQ(takeProblem(), "n: the local data of cameras and shapes is the library's");
+        EXPECT_EQ(RvNodeGetLocalData(node), own) << type;
+        RvNodeDestroy(node);
+    }
+}
+
 // ---- Colours of shaders ----
 
 TEST_F(Nodes, shader_gamma_applies_to_colours_of_shaders)

@@ -642,6 +642,16 @@ TEST_F(Render, set_up_keeps_its_buffers_until_the_end)
     EXPECT_FALSE(rv::sample_tables);
 }
 
+TEST_F(Render, the_end_releases_what_was_sampled_outside_of_renders)
+{
+    session()->initSamplers();
+    RvSamplingBeginPixel(5, 1, 2, 16);
+    ASSERT_TRUE(rv::pixel_sampling[5].pool);
+    RvEnd();
+    EXPECT_FALSE(rv::sample_tables);
+    EXPECT_FALSE(rv::pixel_sampling[5].pool);
+}
+
 TEST_F(Render, an_image_releases_its_buffers_and_those_of_an_earlier_set_up)
 {
     makeScene();

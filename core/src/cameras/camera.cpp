@@ -219,14 +219,18 @@ static void buildMatrices(RtCameraData* data, const CameraParams& params)
 static void checkTimeSamples(RtNode* camera)
 {
     const RtParamEntry& param = cameraParam(camera, time_samples_param);
-    const RtArray* const samples = loadArray(camera, &param);
+    RtArray* const samples = loadArray(camera, &param);
     if (samples && samples->type == RV_TYPE_FLOAT &&
         RvTimeSamplesCheck(samples->nelements, elementsOf<float>(samples)))
         return;
     RvMsgWarning("Invalid time sample specification on: %s - resetting to default",
                  RvNodeGetName(camera));
-    if (RtArray* const defaults = RvArray(2, 1, RV_TYPE_FLOAT, 0.0, 1.0))
-        RvNodeSetArray(camera, param.name, defaults);
+    RtArray* const defaults = RvArray(2, 1, RV_TYPE_FLOAT, 0.0, 1.0);
+    if (!defaults)
+        return;
+    // Past the setters, which refuse a parameter of the ignore list.
+    memcpy(paramStorage(camera, &param), &defaults, sizeof defaults);
+    RvArrayDestroy(samples);
 }
 
 // ---- Methods ----

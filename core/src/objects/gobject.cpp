@@ -241,7 +241,8 @@ static void prepareGroup(bool is_used, RtArray** group)
 
 static bool checkTimeSamples(RtArray** samples)
 {
-    if (*samples && RvTimeSamplesCheck((*samples)->nelements, elementsOf<float>(*samples)))
+    if (*samples && (*samples)->type == RV_TYPE_FLOAT &&
+        RvTimeSamplesCheck((*samples)->nelements, elementsOf<float>(*samples)))
         return true;
     static const float whole_shutter[] = { 0, 1 };
     replaceArray(samples, arrayOfDefault(RV_TYPE_FLOAT, 2, whole_shutter));

@@ -61,7 +61,7 @@ static const MotionMessages deform_messages = {
 static bool joinsMotion(MotionScan* scan, uint32_t keys, const RtArray* samples,
                         const MotionMessages& messages)
 {
-    const int count = samples ? int(samples->nelements) : 0;
+    const int count = samples && samples->type == RV_TYPE_FLOAT ? int(samples->nelements) : 0;
     if (count != 2 || !samples->data) {
         RvMsgWarningMasked(RV_LOG_DEBUG, messages.sample_count, count);
         return false;

@@ -170,7 +170,7 @@ void updateWorldBounds(RtGObject* object)
 float relativeTime(const RtArray* samples, float time)
 {
     static constexpr float upper_end = 0.999999f;
-    if (!samples || !samples->data)
+    if (!samples || samples->type != RV_TYPE_FLOAT || !samples->data)
         return 0;
     const float f = RvTimeSamplesUnmap(time, samples->nelements, elementsOf<float>(samples));
     return f > 0 ? std::min(f, upper_end) : 0;

@@ -264,6 +264,34 @@ TEST_F(Cameras, time_samples_of_another_type_count_as_unusable)
     EXPECT_EQ(RvNodeGetArray(camera, "time_samples")->type, RV_TYPE_FLOAT);
 }
 
+TEST_F(Cameras, unusable_time_samples_on_the_ignore_list_are_reset_too)
+{
+    RtNode* const camera = make("ortho_camera");
+    RvNodeSetArray(camera, "time_samples", floatElements({ 1, 0 }));
+    RvNodeSetArray(RvUniverseGetOptions(), "ignore_list",
+                   RvArray(1, 1, RV_TYPE_STRING, "ortho_camera.time_samples"));
+    takeProblems();
+    initialize(camera);
+    EXPECT_EQ(takeProblem(), "Invalid time sample specification on: cam - resetting to default");
+    const RtArray* const samples = rv::cameraParams(camera).time_samples;
+    EXPECT_EQ(rv::elementsOf<float>(samples)[0], 0);
+    EXPECT_EQ(rv::elementsOf<float>(samples)[1], 1);
+    update(camera);
+    EXPECT_EQ(takeProblem(), "") << "once is enough";
+}
+
+TEST_F(Cameras, time_samples_of_another_type_give_the_first_key)
+{
+    // Between the updates of a camera its array may become any other.
+    RtNode* const camera = make("ortho_camera");
+    RvNodeSetArray(camera, "matrix", matrixKeys({ translation(1, 0, 0), translation(2, 0, 0) }));
+    prepared(camera);
+    RtArray* const samples = RvNodeGetArray(camera, "time_samples");
+    RvArrayModify(samples, 2, 1, RV_TYPE_INT, 0, 1);
+    takeProblems();
+    EXPECT_EQ(floats(cameraToWorld(camera, 0.75f)), floats(translation(1, 0, 0)));
+}
+
 TEST_F(Cameras, golden_relative_times)
 {
     for (const json& v : goldenVectors("cameras", "relative_time")) {
