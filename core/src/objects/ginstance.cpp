@@ -154,6 +154,7 @@ static void update(RtNode* node, void* params)
     applyTransform(clone, *static_cast<GInstance*>(params));
     updateVisibility(clone);
     clone->rebuild = RV_REBUILD_NONE;
+    ++clone->revision;
 }
 
 static const RtCommonMethods common = {

@@ -374,6 +374,7 @@ void updateClones(RtGObject* object)
         clone->nuniform = object->nuniform;
         clone->nkeys_shape = object->nkeys_shape;
         clone->local_bbox = object->local_bbox;
+        ++clone->revision;
         updateWorldBounds(clone);
         updateVisibility(clone);
     }
@@ -393,8 +394,18 @@ static void bringUpToDate(RtGObject* object)
     RvGObjectTransform(object, shapeParams(object->node).matrix, false);
     updateVisibility(object);
     object->rebuild = RV_REBUILD_NONE;
+    ++object->revision;
     if (has_new_geometry)
         updateClones(object);
+}
+
+void updateIfNeeded(RtNode* node)
+{
+    const RtGObject* const object = shapeObject(node);
+    if (!object || object->rebuild == RV_REBUILD_NONE)
+        return;
+    if (node->entry->methods && node->entry->methods->Update)
+        node->entry->methods->Update(node, node->params);
 }
 
 // ---- Structures ----
