@@ -347,6 +347,8 @@ RtBBox localBounds(RtGObject* object, int key)
 void updateVisibility(RtGObject* object)
 {
     object->visibility = static_cast<uint16_t>(shapeParams(object->node).visibility);
+    if (object->visibility == 0) // by choice: nothing to report
+        return;
     if (isEmpty(object->local_bbox)) {
         RvMsgWarning("%s: shape has empty bounding box (hiding shape)",
                      RvNodeGetName(object->node));
