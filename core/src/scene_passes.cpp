@@ -123,9 +123,13 @@ static RtNode* aggregate(RtScene* scene, RtList* objects, bool unbounded)
     return createAggregate(scene, objects, unbounded);
 }
 
+// Hidden, so that its lack of extent is not reported: an empty scene is no mistake.
 static RtNode* createEmptyRoot()
 {
     RtNode* const node = RvNode("list_aggregate");
+    if (!node)
+        return nullptr;
+    RvNodeSetInt(node, "visibility", 0);
     RvNodeInitialize(node);
     return node;
 }

@@ -180,6 +180,20 @@ TEST_F(GInstance, an_edited_matrix_takes_effect_as_it_would_have_from_the_start)
     EXPECT_EQ(live_accels, 1);
 }
 
+TEST_F(GInstance, a_new_instance_of_an_edited_shape_keeps_its_matrix)
+{
+    RtNode* const source = readyBlock("source");
+    RvNodeSetPnt(source, "max", 3, 3, 3);
+    setMatrices(source, { scaling(2, 2, 2) });
+    RtNode* const instance = instanceOf(source, "i");
+    setMatrices(instance, { translation(10, 0, 0) });
+    rv::RvNodeInitialize(instance);
+    EXPECT_EQ(boundsOf(instance), "8 -2 -2 -> 16 6 6");
+    updateAll();
+    EXPECT_EQ(boundsOf(instance), "8 -2 -2 -> 16 6 6");
+    EXPECT_EQ(boundsOf(source), "-2 -2 -2 -> 6 6 6");
+}
+
 // ---- Parameters ----
 
 TEST_F(GInstance, inherits_every_common_parameter_it_does_not_override)

@@ -278,6 +278,15 @@ TEST_F(GObject, an_empty_box_hides_the_shape_and_keeps_it_out_of_the_scene)
     EXPECT_TRUE(bounded().empty() && unbounded().empty());
 }
 
+TEST_F(GObject, an_empty_box_of_what_is_hidden_anyway_is_not_reported)
+{
+    RtNode* const node = blockAt("hidden", { { 1, 0, 0 }, { 0, 1, 1 } });
+    RvNodeSetInt(node, "visibility", 0);
+    rv::RvNodeInitialize(node);
+    EXPECT_EQ(takeProblem(), "");
+    EXPECT_EQ(objectOf(node)->visibility, 0);
+}
+
 TEST_F(GObject, a_box_without_thickness_is_not_empty)
 {
     RtNode* const node = blockAt("flat", { { 0, 0, 0 }, { 1, 0, 1 } });

@@ -421,6 +421,57 @@ TEST_F(ListObj, an_update_refits_the_list_over_edited_children)
     EXPECT_EQ(describe(RvUniverseGetSceneBounds()), "0 0 0 -> 6 3 11");
 }
 
+TEST_F(ListObj, an_edited_child_that_was_updated_first_refits_the_list)
+{
+    RtNode* const inner = listOf("inner", { blockAt("a", cube(0)), blockAt("b", cube(5)) });
+    RtNode* const outer = listOf("outer", { inner, blockAt("c", cube(2)) });
+    RvGObjectBuildAccel(inner, 0);
+    RvGObjectBuildAccel(outer, 0);
+    RvNodeSetPnt(RvNodeLookUpByName("a"), "max", 3, 3, 3);
+    setMatrices(RvNodeLookUpByName("b"), { translation(0, 0, 10) });
+    updateAll(); // in order of creation: the blocks, then the lists
+    for (const RtNode* list : { inner, outer }) {
+        EXPECT_EQ(boundsOf(list), "0 0 0 -> 6 3 11") << RvNodeGetName(list);
+        EXPECT_EQ(objectOf(list)->accel, nullptr) << RvNodeGetName(list);
+        RvGObjectBuildAccel(const_cast<RtNode*>(list), 0);
+    }
+    updateAll();
+    EXPECT_TRUE(objectOf(inner)->accel && objectOf(outer)->accel) << "nothing was edited since";
+}
+
+TEST_F(ListObj, an_edited_matrix_of_an_instance_refits_the_list)
+{
+    RtNode* const a = blockAt("a", cube(0));
+    RtNode* const instance = instanceOf(a, "i");
+    RtNode* const list = listOf("list", { instance });
+    RvGObjectBuildAccel(list, 0);
+    setMatrices(instance, { translation(10, 0, 0) });
+    updateAll();
+    EXPECT_EQ(boundsOf(list), "10 0 0 -> 11 1 1");
+    EXPECT_EQ(objectOf(list)->accel, nullptr);
+}
+
+TEST_F(ListObj, children_are_updated_by_their_own_methods_when_the_list_comes_first)
+{
+    RtNode* const list = named("list_aggregate", "list");
+    RtNode* const disc = named("disc", "disc");
+    RtNode* const source = blockAt("source", cube(0));
+    setMatrices(source, { scaling(2, 2, 2) });
+    RtNode* const instance = instanceOf(source, "i");
+    RtList* const members = RvList(nullptr);
+    RvListAdd(members, disc);
+    RvListAdd(members, instance);
+    RvNodeSetPtr(list, "obj_list", members);
+    rv::RvNodeInitialize(list);
+    RvListDestroy(members);
+    RvNodeSetPnt(disc, "center", 3, 0, 0);
+    setMatrices(instance, { translation(10, 0, 0) });
+    list->entry->methods->Update(list, list->params);
+    EXPECT_EQ(boundsOf(disc), "2.5 -0.5 0 -> 3.5 0.5 0");
+    EXPECT_EQ(boundsOf(instance), "10 0 0 -> 12 2 2") << "on top of the transform of its shape";
+    EXPECT_EQ(boundsOf(list), "2.5 -0.5 0 -> 12 2 2");
+}
+
 TEST_F(ListObj, an_update_without_edits_keeps_the_structure)
 {
     RtNode* const list = listOf("list", { blockAt("a", cube(0)) });

@@ -65,6 +65,19 @@ TEST_F(Plane, bounds_are_infinite_but_across_an_axis)
     }
 }
 
+TEST_F(Plane, a_matrix_moves_its_bounds_and_leaves_them_infinite)
+{
+    RtNode* const node = RvNode("plane");
+    RtMatrix matrix;
+    const RtVector up = { 0, 0, 5 };
+    RvM4Translation(&matrix, &up);
+    RvNodeSetArray(node, "matrix", RvArrayConvert(1, 1, RV_TYPE_MATRIX, &matrix, true));
+    rv::RvNodeInitialize(node);
+    const RtBBox& box = rv::objectOf(node)->world_bbox;
+    EXPECT_EQ(numbersOf(box.min), (std::vector<float>{ -INFINITY, -INFINITY, 5 - 1e-6f }));
+    EXPECT_EQ(numbersOf(box.max), (std::vector<float>{ INFINITY, INFINITY, 5 + 1e-6f }));
+}
+
 TEST_F(Plane, rays_and_normals_agree_with_the_numeric_reference)
 {
     const RtPoint point = { 0.25f, -0.25f, 0.5f };

@@ -313,9 +313,7 @@ TEST_F(ScenePasses, an_empty_scene_has_an_empty_list_as_root)
     EXPECT_TRUE(children(scene()->root).empty());
     EXPECT_FALSE(scene()->bounded_root);
     EXPECT_FALSE(scene()->unbounded_root);
-    const Names lines = takeLines();
-    EXPECT_EQ(lines.front(), "0 creating root object list ...");
-    EXPECT_EQ(lines.back(), "1 no objects");
+    EXPECT_EQ(takeLines(), (Names{ "0 creating root object list ...", "1 no objects" }));
 }
 
 TEST_F(ScenePasses, hidden_objects_are_not_below_the_root)

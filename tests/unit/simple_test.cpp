@@ -171,6 +171,27 @@ TEST_F(SimpleShapes, constant_and_one_element_uniform_user_data_is_read_at_a_hit
     }
 }
 
+TEST_F(SimpleShapes, any_byte_but_zero_of_uniform_boolean_data_is_true)
+{
+    ASSERT_TRUE(rv::createThreadSlots(rv::the_frame->session, 4));
+    RtNode* const node = shape("sphere");
+    RvNodeDeclare(node, "flag", "uniform BOOL");
+    RtArray* const flags = RvArray(1, 1, RV_TYPE_BOOLEAN, 1);
+    *static_cast<uint8_t*>(flags->data) = 2;
+    RvNodeSetArray(node, "flag", flags);
+    ASSERT_TRUE(prepared(node));
+    RtShadingState state = {};
+    state.user_data = userData(node);
+    RtShaderGlobals sg = {};
+    sg.state = &state;
+    sg.object = node;
+    bool value = false;
+    ASSERT_TRUE(RvUserGetBoolFunc("flag", &sg, &value));
+    uint8_t byte = 0;
+    memcpy(&byte, &value, 1);
+    EXPECT_EQ(byte, 1);
+}
+
 TEST_F(SimpleShapes, user_data_of_other_sizes_is_refused)
 {
     RtNode* const node = shape("box");

@@ -322,6 +322,20 @@ TEST_F(Transforms, a_static_object_needs_no_storage_for_its_transform)
     EXPECT_EQ(rv::objectToWorldAt(objectOf(node), 0.5f, &storage), objectOf(node)->matrices);
 }
 
+TEST_F(Transforms, infinite_boxes_stay_infinite_along_the_axes_they_are_turned_to)
+{
+    const float inf = INFINITY;
+    const RtBBox floor = { { -inf, -inf, 0 }, { inf, inf, 1 } };
+    RtMatrix quarter_turn = scaling(1, 0, 0); // z becomes y, y becomes -z
+    quarter_turn.m[1][2] = -1;
+    quarter_turn.m[2][1] = 1;
+    const RtMatrix lift = translation(0, 0, 5);
+    EXPECT_EQ(describe(rv::transformedBox(floor, &lift)), "-inf -inf 5 -> inf inf 6");
+    EXPECT_EQ(describe(rv::transformedBox(floor, &quarter_turn)), "-inf 0 -inf -> inf 1 inf");
+    const RtMatrix broken = scaling(NAN, 1, 1);
+    EXPECT_TRUE(rv::isEmpty(rv::transformedBox(floor, &broken)));
+}
+
 TEST_F(Transforms, unions_and_transforms_of_empty_boxes_stay_empty)
 {
     const RtBBox inside_out = { { 1, 1, 1 }, { 0, 2, 2 } };

@@ -124,12 +124,16 @@ static void initialize(RtNode* node, void* params)
         return;
     }
     initializeChain(self.node);
+    // An edited shape first: the copy of its state would have the next update lose "matrix", which
+    // is released below.
+    updateIfNeeded(self.node);
     RtGObject* const clone = RvGObjectClone(shapeObject(self.node));
     if (!clone) {
         RvMsgWarning("%s: trying to clone a NULL object", self.name);
         return;
     }
     clone->node = node;
+    clone->rebuild = RV_REBUILD_NONE;
     node->local_data = clone;
     node->source = self.node;
     applyTransform(clone, self);
@@ -154,6 +158,7 @@ static void update(RtNode* node, void* params)
     applyTransform(clone, *static_cast<GInstance*>(params));
     updateVisibility(clone);
     clone->rebuild = RV_REBUILD_NONE;
+    ++clone->revision;
 }
 
 static const RtCommonMethods common = {

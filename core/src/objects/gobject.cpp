@@ -348,6 +348,8 @@ RtBBox localBounds(RtGObject* object, int key)
 void updateVisibility(RtGObject* object)
 {
     object->visibility = static_cast<uint16_t>(shapeParams(object->node).visibility);
+    if (object->visibility == 0) // by choice: nothing to report
+        return;
     if (isEmpty(object->local_bbox)) {
         RvMsgWarning("%s: shape has empty bounding box (hiding shape)",
                      RvNodeGetName(object->node));
@@ -375,6 +377,7 @@ void updateClones(RtGObject* object)
         clone->nuniform = object->nuniform;
         clone->nkeys_shape = object->nkeys_shape;
         clone->local_bbox = object->local_bbox;
+        ++clone->revision;
         updateWorldBounds(clone);
         updateVisibility(clone);
     }
@@ -394,8 +397,18 @@ static void bringUpToDate(RtGObject* object)
     RvGObjectTransform(object, shapeParams(object->node).matrix, false);
     updateVisibility(object);
     object->rebuild = RV_REBUILD_NONE;
+    ++object->revision;
     if (has_new_geometry)
         updateClones(object);
+}
+
+void updateIfNeeded(RtNode* node)
+{
+    const RtGObject* const object = shapeObject(node);
+    if (!object || object->rebuild == RV_REBUILD_NONE)
+        return;
+    if (node->entry->methods && node->entry->methods->Update)
+        node->entry->methods->Update(node, node->params);
 }
 
 // ---- Structures ----

@@ -64,6 +64,7 @@ struct RtGObject {
     struct RtListNode*
         list_previous;        // the element before the node's, or null; under the scene lock
     uint32_t memberships;     // places in the child arrays of lists
+    uint32_t revision;        // how often geometry or transform were brought up to date
     bool matrices_are_cloned; // and counted as overhead of nodes, not as geometry
     bool building;            // a thread is building accel; under `lock`
 };
@@ -169,8 +170,8 @@ void requestRebuild(RtGObject* object, RtRebuild reason);
 void dropAccel(RtGObject* object);
 // For Update methods: hands the geometry and bounds of an object on to its clones.
 void updateClones(RtGObject* object);
-// Has the next update of the object bring it up to date, and refit the lists at the root.
-void requestRebuild(RtGObject* object, RtRebuild reason);
+// Runs the Update method of a node whose object is out of date.
+void updateIfNeeded(RtNode* node);
 
 // ---- For containers ----
 

@@ -140,6 +140,15 @@ static void fillChildren(RtAggrList* list, const RtNode* owner, const RtList* no
     }
 }
 
+// Grows whenever a child is brought up to date, by whomever.
+static uint64_t sumOfRevisions(const RtAggrList& list)
+{
+    uint64_t sum = 0;
+    for (uint32_t i = 0; i < list.count; ++i)
+        sum += list.children[i]->revision;
+    return sum;
+}
+
 static void countList(const RtAggrList& list)
 {
     RtStats& stats = *threadStats();
@@ -160,8 +169,11 @@ RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
         RvFree_func(list);
         return nullptr;
     }
-    *list = { .count = 0, .children = static_cast<RtGObject**>(children), .nkeys = 1, .depth = 1 };
+    *list = {};
+    list->children = static_cast<RtGObject**>(children);
+    list->nkeys = list->depth = 1;
     fillChildren(list, owner, nodes);
+    list->revisions = sumOfRevisions(*list);
     optimizeMotion(list);
     countList(*list);
     return list;
@@ -256,17 +268,26 @@ static void initialize(RtNode* node, void* params)
         destroyAggrList(list);
 }
 
+// By the child's own method, which may derive more from its parameters than a box; then what that
+// method leaves to do.
+static void updateChild(RtNode* node)
+{
+    updateIfNeeded(node);
+    RvGObjectUpdate(node);
+}
+
 static void update(RtNode* node, void*)
 {
     RtGObject* const object = objectOf(node);
     if (!object)
         return;
     RtAggrList* const list = listOf(object);
-    bool is_changed = dropLostChildren(list);
-    for (uint32_t i = 0; i < list->count; ++i) {
-        is_changed |= list->children[i]->rebuild != RV_REBUILD_NONE;
-        RvGObjectUpdate(list->children[i]->node);
-    }
+    const bool had_lost_children = dropLostChildren(list);
+    for (uint32_t i = 0; i < list->count; ++i)
+        updateChild(list->children[i]->node);
+    const uint64_t revisions = sumOfRevisions(*list);
+    const bool is_changed = had_lost_children || revisions != list->revisions;
+    list->revisions = revisions;
     if (is_changed && object->rebuild == RV_REBUILD_NONE)
         object->rebuild = RV_REBUILD_TRANSFORM;
     if (object->rebuild != RV_REBUILD_NONE)

@@ -9,8 +9,9 @@
 struct RtAggrList {
     uint32_t count;
     RtGObject** children;
-    uint32_t nkeys; // motion keys at which children are bounded; 1: over their whole motion
-    uint32_t depth; // lists inside each other, this one included
+    uint32_t nkeys;     // motion keys at which children are bounded; 1: over their whole motion
+    uint32_t depth;     // lists inside each other, this one included
+    uint64_t revisions; // sum of those of the children when the list was last up to date
 
     // Puts the children into an order of the structure's: child i becomes the one at order[i].
     void permutePrimitives(const uint32_t* order);

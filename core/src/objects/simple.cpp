@@ -147,7 +147,7 @@ static bool readSimpleUserData(const RtUserDataHit*, const RtUserParamEntry* par
         param->category == RV_USERDEF_UNIFORM ? param->value.ARRAY : nullptr;
     if (!array || totalElements(array) == 0 || !typeAccepts(array->type, type))
         return false;
-    memcpy(out, array->data, typeSize(type));
+    copyElement(out, array->data, type);
     return true;
 }
 

@@ -143,18 +143,36 @@ RtBBox boxUnion(const RtBBox& a, const RtBBox& b)
     return isEmpty(a) ? b : isEmpty(b) ? a : RvBBoxUnion(a, b);
 }
 
+struct Interval {
+    float low, high;
+};
+
+// What the eight transformed corners span along an axis: the least and the greatest of each term
+// of their coordinates. An axis that takes no part adds nothing even where the box is infinite.
+static Interval transformedInterval(const RtBBox& box, const RtMatrix& matrix, int axis)
+{
+    const float low[3] = { box.min.x, box.min.y, box.min.z };
+    const float high[3] = { box.max.x, box.max.y, box.max.z };
+    Interval sum = { 0, 0 };
+    for (int i = 0; i < 3; ++i) {
+        const float factor = matrix.m[i][axis];
+        if (factor == 0)
+            continue;
+        sum.low += fminf(factor * low[i], factor * high[i]);
+        sum.high += fmaxf(factor * low[i], factor * high[i]);
+    }
+    return { sum.low + matrix.m[3][axis], sum.high + matrix.m[3][axis] };
+}
+
 RtBBox transformedBox(const RtBBox& box, const RtMatrix* matrix)
 {
     if (!matrix || isEmpty(box))
         return box;
-    RtBBox result = empty_bbox;
-    for (int corner = 0; corner < 8; ++corner) {
-        RtPoint p = { corner & 1 ? box.max.x : box.min.x, corner & 2 ? box.max.y : box.min.y,
-                      corner & 4 ? box.max.z : box.min.z };
-        RvM4PointByMatrixMult(&p, matrix, &p);
-        result = RvBBoxUnion(result, { p, p });
-    }
-    return result;
+    const Interval x = transformedInterval(box, *matrix, 0);
+    const Interval y = transformedInterval(box, *matrix, 1);
+    const Interval z = transformedInterval(box, *matrix, 2);
+    const RtBBox result = { { x.low, y.low, z.low }, { x.high, y.high, z.high } };
+    return isEmpty(result) ? empty_bbox : result; // not a number holds nothing
 }
 
 void updateWorldBounds(RtGObject* object)
