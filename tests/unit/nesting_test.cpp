@@ -126,3 +126,38 @@ TEST_F(Nesting, a_ring_of_lists_ends)
     EXPECT_EQ(RvRender(RV_RENDER_MODE_SETUP), RV_SUCCESS);
     EXPECT_GT(probe(a), 0);
 }
+
+// Two spheres that move from x = 0 to 10 during the shutter.
+TEST_F(Nesting, moving_children_are_found_whatever_time_samples_their_list_has)
+{
+    for (float last : { 1.0f, 0.5f }) {
+        RtNode* children[2];
+        for (int i = 0; i < 2; ++i) {
+            RtMatrix first, second;
+            RvM4Identity(&first);
+            const RtVector way = { 10, 0, 0 };
+            RvM4Translation(&second, &way);
+            RtArray* const keys = RvArrayAllocate(1, 2, RV_TYPE_MATRIX);
+            RvArraySetMtx(keys, 0, &first);
+            RvArraySetMtx(keys, 1, &second);
+            children[i] = sphereAt(float(-3 * i));
+            RvNodeSetArray(children[i], "matrix", keys);
+        }
+        RtNode* const list = RvNode("list_aggregate");
+        fill(list, children[0], children[1]);
+        RvNodeSetArray(list, "deform_time_samples",
+                       RvArray(2, 1, RV_TYPE_FLOAT, 0.0, double(last)));
+        ASSERT_EQ(RvRender(RV_RENDER_MODE_SETUP), RV_SUCCESS);
+        rv::the_frame->scene->root = list;
+        for (float time : { 0.0f, 0.25f, 0.75f, 0.9f }) {
+            RtShaderGlobals from = {}, hit = {};
+            from.time = time;
+            const RtPoint origin = { 10 * time, 0, 5 };
+            const RtVector dir = { 0, 0, -1 };
+            RtRay ray;
+            RvMakeRay(&ray, RV_RAY_CAMERA, &origin, &dir, 1e30, &from);
+            ASSERT_TRUE(RvTraceProbe(&ray, &hit)) << last << " " << time;
+            EXPECT_NEAR(hit.ray_length, 4.5, 1e-4) << last << " " << time;
+        }
+    }
+}

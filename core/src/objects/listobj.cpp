@@ -306,9 +306,18 @@ static void finish(RtNode* node)
 
 static void boundList(RtGObject* object, RtBBox* bbox, int) { *bbox = listBounds(*listOf(object)); }
 
+static bool spansShutter(const RtArray* samples)
+{
+    return samples && samples->type == RV_TYPE_FLOAT && samples->nelements == 2 && samples->data &&
+           elementsOf<float>(samples)[0] == 0 && elementsOf<float>(samples)[1] == 1;
+}
+
 static RtAccel* prepareIntersection(RtGObject* object, int thread)
 {
     dropLostChildren(listOf(object));
+    // The keys of a list are those of its children, which move over the whole shutter.
+    if (!spansShutter(shapeParams(object->node).deform_time_samples))
+        listOf(object)->nkeys = 1;
     return createListAccel(listOf(object), shapeParams(object->node).unbounded, thread);
 }
 
