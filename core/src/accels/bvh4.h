@@ -309,33 +309,31 @@ template <class Family> struct Bvh4 : RtAccel {
 // One hierarchy for each interval between two deformation keys.
 template <class Family> struct MotionBvh4 : RtAccel {
     MotionBvh4(const Family& primitives, float traversal_cost)
-        : family(primitives), intervals(new (std::nothrow) Interval[primitives.keys() - 1])
+        : family(primitives), key_count(primitives.keys()),
+          intervals(new (std::nothrow) Interval[key_count - 1])
     {
         if (!intervals)
             throw std::bad_alloc();
         const BuildOptions options = buildOptions(traversal_cost, 1);
-        for (uint32_t key = 0; key + 1 < family.keys(); ++key) {
+        for (uint32_t key = 0; key + 1 < key_count; ++key) {
             BuildVector<uint32_t> order;
             HierarchyBuilder<RtBVH4MotionNode, Family> builder(family, key, options);
             builder.build(intervals[key].nodes, order);
             intervals[key].leaves.build(family, std::move(order), options.threads);
         }
     }
-    const char* name() const override
-    {
-        return family.keys() == 2 ? "bvh4_motion" : "bvh4_motion3p";
-    }
+    const char* name() const override { return key_count == 2 ? "bvh4_motion" : "bvh4_motion3p"; }
     size_t memory() const override
     {
         size_t bytes = 0;
-        for (uint32_t key = 0; key + 1 < family.keys(); ++key)
+        for (uint32_t key = 0; key + 1 < key_count; ++key)
             bytes += intervals[key].nodes.bytes() + intervals[key].leaves.bytes();
         return bytes;
     }
     void intersect(RtGObject* object, const RtTraversal& traversal, const RtObjectRay& ray,
                    RtHitList& hits) const override
     {
-        const KeyPair keys = deformationKeys(object, family.keys(), ray.time);
+        const KeyPair keys = deformationKeys(object, key_count, ray.time);
         const Interval& interval = intervals[keys.key];
         const Query query = { object, traversal, ray, hits };
         traverse<false>(
@@ -349,6 +347,7 @@ template <class Family> struct MotionBvh4 : RtAccel {
         IndexLeaves<Family> leaves;
     };
     Family family;
+    const uint32_t key_count; // what the family refers to may be gone before the structure
     std::unique_ptr<Interval[]> intervals;
 };
 
