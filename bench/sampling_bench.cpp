@@ -58,9 +58,7 @@ static void measurePixels(bench::Report& figures, int runs, int side)
 // One loop with its iterator at the first hit (depth 0) or behind it.
 static double measureLoop(int runs, const RtSampler* sampler, uint8_t depth)
 {
-    RtSampleContext context = {};
     RtShadingState state = {};
-    state.sample = &context;
     RtShaderGlobals sg = {};
     sg.state = &state;
     sg.ray_depth = depth;

@@ -248,16 +248,18 @@ void secondaryRays(const Embree& embree, const RaySet& camera, RaySet* bounce, R
 
 // ---- Measuring ----
 
-// Millions of rays a second: each thread takes its share.
+// Millions of rays a second: the threads take the next rays whenever they are done with theirs, as
+// those of a render do, because rays from one part of the picture may cost more than from another.
 template <class Test> double megaRays(const RaySet& set, int threads, const Test& test)
 {
-    std::atomic<size_t> hits = 0;
+    constexpr size_t step = 4096;
+    std::atomic<size_t> hits = 0, next = 0;
     const auto work = [&](int thread) {
-        const size_t n = set.rays.size(), begin = n * size_t(thread) / size_t(threads),
-                     end = n * size_t(thread + 1) / size_t(threads);
+        const size_t n = set.rays.size();
         size_t own = 0;
-        for (size_t i = begin; i < end; ++i)
-            own += test(set.rays[i], thread);
+        for (size_t begin = next.fetch_add(step); begin < n; begin = next.fetch_add(step))
+            for (size_t i = begin; i < std::min(begin + step, n); ++i)
+                own += test(set.rays[i], thread);
         hits += own;
     };
     const double time = bench::seconds([&] {

@@ -34,6 +34,32 @@ struct RtRayStats {
     uint32_t max_depth; // largest level of a traced ray
 };
 
+// What shaders are called for.
+enum RtShaderCallRow {
+    RV_CALL_PRIMARY,
+    RV_CALL_BEFORE,
+    RV_CALL_SHADOW,
+    RV_CALL_QUICKGI,
+    RV_CALL_BACKGROUND,
+    RV_CALL_ATMOSPHERE,
+    RV_CALL_LIGHT_FILTER,
+    RV_CALL_ROWS
+};
+
+// Calculations of light that shaders ask for.
+enum RtLightingRow {
+    RV_LIGHTING_LOOPS,
+    RV_LIGHTING_CACHED,
+    RV_LIGHTING_DIFFUSE,
+    RV_LIGHTING_GLOSSY,
+    RV_LIGHTING_ROWS
+};
+
+struct RtLightingCount {
+    uint64_t primary;
+    uint64_t secondary; // within the loop of another sampler
+};
+
 // Kinds of geometry that the report tells apart.
 enum RtGeometryRow {
     RV_GEOMETRY_LISTS,
@@ -106,13 +132,22 @@ enum RtAccelRow {
 // What describes one render; cleared when a render starts.
 struct RtRenderCounters {
     RtRayStats rays;
+    uint64_t shader_calls[RV_PASS_COUNT][RV_CALL_ROWS];
+    RtLightingCount lighting[RV_LIGHTING_ROWS];
+    uint64_t pixels;  // rendered, borders of buckets included
+    uint64_t samples; // of the camera
     uint64_t sampler_iterators_nested;
     uint64_t sampler_iterators_outermost;
     int64_t setup_ms;       // node passes, thread slots and the root object list
     int64_t accel_ms;       // building acceleration structures
+    int64_t bucket_ms;      // wall clock of the bucket phase
     int64_t render_ms;      // wall clock of the render
     int64_t render_user_ms; // processor time of the same
     int threads;
+    int64_t peak_bytes;   // resident memory of the process, at most
+    int64_t pool_bytes;   // of the thread's shading pools, at most
+    int64_t sample_bytes; // sample stores
+    int64_t output_bytes; // pixels on their way to the drivers
 };
 
 // The rest describes the scene and accumulates over the renders of a universe.

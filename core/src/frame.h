@@ -15,6 +15,8 @@ struct RtThreadSlot;
 struct RtStats;
 struct RtStringPool;
 struct RtSimpleHash;
+struct RtSampleSink;
+struct RtSampleOutputs;
 
 namespace rv {
 
@@ -47,6 +49,9 @@ struct RtHooks {
     int (*shadeSurface)(RtShaderGlobals* sg);
     int (*shadeBackground)(RtShaderGlobals* sg);
     void (*applyAtmosphere)(const RtRay* ray, RtScrSample* sample);
+
+    // trace -> aovs: what a camera sample shows at a depth.
+    void (*recordSample)(RtSampleSink* sink, int depth, const RtSampleOutputs& outputs);
 };
 
 struct RtFrame {

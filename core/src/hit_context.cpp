@@ -19,19 +19,10 @@ static RtVector normalized(const RtVector& v)
     return length > 0 ? RtVector{ float(x / length), float(y / length), float(z / length) } : v;
 }
 
-static void fillState(RtShadingState* state, const RtRay& ray)
-{
-    *state = {};
-    if (const RtShadingState* const parent = ray.sg ? ray.sg->state : nullptr) {
-        state->sample = parent->sample;
-        state->pass = parent->pass;
-    }
-}
-
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray)
 {
     if (sg->state)
-        fillState(sg->state, ray);
+        resetState(sg->state, ray.sg);
     sg->pixel_x = ray.x;
     sg->pixel_y = ray.y;
     sg->screen_x = ray.sx;

@@ -5,6 +5,7 @@
 #include "cameras/camera.h"
 #include "counters.h"
 #include "declare.h"
+#include "hemi_tables.h"
 #include "lights/lights.h"
 #include "list.h"
 #include "metadata.h"
@@ -55,6 +56,7 @@ static const RtHooks hooks = {
     .shadeSurface = runNothing,
     .shadeBackground = runNothing,
     .applyAtmosphere = do_nothing,
+    .recordSample = do_nothing,
 };
 
 // ---- The frame ----
@@ -168,6 +170,7 @@ static bool fillUniverse(RtFrame* frame)
         return false;
     loadLibraryMetadata();
     scene_file_line = -1; // no scene file is being read
+    RvInitializeHemiTables();
     if (!sceneCreate(frame))
         return false;
     frame->session = sessionCreate(frame->scene);

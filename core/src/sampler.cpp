@@ -67,12 +67,6 @@ void RvSamplerDestroy(RtSampler* sampler)
 
 // ---- Iterators ----
 
-// What the contexts of the camera sample share, or null.
-static RtSampleContext* sampleContext(const RtShaderGlobals* sg)
-{
-    return sg->state ? sg->state->sample : nullptr;
-}
-
 // The shading pool of the context's thread, or null before there are threads.
 static RtMemPool* shadingPool(const RtShaderGlobals* sg)
 {
@@ -105,8 +99,7 @@ RtPoint2 RvSamplerRotation(const RtShaderGlobals* sg)
     const uint32_t depth = sg->ray_depth + sg->transparency_index;
     if (depth == 0)
         return firstHitRotation(sg);
-    const RtSampleContext* const context = sampleContext(sg);
-    const uint32_t j = context ? uint32_t(context->loop_index) : 0;
+    const uint32_t j = sg->state ? uint32_t(sg->state->loop_index) : 0;
     const rv::PixelHash hash(rv::samplingSeed(), sg->pixel_x, sg->pixel_y);
     return { rv::toUnitFloat(rv::hashToUnit(hash(j, depth, 0))),
              rv::toUnitFloat(rv::hashToUnit(hash(j, depth + 1, 1))) };
@@ -128,8 +121,7 @@ RtSamplerIterator* RvSamplerIterator(const RtSampler* sampler, const RtShaderGlo
     void* const memory = pool ? RvMemPoolAlloc(sizeof(RtSamplerIterator), pool) : nullptr;
     if (!memory)
         return nullptr;
-    const RtSampleContext* const context = sampleContext(sg);
-    const bool outermost = !context || context->loop_samples < 1;
+    const bool outermost = !rv::isNested(sg);
     const RtPoint2 rotation = RvSamplerRotation(sg);
     auto* const it = static_cast<RtSamplerIterator*>(memory);
     *it = { .sampler = sampler,
@@ -150,19 +142,19 @@ RtSamplerIterator* RvSamplerIterator(const RtSampler* sampler, const RtShaderGlo
 // Tells the contexts below that they are within the loop, and at which point of its table.
 static void enterLoop(const RtSamplerIterator* it)
 {
-    RtSampleContext* const context = sampleContext(it->sg);
-    if (!it->outermost || !context)
+    RtShadingState* const state = it->sg->state;
+    if (!it->outermost || !state)
         return;
     if (it->i == 0)
-        context->loop_samples = it->n;
-    context->loop_index = it->index;
+        state->loop_samples = it->n;
+    state->loop_index = it->index;
 }
 
 static void leaveLoop(const RtSamplerIterator* it)
 {
-    RtSampleContext* const context = sampleContext(it->sg);
-    if (it->outermost && context)
-        *context = {};
+    RtShadingState* const state = it->sg->state;
+    if (it->outermost && state)
+        state->loop_samples = state->loop_index = 0;
 }
 
 // The sum is formed in single precision, its fraction in double, where it cannot reach 1.

@@ -135,6 +135,7 @@ private:
         .shadeSurface = [](RtShaderGlobals*) { return RV_TYPE_NONE; },
         .shadeBackground = [](RtShaderGlobals*) { return RV_TYPE_NONE; },
         .applyAtmosphere = rv::do_nothing,
+        .recordSample = rv::do_nothing,
     };
     RtStats stats{};
 };

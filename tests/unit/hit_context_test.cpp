@@ -164,9 +164,9 @@ TEST_F(HitContexts, the_state_continues_that_of_the_spawning_context)
 {
     disc("wall", 0);
     prepare();
-    RtSampleContext sample = {};
     RtShadingState state = {};
-    state.sample = &sample;
+    state.loop_samples = 9;
+    state.loop_index = 4;
     state.pass = RV_PASS_HAIR;
     state.vertex_index = 7;
     RtShaderGlobals parent = cameraContext();
@@ -176,10 +176,11 @@ TEST_F(HitContexts, the_state_continues_that_of_the_spawning_context)
     traced(down());
     ASSERT_EQ(shading().states.size(), 2u);
     EXPECT_EQ(shading().contexts[0].parent, &parent);
-    EXPECT_EQ(shading().states[0].sample, &sample);
+    EXPECT_EQ(shading().states[0].loop_samples, 9);
+    EXPECT_EQ(shading().states[0].loop_index, 4);
     EXPECT_EQ(shading().states[0].pass, RV_PASS_HAIR);
     EXPECT_EQ(shading().states[0].vertex_index, 0u);
-    EXPECT_EQ(shading().states[1].sample, nullptr);
+    EXPECT_EQ(shading().states[1].loop_samples, 0);
     EXPECT_EQ(shading().states[1].pass, RV_PASS_PIXELS);
 }
 

@@ -25,7 +25,6 @@ protected:
         for (int thread : { 0, 63 })
             slots[thread].shading_pool = RvMemPoolCreate(4096);
         rv::the_frame->thread_slots = slots;
-        state.sample = &context;
         sg.state = &state;
         sg.thread_index = 63;
         sg.pixel_x = 10;
@@ -65,7 +64,6 @@ protected:
     }
 
     RtThreadSlot slots[rv::worker_slot_count] = {};
-    RtSampleContext context = {};
     RtShadingState state = {};
     RtShaderGlobals sg = {};
     std::vector<RtSampler*> samplers;
@@ -288,7 +286,7 @@ TEST_F(Samplers, a_nested_loop_takes_exactly_one_sample_per_iteration)
         EXPECT_EQ(RvSamplerGetSampleCount(nested), 1);
         EXPECT_EQ(RvSamplerGetSampleInvCount(nested), 1);
         EXPECT_EQ(drain(nested).size(), 1u);
-        EXPECT_EQ(context.loop_samples, 4) << "the outer loop goes on";
+        EXPECT_EQ(state.loop_samples, 4) << "the outer loop goes on";
         ++rounds;
     }
     EXPECT_EQ(rounds, 4);
@@ -300,16 +298,16 @@ TEST_F(Samplers, an_outermost_loop_shows_its_count_and_place_until_it_ends)
     options().AA_samples = 2;
     sg.sample_index = 3;
     RtSamplerIterator* const it = RvSamplerIterator(make(2), &sg);
-    EXPECT_EQ(context.loop_samples, 0) << "before the first sample";
+    EXPECT_EQ(state.loop_samples, 0) << "before the first sample";
     double sample[2];
     for (int i = 0; i < 4; ++i) {
         EXPECT_TRUE(RvSamplerGetSample(it, sample));
-        EXPECT_EQ(context.loop_samples, 4);
-        EXPECT_EQ(context.loop_index, 12 + i);
+        EXPECT_EQ(state.loop_samples, 4);
+        EXPECT_EQ(state.loop_index, 12 + i);
     }
     EXPECT_FALSE(RvSamplerGetSample(it, sample));
-    EXPECT_EQ(context.loop_samples, 0);
-    EXPECT_EQ(context.loop_index, 0);
+    EXPECT_EQ(state.loop_samples, 0);
+    EXPECT_EQ(state.loop_index, 0);
     EXPECT_FALSE(RvSamplerGetSample(it, sample)) << "again";
 }
 
@@ -319,7 +317,8 @@ TEST_F(Samplers, nested_loops_of_different_places_are_rotated_differently)
     sg.ray_depth = 1;
     std::vector<Sample> seen;
     for (int index : { 0, 1, 2 }) {
-        context = { .loop_samples = 4, .loop_index = index };
+        state.loop_samples = 4;
+        state.loop_index = index;
         for (const Sample& s : samplesOf(sampler))
             seen.push_back(s);
     }
@@ -328,11 +327,9 @@ TEST_F(Samplers, nested_loops_of_different_places_are_rotated_differently)
     EXPECT_NE(seen[1], seen[2]);
 }
 
-TEST_F(Samplers, contexts_outside_of_camera_samples_run_whole_loops)
+TEST_F(Samplers, contexts_without_a_state_run_whole_loops)
 {
     const RtSampler* const sampler = make(2);
-    state.sample = nullptr;
-    EXPECT_EQ(samplesOf(sampler).size(), 4u);
     sg.state = nullptr;
     sg.ray_depth = 1;
     EXPECT_EQ(samplesOf(sampler).size(), 4u);
@@ -347,7 +344,7 @@ TEST_F(Samplers, rotations_behind_the_first_hit_are_the_golden_ones)
         applyOptions(in);
         sg.pixel_x = in.at("x");
         sg.pixel_y = in.at("y");
-        context.loop_index = in.at("enclosing_index");
+        state.loop_index = in.at("enclosing_index");
         const unsigned depth = in.at("depth_plus_transparency");
         for (unsigned transparency = 0; transparency <= depth; ++transparency) {
             sg.transparency_index = transparency;
@@ -397,13 +394,13 @@ TEST_F(Samplers, iterators_are_counted_as_nested_or_outermost_unless_the_context
     const uint64_t outermost = stats.sampler_iterators_outermost;
     RvSamplerIterator(sampler, &sg);
     RvSamplerIterator(sampler, &sg);
-    context.loop_samples = 1;
+    state.loop_samples = 1;
     RvSamplerIterator(sampler, &sg);
     EXPECT_EQ(stats.sampler_iterators_outermost, outermost + 2);
     EXPECT_EQ(stats.sampler_iterators_nested, nested + 1);
     state.uncounted = true;
     RvSamplerIterator(sampler, &sg);
-    context.loop_samples = 0;
+    state.loop_samples = 0;
     RvSamplerIterator(sampler, &sg);
     EXPECT_EQ(stats.sampler_iterators_outermost, outermost + 2);
     EXPECT_EQ(stats.sampler_iterators_nested, nested + 1);

@@ -170,8 +170,8 @@ TEST_F(Traces, the_background_is_shaded_in_a_context_of_its_ray)
     setShader("background");
     prepare();
     RtShadingState state = {};
-    RtSampleContext camera_sample = {};
-    state.sample = &camera_sample;
+    state.loop_samples = 9;
+    state.loop_index = 4;
     state.pass = RV_PASS_HAIR;
     state.vertex_index = 7;
     RtShaderGlobals parent = cameraContext();
@@ -192,7 +192,8 @@ TEST_F(Traces, the_background_is_shaded_in_a_context_of_its_ray)
     EXPECT_EQ(describe(sg.out_opacity), "1 1 1");
     const RtShadingState& own = shading().background_states.front();
     EXPECT_EQ(own.pass, RV_PASS_HAIR);
-    EXPECT_EQ(own.sample, &camera_sample);
+    EXPECT_EQ(own.loop_samples, 9);
+    EXPECT_EQ(own.loop_index, 4);
     EXPECT_EQ(own.vertex_index, 0u);
 }
 

@@ -1,11 +1,27 @@
-// The built-in filter node types.
+// The built-in filter node types, and what the filter helpers keep.
 #ifndef RV_FILTERS_INTERNAL_H
 #define RV_FILTERS_INTERNAL_H
 
 #include "declare.h"
 #include "rv_filters.h"
 
+// Local data of a filter node.
+struct RtFilterData {
+    void* user_data;
+    float width;                // pixels, the whole footprint
+    float radius;               // half of it
+    int32_t padding;            // pixels needed on each side of a bucket
+    const char** required_aovs; // further variables, "TYPE name" each, or null
+    bool requires_depth;        // wants the samples behind the first hit
+};
+
 namespace rv {
+
+// Null for anything but a filter that was initialised.
+RtFilterData* filterData(const RtNode* node);
+
+// Pixels needed around a bucket for a footprint of that radius.
+int filterPadding(float radius);
 
 extern const RtNodeMethods box_filter_methods, catrom_filter_methods, catrom2d_filter_methods,
     closest_filter_methods, farthest_filter_methods, cook_filter_methods, cone_filter_methods,

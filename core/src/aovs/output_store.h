@@ -1,0 +1,74 @@
+// The outputs of a camera render: the variables that the output statements ask for, the filter and
+// driver of each, and the delivery of finished buckets.
+#ifndef RV_OUTPUT_STORE_H
+#define RV_OUTPUT_STORE_H
+
+#include "system/memory.h"
+
+#include <stdint.h>
+#include <vector>
+
+struct RtNode;
+struct RtRenderSession;
+struct RtSampleStore;
+
+// A variable, one for each name.
+struct RtAOV {
+    const char* name;     // pooled
+    uint32_t hash;        // of the name
+    uint8_t type;         // RV_TYPE_*
+    bool deep;            // keeps its values at all depths
+    uint32_t offset;      // of its value in a sample record
+    uint32_t deep_offset; // the same in a deep sample record
+    uint32_t index;       // in the list
+};
+
+// One accepted statement.
+struct RtAOVOutput {
+    int aov;        // index of the variable; -1 for raw samples
+    int type;       // RV_TYPE_* of the variable; RV_TYPE_NONE for raw samples
+    int pixel_type; // RV_TYPE_* that the filter makes of it
+    RtNode* filter; // null for raw samples
+    RtNode* driver;
+};
+
+template <class T> using RtOutputVector = std::vector<T, rv::CheckedAllocator<T>>;
+
+struct RtOutputDriver {
+    RtNode* node;
+    RtOutputVector<int> outputs; // indices of its outputs, in order of the statements
+};
+
+// Made at the start of a camera render and fixed while workers run.
+struct RtAOVOutputStore {
+    uint32_t sample_bytes;      // of a sample record
+    uint32_t deep_sample_bytes; // of a deep one
+    int deep_count;             // deep variables
+    int padding;                // pixels that the filters need around a bucket
+    RtOutputVector<RtAOV> aovs; // in order of registration
+    RtOutputVector<RtAOVOutput> outputs;
+    RtOutputVector<RtOutputDriver> drivers;
+};
+
+namespace rv {
+
+// That of the running camera render, or null.
+inline const RtAOVOutputStore* output_store = nullptr;
+
+// Reads the option "outputs", lays out the samples and opens the drivers; false, after a message,
+// when nothing can be written. Repairs the option "bucket_size".
+bool prepareOutputs(RtRenderSession* session);
+// Closes the drivers, and forgets the store.
+void closeOutputs(RtRenderSession* session);
+
+// Tells every driver, under its lock, that a worker starts on a bucket.
+void announceBucket(int x, int y, int width, int height, int thread);
+// Filters the samples of a bucket and hands the pixels to the drivers, each under its lock.
+void deliverBucket(RtSampleStore* samples, int x, int y, int width, int height);
+
+// The variable of that name, or null.
+const RtAOV* findAOV(const char* name);
+
+} // namespace rv
+
+#endif
