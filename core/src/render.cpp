@@ -1,6 +1,7 @@
 // render: opening and closing the universe, the render call and stop requests (rv_render.h).
 #include "rv_render.h"
 
+#include "aovs/sample_store.h"
 #include "builtin.h"
 #include "cameras/camera.h"
 #include "counters.h"
@@ -54,7 +55,7 @@ static const RtHooks hooks = {
     .shadeSurface = shadeSurface,
     .shadeBackground = shadeBackground,
     .applyAtmosphere = do_nothing,
-    .recordSample = do_nothing,
+    .recordSample = recordSample,
 };
 
 // ---- The frame ----
