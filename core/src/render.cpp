@@ -19,6 +19,7 @@
 #include "rv_universe.h"
 #include "scene.h"
 #include "scene_passes.h"
+#include "shaderglobals.h"
 #include "strpool.h"
 #include "system/clock.h"
 #include "system/machine.h"
@@ -38,9 +39,6 @@ static void abortOnError()
         RvRenderAbort();
 }
 
-// Stands in for shading, which is not there yet: every surface is black and opaque.
-static int runNothing(RtShaderGlobals*) { return RV_TYPE_NONE; }
-
 static const RtHooks hooks = {
     .errorLogged = abortOnError,
     .cameraParameters = cameraParameters,
@@ -54,8 +52,8 @@ static const RtHooks hooks = {
     .flushTextures = do_nothing,
     .flushShape = flushShape,
     .flushLight = do_nothing,
-    .shadeSurface = runNothing,
-    .shadeBackground = runNothing,
+    .shadeSurface = shadeSurface,
+    .shadeBackground = shadeBackground,
     .applyAtmosphere = do_nothing,
     .recordSample = recordSample,
 };
@@ -377,6 +375,8 @@ static int renderScene(RtRenderSession* session)
         reportSceneSummary();
     RvMsgInfo("%s", "");
     startCounting(session);
+    startReportingSelection();
+    startReportingNesting();
     checkOptions(*session->scene, *render_options);
     session->initSamplers();
     if (isStopPending(session))

@@ -45,15 +45,11 @@ float evaluateField(RtNode* field, RtShaderGlobals* sg, const RtPoint& point)
 {
     if (!field)
         return 0;
-    const RtNodeEntry* const entry = field->entry;
-    const RtShaderMethods* const methods = static_cast<const RtShaderMethods*>(entry->kind_methods);
-    if (entry->type != RV_NODE_SHADER || entry->output_type != RV_TYPE_FLOAT || !methods ||
-        !methods->Evaluate)
+    if (field->entry->type != RV_NODE_SHADER || field->entry->output_type != RV_TYPE_FLOAT)
         return 0;
     sg->point = sg->object_point = point;
-    sg->shader = field;
     sg->out = {};
-    methods->Evaluate(field, sg);
+    RvShaderEvaluate(field, sg);
     return sg->out.FLT;
 }
 

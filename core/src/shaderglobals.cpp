@@ -1,0 +1,140 @@
+// shaderglobals: shading contexts of hosts and their memory, the shader of a hit, stochastic
+// opacity and transforms (rv_shaderglobals.h).
+#include "shaderglobals.h"
+
+#include "array.h"
+#include "objects/polymesh.h"
+#include "options.h"
+#include "rays.h"
+#include "rv_msg.h"
+#include "scene.h"
+#include "shading_state.h"
+#include "thread_slot.h"
+
+#include <atomic>
+
+static const char* const module_path = "core\\src\\shaderglobals";
+
+namespace rv {
+
+// ---- The shader of a hit ----
+
+// Problems that are reported once in a render.
+static std::atomic<bool> range_is_reported, indices_are_reported;
+
+void startReportingSelection()
+{
+    range_is_reported = false;
+    indices_are_reported = false;
+}
+
+static bool isFirst(std::atomic<bool>& is_reported)
+{
+    return !is_reported.load(std::memory_order_relaxed) &&
+           !is_reported.exchange(true, std::memory_order_relaxed);
+}
+
+// Place of "shader" among the parameters that all shapes have in common.
+static constexpr unsigned shader_param = 7;
+
+static bool setsShaders(const RtNode* shape)
+{
+    return shape->set_flags[shape->entry->own_param_count + shader_param];
+}
+
+static const RtNode* shaderCarrier(const RtShaderGlobals& sg)
+{
+    if (sg.instance && setsShaders(sg.instance))
+        return sg.instance;
+    return sg.shader_source ? sg.shader_source : sg.object;
+}
+
+// The shader index of the face that was hit; -1 of an object without indices.
+static int faceShader(const RtShaderGlobals& sg)
+{
+    const RtGObject* const object = objectOf(sg.object);
+    if (!object || object->kind != RV_KIND_POLYMESH)
+        return -1;
+    const RtPolyMesh& mesh = *meshOf(object);
+    if (!mesh.shidxs || sg.prim_index >= mesh.ntriangles)
+        return -1;
+    return mesh.shidxs[trianglePolygon(mesh, sg.prim_index)];
+}
+
+static RtNode* shaderOfFace(const RtShaderGlobals& sg, const RtArray* shaders)
+{
+    const int count = int(shaders->nelements), index = faceShader(sg);
+    if (index >= count) {
+        if (isFirst(range_is_reported))
+            RvMsgError("%s: shader index %d is out-of-range (object has %d shaders)",
+                       RvNodeGetName(sg.object), index, count);
+        return the_frame->scene->bad_shader;
+    }
+    if (index < 0 && isFirst(indices_are_reported))
+        RvMsgWarning("%s: no shader indices (object has %d shaders)", RvNodeGetName(sg.object),
+                     count);
+    return static_cast<RtNode*>(RvArrayGetPtr(shaders, unsigned(std::max(index, 0))));
+}
+
+} // namespace rv
+
+RtNode* RvShaderSelect(const RtShaderGlobals* sg)
+{
+    const RtScene& scene = *rv::the_frame->scene;
+    const RtArray* const shaders = rv::render_options->ignore_shaders
+                                       ? nullptr
+                                       : rv::shapeParams(rv::shaderCarrier(*sg)).shader;
+    if (!shaders || !shaders->nelements)
+        return scene.default_reflection_shader;
+    RtNode* const shader = shaders->nelements == 1 ? static_cast<RtNode*>(RvArrayGetPtr(shaders, 0))
+                                                   : rv::shaderOfFace(*sg, shaders);
+    if (!shader)
+        return scene.default_reflection_shader;
+    return shader->entry->type == RV_NODE_SHADER ? shader : scene.bad_shader;
+}
+
+namespace rv {
+
+// ---- Hooks ----
+
+int shadeSurface(RtShaderGlobals* sg)
+{
+    // It stays in the context, for whoever wants to know what shaded the hit.
+    sg->shader = RvShaderSelect(sg);
+    evaluateShader(sg->shader, sg, sg->ray_type & RV_RAY_SHADOW ? RV_CALL_SHADOW : RV_CALL_PRIMARY);
+    return sg->shader->entry->output_type;
+}
+
+int shadeBackground(RtShaderGlobals* sg)
+{
+    RtNode* const shader = render_options->background;
+    if (!shader || shader->entry->type != RV_NODE_SHADER)
+        return RV_TYPE_NONE;
+    if (sg->state && sg->parent && sg->parent->stage == RV_STAGE_DISPLACEMENT)
+        sg->state->uncounted = true;
+    evaluateShader(shader, sg, RV_CALL_BACKGROUND);
+    return shader->entry->output_type;
+}
+
+} // namespace rv
+
+// ---- Contexts of hosts ----
+
+RtShaderGlobals* RvShaderGlobals(void)
+{
+    auto* const sg = static_cast<RtShaderGlobals*>(
+        RvMalloc_func(sizeof(RtShaderGlobals), module_path, __LINE__, "RvShaderGlobals"));
+    if (!sg)
+        return nullptr;
+    sg->state = nullptr;
+    rv::resetContext(sg);
+    return sg;
+}
+
+void* RvShaderGlobalsQuickAlloc(const RtShaderGlobals* sg, unsigned size)
+{
+    if (!sg || !size || !rv::the_frame || !rv::the_frame->thread_slots ||
+        sg->thread_index >= rv::worker_slot_count)
+        return nullptr;
+    return RvMemPoolAlloc(size, rv::the_frame->thread_slots[sg->thread_index].shading_pool);
+}
