@@ -113,10 +113,12 @@ static bool groupByDriver(RtAOVOutputStore& store)
 {
     for (size_t i = 0; i < store.outputs.size(); ++i) {
         const RtAOVOutput& output = store.outputs[i];
-        const char* const name = output.aov < 0 ? "" : store.aovs[size_t(output.aov)].name;
         RtOutputDriver& driver = driverOf(store, output.driver);
         driver.outputs.push_back(int(i));
-        driver.layers.push_back({ .name = name, .type = output.pixel_type, .bucket = nullptr });
+        if (output.aov >= 0)
+            driver.layers.push_back({ .name = store.aovs[size_t(output.aov)].name,
+                                      .type = output.pixel_type,
+                                      .bucket = nullptr });
     }
     for (const RtOutputDriver& driver : store.drivers)
         if (driver.outputs.size() > 1 && !driverData(driver.node)->multiple_outputs) {

@@ -39,7 +39,7 @@ template <class T> using RtOutputVector = std::vector<T, rv::CheckedAllocator<T>
 struct RtOutputDriver {
     RtNode* node;
     RtOutputVector<int> outputs;           // indices of its outputs, in order of the statements
-    RtOutputVector<RtDriverOutput> layers; // the same as the driver sees them, without buckets
+    RtOutputVector<RtDriverOutput> layers; // filtered ones as the driver sees them, without buckets
 };
 
 // The variables that the renderer fills itself.
