@@ -54,7 +54,7 @@ static const RtHooks hooks = {
     .flushLight = do_nothing,
     .shadeSurface = shadeSurface,
     .shadeBackground = shadeBackground,
-    .applyAtmosphere = do_nothing,
+    .applyAtmosphere = applyAtmosphere,
     .recordSample = do_nothing,
 };
 
