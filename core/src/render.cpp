@@ -46,6 +46,7 @@ static const RtHooks hooks = {
     .shapeParameters = shapeParameters,
     .shapeChanged = shapeChanged,
     .shapeTeardown = shapeTeardown,
+    .lightTeardown = finishLight,
     .shapeVertexCount = shapeVertexCount,
     .rendering = RvRendering,
     .rootBounds = rootBounds,
