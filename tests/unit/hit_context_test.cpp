@@ -17,7 +17,7 @@ protected:
     // The context of the first hit of a ray.
     static RtShaderGlobals probed(const RtRay& ray)
     {
-        RtShaderGlobals sg;
+        RtShaderGlobals sg = {};
         EXPECT_TRUE(RvTraceProbe(&ray, &sg));
         return sg;
     }
@@ -434,7 +434,7 @@ TEST_F(HitContexts, differentials_of_camera_rays_reach_the_neighbouring_rays)
         RtNode* const node = node_tools::named(row.type, row.type);
         RtMatrix turn, squeeze, matrix;
         const RtVector scale = { 2, 1.5f, 1 };
-        RvM4RotationX(&turn, 25);
+        RvM4RotationX(&turn, 55);
         RvM4Scaling(&squeeze, &scale);
         RvM4Mult(&matrix, &turn, &squeeze);
         shape_fixture::setMatrices(node, { matrix });
@@ -443,7 +443,7 @@ TEST_F(HitContexts, differentials_of_camera_rays_reach_the_neighbouring_rays)
         ray.dDdx = { 1, 0, 0 };
         ray.dDdy = { 0, 1, 0 };
         const RtShaderGlobals sg = probed(ray);
-        ASSERT_STREQ(RvNodeGetName(sg.object), row.type);
+        ASSERT_EQ(sg.object, node) << row.type;
         const float h = 1e-3f;
         const auto beside = [&](float dx, float dy) {
             return probed(towards({ 0.1f, 0.2f, 10 }, { tilt.x + dx, tilt.y + dy, tilt.z }));
