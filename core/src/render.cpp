@@ -1,6 +1,7 @@
 // render: opening and closing the universe, the render call and stop requests (rv_render.h).
 #include "rv_render.h"
 
+#include "aovs/sample_store.h"
 #include "builtin.h"
 #include "cameras/camera.h"
 #include "counters.h"
@@ -45,6 +46,7 @@ static const RtHooks hooks = {
     .shapeParameters = shapeParameters,
     .shapeChanged = shapeChanged,
     .shapeTeardown = shapeTeardown,
+    .lightTeardown = finishLight,
     .shapeVertexCount = shapeVertexCount,
     .rendering = RvRendering,
     .rootBounds = rootBounds,
@@ -54,7 +56,7 @@ static const RtHooks hooks = {
     .shadeSurface = shadeSurface,
     .shadeBackground = shadeBackground,
     .applyAtmosphere = applyAtmosphere,
-    .recordSample = do_nothing,
+    .recordSample = recordSample,
 };
 
 // ---- The frame ----

@@ -2,6 +2,7 @@
 // puts its function in place of the neutral one.
 #include "render_steps.h"
 
+#include "aovs/output_store.h"
 #include "declare.h"
 
 namespace rv {
@@ -10,9 +11,9 @@ const RenderSteps present_steps = {
     .applyTextureOptions = do_nothing,
     .createBucketRenderer = do_nothing,
     .destroyBucketRenderer = do_nothing,
-    .prepareOutputs = do_nothing,
+    .prepareOutputs = prepareOutputs,
     .runBuckets = do_nothing,
-    .closeOutputs = do_nothing,
+    .closeOutputs = closeOutputs,
     .printStatistics = do_nothing,
 };
 

@@ -6,7 +6,8 @@
 #include "rv_shaderglobals.h"
 
 struct RtUserDataHit;
-struct RtLightSample; // lights/lights.h
+struct RtLightSample; // lights/light_loop.h
+struct RtLightPoint;  // lights/light_data.h
 
 // What multiple importance sampling needs to know of a light sample.
 struct RtLightMIS {
@@ -19,17 +20,21 @@ struct RtLightMIS {
 // The samples of all lights at a point, which every loop over them walks again.
 struct RtLightLoop {
     RtLightSample* samples; // in the thread's shading pool; null before the first preparation
+    int capacity;           // of samples
     int count;
-    int index;      // of the sample that comes next
-    RtLightMIS mis; // of the current sample
+    int index;           // of the sample that comes next
+    RtLightMIS mis;      // of the current sample
+    RtLightPoint* point; // what the current light knows of the point
     RtRGB shadow_matte;
+    bool busy; // samples are being taken, which light filters may not start anew
 
-    // What the samples were taken for; a context that still looks the same takes them again.
-    RtPoint point;
-    RtVector normal, facing_normal;
-    const char* traceset;
-    bool traceset_inclusive;
-    uint8_t front_hemisphere_only, skip_shadows;
+    // What the samples were taken for; a surface that still looks the same takes them again.
+    bool has_key;
+    RtPoint key_point;
+    RtVector key_normal, key_facing_normal;
+    uint32_t key_traceset; // hash of the name, 0 without one
+    bool key_traceset_inclusive;
+    uint8_t key_front_hemisphere_only, key_skip_shadows;
 };
 
 // The indirect diffuse light that was found last.

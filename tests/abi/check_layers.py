@@ -11,7 +11,7 @@ from pathlib import Path
 # The floors, lowest first. A module is a file without its extension or, ending in "/", a folder.
 FLOORS = [
     ("foundation", "frame hooks msg memory strpool shash hash list duration version counters"
-                   " text thread_slot tag_group simd work_queue hemi_tables sample_sink system/"),
+                   " text thread_slot tag_group simd color work_queue hemi_tables sample_sink system/"),
     ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene"
                    " image_geometry camera_data"),
@@ -19,8 +19,8 @@ FLOORS = [
                                 " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
     ("shading and lights", "shaderglobals shader_eval shader_geometry bump radiosity importance brdf brdf_mis"
                            " integrators noise texture sss shaders/ lights/ cameras/"),
-    ("output", "aovs/ filters/ drivers/"),
-    ("render control", "render render_session buckets bucket_order stats builtin scene_passes sample_tables region render_steps"),
+    ("output", "aovs/ filters/ drivers/ render_session"),
+    ("render control", "render buckets bucket_order stats builtin scene_passes sample_tables region render_steps"),
 ]
 FLOOR_OF = {module: floor for floor, (_, modules) in enumerate(FLOORS) for module in modules.split()}
 

@@ -25,22 +25,31 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamBOOL(params, RV_FIELD(DriverExr, preserve_layer_name), false);
 }
 
-static const RtCommonMethods common = {
-    .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+static ImageFileSettings settings(const RtNode* node)
+{
+    const auto& params = *static_cast<const DriverExr*>(node->params);
+    const ChannelFormat format =
+        params.half_precision ? ChannelFormat::float16 : ChannelFormat::float32;
+    return { .filename = params.filename,
+             .rules = { format, 1, 0, false },
+             .tiled = params.tiled,
+             .layer_names = params.preserve_layer_name,
+             .compression = RvEnumGetString(compression_names, params.compression) };
+}
+
+static constexpr ImageFileType type = {
+    .extension = "exr",
+    .library_format = "openexr",
+    .pixel_types = pixelTypes(RV_TYPE_INT, RV_TYPE_FLOAT, RV_TYPE_RGB, RV_TYPE_RGBA, RV_TYPE_VECTOR,
+                              RV_TYPE_POINT),
+    .multiple_outputs = true,
+    .stores_straight_alpha = false,
+    .any_tile_order = true,
+    .tile_multiple = 1,
+    .settings = settings,
 };
 
-static const RtDriverMethods driver = {
-    .DriverSupportsPixelType = do_nothing,
-    .DriverExtension = do_nothing,
-    .DriverOpen = do_nothing,
-    .DriverPrepareBucket = do_nothing,
-    .DriverWriteBucket = do_nothing,
-    .DriverClose = do_nothing,
-};
-
-const RtNodeMethods driver_exr_methods = { &common, &driver };
+const RtNodeMethods driver_exr_methods = { &image_file_common<type, parameters>,
+                                           &image_file_driver<type> };
 
 } // namespace rv

@@ -20,22 +20,26 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     integerFileParameters(params, offsetof(DriverPng, integers));
 }
 
-static const RtCommonMethods common = {
-    .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+static ImageFileSettings settings(const RtNode* node)
+{
+    const auto& params = *static_cast<const DriverPng*>(node->params);
+    const ChannelFormat format = params.format == 0 ? ChannelFormat::uint8 : ChannelFormat::uint16;
+    return integerFileSettings(params.filename, params.integers, format);
+}
+
+static constexpr ImageFileType type = {
+    .extension = "png",
+    .library_format = "png",
+    .pixel_types =
+        pixelTypes(RV_TYPE_INT, RV_TYPE_BOOLEAN, RV_TYPE_FLOAT, RV_TYPE_RGB, RV_TYPE_RGBA),
+    .multiple_outputs = false,
+    .stores_straight_alpha = true,
+    .any_tile_order = false,
+    .tile_multiple = 1,
+    .settings = settings,
 };
 
-static const RtDriverMethods driver = {
-    .DriverSupportsPixelType = do_nothing,
-    .DriverExtension = do_nothing,
-    .DriverOpen = do_nothing,
-    .DriverPrepareBucket = do_nothing,
-    .DriverWriteBucket = do_nothing,
-    .DriverClose = do_nothing,
-};
-
-const RtNodeMethods driver_png_methods = { &common, &driver };
+const RtNodeMethods driver_png_methods = { &image_file_common<type, parameters>,
+                                           &image_file_driver<type> };
 
 } // namespace rv

@@ -28,22 +28,41 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamBOOL(params, RV_FIELD(DriverTiff, unpremult_alpha), false);
 }
 
-static const RtCommonMethods common = {
-    .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+// By index of format_names.
+static ChannelFormat channelFormat(int format)
+{
+    switch (format) {
+    case 0: return ChannelFormat::uint8;
+    case 1: return ChannelFormat::uint16;
+    case 2: return ChannelFormat::uint32;
+    default: return ChannelFormat::float32;
+    }
+}
+
+static ImageFileSettings settings(const RtNode* node)
+{
+    const auto& params = *static_cast<const DriverTiff*>(node->params);
+    ImageFileSettings s =
+        integerFileSettings(params.filename, params.integers, channelFormat(params.format));
+    s.rules.unpremult_alpha = params.unpremult_alpha;
+    s.tiled = params.tiled;
+    s.compression = RvEnumGetString(compression_names, params.compression);
+    return s;
+}
+
+static constexpr ImageFileType type = {
+    .extension = "tif",
+    .library_format = "tiff",
+    .pixel_types = pixelTypes(RV_TYPE_INT, RV_TYPE_BOOLEAN, RV_TYPE_FLOAT, RV_TYPE_RGB,
+                              RV_TYPE_RGBA, RV_TYPE_VECTOR, RV_TYPE_POINT),
+    .multiple_outputs = false,
+    .stores_straight_alpha = false,
+    .any_tile_order = false,
+    .tile_multiple = 16,
+    .settings = settings,
 };
 
-static const RtDriverMethods driver = {
-    .DriverSupportsPixelType = do_nothing,
-    .DriverExtension = do_nothing,
-    .DriverOpen = do_nothing,
-    .DriverPrepareBucket = do_nothing,
-    .DriverWriteBucket = do_nothing,
-    .DriverClose = do_nothing,
-};
-
-const RtNodeMethods driver_tiff_methods = { &common, &driver };
+const RtNodeMethods driver_tiff_methods = { &image_file_common<type, parameters>,
+                                            &image_file_driver<type> };
 
 } // namespace rv

@@ -23,6 +23,17 @@ RtFilterData* filterData(const RtNode* node);
 // Pixels needed around a bucket for a footprint of that radius.
 int filterPadding(float radius);
 
+// Numbers that a value of a filtered type consists of; 0 for types that are none.
+int numberCount(int type);
+// The numbers of the current sample's value, 0 without one.
+void readNumbers(const RtAOVSampleIterator& samples, int type, float numbers[4]);
+
+// What the Initialize and Finish methods of most filters do.
+void initializeFilter(RtNode* node, void* params);
+void finishFilter(RtNode* node);
+// The Update method of filters that look at nothing but their own pixel.
+void updateToOnePixel(RtNode* node, void* params);
+
 extern const RtNodeMethods box_filter_methods, catrom_filter_methods, catrom2d_filter_methods,
     closest_filter_methods, farthest_filter_methods, cook_filter_methods, cone_filter_methods,
     cubic_filter_methods, disk_filter_methods, mitnet_filter_methods, sinc_filter_methods,

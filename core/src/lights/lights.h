@@ -29,6 +29,27 @@ struct LightParams {
     bool mis;
 };
 
+// Their places in the order of declaration.
+enum LightParamIndex : unsigned {
+    light_matrix_param,
+    light_color_param,
+    light_intensity_param,
+    light_exposure_param,
+    light_cast_shadows_param,
+    light_shadow_density_param,
+    light_shadow_color_param,
+    light_samples_param,
+    light_normalize_param,
+    light_affect_diffuse_param,
+    light_affect_specular_param,
+    light_bounces_param,
+    light_bounce_factor_param,
+    light_filters_param,
+    light_time_samples_param,
+    light_sss_samples_param,
+    light_mis_param
+};
+
 // Declares them, with offsets into LightParams.
 void lightParameters(RtList* params, RtMetaDataStore* metadata);
 
@@ -41,6 +62,10 @@ struct LightVolumeParams {
 
 // Declares them, with offsets into LightVolumeParams added to `offset`.
 void lightVolumeParameters(RtList* params, RtMetaDataStore* metadata, int offset);
+
+// Finish of the built-in types, and a hook of the frame (RtHooks): frees the light data of a node
+// if it is still there.
+void finishLight(RtNode* light);
 
 extern const RtNodeMethods point_light_methods, distant_light_methods, quad_light_methods,
     spot_light_methods, ambient_light_methods, skydome_light_methods;

@@ -1,0 +1,222 @@
+// image_writer: image files by way of OpenImageIO, safe against every failure on the way.
+#include "drivers/image_writer.h"
+
+#include "rv_plugins.h"
+
+#include <errno.h>
+#include <filesystem>
+#include <stdio.h>
+#include <string.h>
+
+#include <OpenImageIO/filesystem.h>
+#include <OpenImageIO/imageio.h>
+
+namespace rv {
+
+namespace fs = std::filesystem;
+
+// Remembers the first write that the system refused: not every format of the library notices.
+class CheckedFile : public OIIO::Filesystem::IOFile {
+public:
+    explicit CheckedFile(FILE* f) : IOFile(f, Write) {}
+    size_t write(const void* bytes, size_t size) override
+    {
+        const size_t written = IOFile::write(bytes, size);
+        if (written != size && !failure)
+            failure = errno ? errno : EIO;
+        return written;
+    }
+
+    int failure = 0;
+};
+
+struct ImageWriter {
+    fs::path path;      // where the file will be
+    fs::path part_path; // where it grows
+    FILE* file;
+    CheckedFile stream;
+    std::unique_ptr<OIIO::ImageOutput> output;
+    OIIO::TypeDesc pixels; // as they come
+    bool tiled;
+    bool finished = false;
+    std::string error; // of the system; empty when the library knows it
+
+    ImageWriter(const fs::path& place, const fs::path& part, FILE* f)
+        : path(place), part_path(part), file(f), stream(f)
+    {
+    }
+};
+
+// ---- Paths ----
+
+// Where a file really lies, independent of the current folder. A link keeps pointing at it.
+static fs::path placeOf(const std::string& name)
+{
+    std::error_code error;
+    const fs::path place = fs::absolute(name, error);
+    if (error || !fs::is_symlink(place, error))
+        return place;
+    const fs::path target = fs::weakly_canonical(place, error);
+    return error ? place : target;
+}
+
+// An older file may be replaced when it is one, and when it could be written to.
+static bool isReplaceable(const fs::path& place)
+{
+    std::error_code error;
+    const fs::file_status status = fs::status(place, error);
+    if (!fs::exists(status))
+        return status.type() == fs::file_type::not_found;
+    FILE* const file = fs::is_regular_file(status) ? fopen(place.c_str(), "r+b") : nullptr;
+    if (file)
+        fclose(file);
+    return file;
+}
+
+// A new file in the same folder, under a name that no one uses. Null when there can be none.
+static FILE* createPart(const fs::path& place, fs::path* part)
+{
+    static std::atomic<unsigned> counter;
+    constexpr int attempts = 1000;
+    for (int i = 0; i < attempts; ++i) {
+        char name[64];
+        snprintf(name, sizeof name, ".part-%08x", counter++);
+        *part = place.parent_path() / (name + place.extension().string());
+        if (FILE* const file = fopen(part->c_str(), "w+bx"))
+            return file;
+        if (errno != EEXIST)
+            return nullptr;
+    }
+    return nullptr;
+}
+
+// ---- Creation ----
+
+static OIIO::TypeDesc storedType(ChannelFormat format)
+{
+    switch (format) {
+    case ChannelFormat::uint8: return OIIO::TypeDesc::UINT8;
+    case ChannelFormat::uint16: return OIIO::TypeDesc::UINT16;
+    case ChannelFormat::uint32: return OIIO::TypeDesc::UINT32;
+    case ChannelFormat::float16: return OIIO::TypeDesc::HALF;
+    default: return OIIO::TypeDesc::FLOAT;
+    }
+}
+
+static void describeWindows(const ImageDescription& image, OIIO::ImageSpec* spec)
+{
+    const RtWindow &data = image.data_window, &full = image.display_window;
+    spec->x = data.min_x;
+    spec->y = data.min_y;
+    spec->full_x = full.min_x;
+    spec->full_y = full.min_y;
+    spec->full_width = full.max_x - full.min_x + 1;
+    spec->full_height = full.max_y - full.min_y + 1;
+    spec->tile_width = image.tile_width;
+    spec->tile_height = image.tile_height;
+}
+
+static void describeCamera(OIIO::ImageSpec* spec)
+{
+    RtMatrix world_to_camera, world_to_screen;
+    RvDriverGetMatrices(&world_to_camera, &world_to_screen);
+    spec->attribute("worldtocamera", OIIO::TypeMatrix, &world_to_camera);
+    spec->attribute("worldtoscreen", OIIO::TypeMatrix, &world_to_screen);
+}
+
+static OIIO::ImageSpec specification(const ImageDescription& image)
+{
+    const RtWindow& data = image.data_window;
+    OIIO::ImageSpec spec(data.max_x - data.min_x + 1, data.max_y - data.min_y + 1,
+                         static_cast<int>(image.layout->names.size()), storedType(image.format));
+    spec.channelnames = image.layout->names;
+    spec.alpha_channel = image.layout->alpha_channel;
+    describeWindows(image, &spec);
+    describeCamera(&spec);
+    spec.attribute("ruvell", std::string(RV_VERSION " ") + RvGetCompileOptions());
+    if (image.compression)
+        spec.attribute("compression", image.compression);
+    if (image.quality)
+        spec.attribute("CompressionQuality", image.quality);
+    if (image.straight_alpha)
+        spec.attribute("oiio:UnassociatedAlpha", 1);
+    if (image.any_tile_order)
+        spec.attribute("openexr:lineOrder", "randomY");
+    return spec;
+}
+
+// A file of the library's own that nothing was written to yet; null when the place takes none.
+static ImageWriterPtr createFile(const std::string& name)
+{
+    const fs::path place = placeOf(name);
+    if (!place.has_filename() || !isReplaceable(place))
+        return nullptr;
+    fs::path part;
+    FILE* const file = createPart(place, &part);
+    return ImageWriterPtr(file ? new ImageWriter(place, part, file) : nullptr);
+}
+
+ImageWriterPtr createImage(const ImageDescription& image, std::string* error)
+{
+    error->clear();
+    ImageWriterPtr writer = createFile(image.path);
+    if (!writer)
+        return nullptr;
+    writer->output = OIIO::ImageOutput::create(image.library_format);
+    if (!writer->output)
+        return nullptr;
+    writer->tiled = image.tile_width > 0;
+    const OIIO::ImageSpec spec = specification(image);
+    writer->pixels = image.format == ChannelFormat::float16 ? OIIO::TypeDesc::FLOAT : spec.format;
+    writer->output->set_ioproxy(&writer->stream);
+    if (writer->output->open(image.path, spec))
+        return writer;
+    *error = imageError(writer.get());
+    return nullptr;
+}
+
+// ---- Writing ----
+
+bool writePart(ImageWriter* writer, const RtWindow& part, const void* pixels)
+{
+    OIIO::ImageOutput& output = *writer->output;
+    const int end_x = part.max_x + 1, end_y = part.max_y + 1;
+    const bool written =
+        writer->tiled
+            ? output.write_tiles(part.min_x, end_x, part.min_y, end_y, 0, 1, writer->pixels, pixels)
+            : output.write_scanlines(part.min_y, end_y, 0, writer->pixels, pixels);
+    return written && !writer->stream.failure;
+}
+
+bool finishImage(ImageWriter* writer)
+{
+    if (!writer->output->close() || writer->stream.failure)
+        return false;
+    errno = 0;
+    const bool closed = fclose(std::exchange(writer->file, nullptr)) == 0;
+    writer->finished = closed && rename(writer->part_path.c_str(), writer->path.c_str()) == 0;
+    if (!writer->finished)
+        writer->error = strerror(errno);
+    return writer->finished;
+}
+
+std::string imageError(const ImageWriter* writer)
+{
+    if (!writer->error.empty())
+        return writer->error;
+    if (writer->stream.failure)
+        return strerror(writer->stream.failure);
+    return writer->output->geterror();
+}
+
+void ImageWriterDeleter::operator()(ImageWriter* writer) const
+{
+    writer->output.reset(); // may still write
+    if (writer->file)
+        fclose(writer->file);
+    if (!writer->finished)
+        remove(writer->part_path.c_str());
+    delete writer;
+}
+
+} // namespace rv
