@@ -36,6 +36,7 @@ struct RtHooks {
     void (*shapeParameters)(RtList*, RtMetaDataStore*);  // nodeentry -> objects
     void (*shapeChanged)(RtNode*, const RtParamEntry*);  // nodes -> objects: a parameter was set
     void (*shapeTeardown)(RtNode*);                      // nodes -> objects: free the RtGObject
+    void (*lightTeardown)(RtNode*);                      // nodes -> lights: free the RtLightData
     unsigned (*shapeVertexCount)(const RtNode*);         // userdefs -> objects: varying elements
     bool (*rendering)();                                 // nodes -> render: a render is running
     RtBBox (*rootBounds)(const RtNode* root);            // universe -> objects: world bounds

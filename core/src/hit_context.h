@@ -2,7 +2,7 @@
 #ifndef RV_HIT_CONTEXT_H
 #define RV_HIT_CONTEXT_H
 
-#include "accels/accel.h"
+#include "objects/polymesh.h"
 #include "rv_rays.h"
 #include "shading_state.h"
 
@@ -11,6 +11,35 @@ namespace rv {
 // Everything that a context takes over from the ray that reached it, and a fresh private state if
 // there is a place for one.
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray);
+
+// Whether a shape got its shaders explicitly.
+bool setsShaders(const RtNode* shape);
+
+// Vertices of a mesh at a shutter time, in object space.
+class MeshVertices {
+public:
+    MeshVertices(const RtGObject* object, float time);
+    // At one of its keys.
+    MeshVertices(const RtPolyMesh& mesh, uint32_t key);
+    RtPoint operator[](uint32_t vertex) const;
+    void ofTriangle(uint32_t triangle, RtPoint out[3]) const;
+
+private:
+    const RtPolyMesh& mesh;
+    KeyPair keys;
+};
+
+// The lights that may reach the point: the light group of the object, or of the instance it was
+// reached through, or else all lights of the scene.
+void assignLights(RtShaderGlobals* sg);
+
+// The combination of two vectors of a surface that comes nearest to a step along it; zero when they
+// span nothing.
+void decompose(const RtVector& a, const RtVector& b, const RtVector& step, float* da, float* db);
+
+// Moves the context of a mesh hit to a point of the same triangle, in object space, that bary_u and
+// bary_v were set to: normals, texture coordinates and user data follow.
+void moveHit(RtShaderGlobals* sg, RtGObject* mesh, const RtPoint& object_point);
 
 // A context for a hit of the ray, after transparency_index transparent ones. What shaders of the
 // point may read of the shape's user data lives in the pool of the thread.

@@ -210,6 +210,8 @@ void uninitializeNode(RtNode* node)
         node->entry->methods->Finish(node);
     if (is_shape)
         the_frame->hooks->shapeTeardown(node);
+    if (node->entry->type == RV_NODE_LIGHT)
+        the_frame->hooks->lightTeardown(node);
     node->initialized = false;
 }
 
@@ -282,8 +284,8 @@ void RvNodeSetLocalData(RtNode* node, void* data)
     if (!node)
         return;
     // The library takes what it finds there for its own record.
-    if (node->entry->type & (RV_NODE_CAMERA | RV_NODE_SHAPE))
-        RvMsgWarning("%s: the local data of cameras and shapes is the library's",
+    if (node->entry->type & (RV_NODE_CAMERA | RV_NODE_LIGHT | RV_NODE_SHAPE))
+        RvMsgWarning("%s: the local data of cameras, lights and shapes is the library's",
                      RvNodeGetName(node));
     else
         node->local_data = data;

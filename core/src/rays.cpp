@@ -4,6 +4,7 @@
 #include "maths.h"
 #include "objects/gobject.h"
 #include "options.h"
+#include "sampling.h"
 
 #include <bit>
 #include <math.h>
@@ -73,6 +74,35 @@ static void countBounce(RtRay* ray, int type)
     ray->refraction_depth = uint8_t(ray->refraction_depth + !!(type & RV_RAY_REFRACTED));
     ray->diffuse_depth = uint8_t(ray->diffuse_depth + !!(type & RV_RAY_DIFFUSE));
     ray->glossy_depth = uint8_t(ray->glossy_depth + !!(type & RV_RAY_GLOSSY));
+}
+
+// ---- Outputs and random numbers ----
+
+bool writesOutputs(const RtRay& ray)
+{
+    if (!ray.aov_sink || (ray.type & RV_RAY_CAMERA))
+        return ray.aov_sink;
+    return render_options && render_options->auto_transparency_mode != RV_TRANSPARENCY_ALWAYS &&
+           (ray.type & RV_RAY_REFRACTED) && ray.refraction_depth == ray.level;
+}
+
+static float wrapped(double x) { return toUnitFloat(x < 1 ? x : x - 1); }
+
+void randomNumbers(const RtRay& ray, float numbers[2])
+{
+    static constexpr uint32_t lookup3_key = 0xDEADBEEF; // the initial value of Jenkins' lookup3
+    const bool from_camera = ray.type & RV_RAY_CAMERA;
+    const HashWords words = from_camera ? HashWords{ uint32_t(ray.x), uint32_t(ray.y), 0 }
+                                        : HashWords{ std::bit_cast<uint32_t>(ray.dir.x),
+                                                     std::bit_cast<uint32_t>(ray.dir.y),
+                                                     std::bit_cast<uint32_t>(ray.dir.z) };
+    const float offsets[2] = { ray.offset_u, ray.offset_v };
+    for (uint32_t i = 0; i < 2; ++i) {
+        const uint32_t key = lookup3_key + i;
+        const double number = hashToUnit(mix({ words.a + key, words.b + key, words.c + key }).c);
+        // The samples of a pixel are as well spread as their places within it.
+        numbers[i] = wrapped(from_camera ? number + double(offsets[i]) : number);
+    }
 }
 
 // ---- Statistics ----
@@ -146,18 +176,4 @@ void RvMakeRay(RtRay* ray, int type, const RtPoint* origin, const RtVector* dir,
     const int ulps = rv::render_options ? rv::render_options->mindist_ulp_count : 1;
     ray->mindist = rv::guardedMindist(ray->origin, rv::baseMindist(type, sg), ulps);
     rv::countBounce(ray, type);
-}
-
-void RvShaderGlobalsSetTraceSet(RtShaderGlobals* sg, const char* set, bool inclusive)
-{
-    if (!sg)
-        return;
-    sg->traceset = set;
-    sg->traceset_inclusive = inclusive;
-}
-
-void RvShaderGlobalsUnsetTraceSet(RtShaderGlobals* sg)
-{
-    if (sg)
-        sg->traceset = nullptr;
 }

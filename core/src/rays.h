@@ -31,6 +31,13 @@ double guardedMindist(const RtPoint& origin, double mindist, int ulps);
 // Bit i: the ray counts in row i of the statistics.
 unsigned rayRows(unsigned type, bool from_volume);
 
+// True for the rays of a camera sample whose hits it shows: those of the camera and, where rays do
+// not pass through surfaces by themselves, chains of refractions from there.
+bool writesOutputs(const RtRay& ray);
+
+// Two numbers in [0, 1) that all hits of the ray share.
+void randomNumbers(const RtRay& ray, float numbers[2]);
+
 void countRay(const RtRay& ray);
 void countHits(const RtRay& ray, uint32_t hits);
 

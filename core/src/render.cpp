@@ -46,6 +46,7 @@ static const RtHooks hooks = {
     .shapeParameters = shapeParameters,
     .shapeChanged = shapeChanged,
     .shapeTeardown = shapeTeardown,
+    .lightTeardown = finishLight,
     .shapeVertexCount = shapeVertexCount,
     .rendering = RvRendering,
     .rootBounds = rootBounds,
@@ -54,7 +55,7 @@ static const RtHooks hooks = {
     .flushLight = do_nothing,
     .shadeSurface = shadeSurface,
     .shadeBackground = shadeBackground,
-    .applyAtmosphere = do_nothing,
+    .applyAtmosphere = applyAtmosphere,
     .recordSample = recordSample,
 };
 

@@ -14,13 +14,13 @@ namespace rv {
 
 // ---- Nesting ----
 
-// Shaders that are being evaluated, innermost first. A link that leads back into them would never
+// Shaders that are being evaluated, innermost first. Links that lead back into them would never
 // end, nor would mirrors whose depth wraps.
 struct Evaluation {
     const RtNode* node;
     const Evaluation* outer; // null below the first of a thread
     int depth;
-    bool is_linked; // evaluated as an input of the one outside of it, or before it
+    bool is_root; // evaluated at a point of its own, not as a part of the one outside of it
 };
 static thread_local const Evaluation* innermost = nullptr;
 
@@ -38,10 +38,10 @@ static void reportNesting(const RtNode* node)
                      RvNodeGetName(node));
 }
 
-// A shader is already being evaluated for its own result.
+// The result of the shader is already being worked out at this point.
 static bool isCircular(const RtNode* node)
 {
-    for (const Evaluation* e = innermost; e; e = e->is_linked ? e->outer : nullptr)
+    for (const Evaluation* e = innermost; e; e = e->is_root ? nullptr : e->outer)
         if (e->node == node)
             return true;
     return false;
@@ -89,23 +89,23 @@ static void checkResult(const RtNode* node, const RtShaderGlobals& sg)
         }
 }
 
-static void evaluate(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row, bool is_linked)
+static void evaluate(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row, bool is_root)
 {
     const auto method = methodOf(node);
     if (!method)
         return;
     const int depth = innermost ? innermost->depth + 1 : 0;
-    if (depth >= nesting_limit || (is_linked && isCircular(node))) {
+    if (depth >= nesting_limit || (!is_root && isCircular(node))) {
         reportNesting(node);
         return;
     }
-    const Evaluation evaluation = { node, innermost, depth, is_linked };
+    const Evaluation evaluation = { node, innermost, depth, is_root };
     innermost = &evaluation;
     RtNode* const outer_shader = sg->shader;
     if (RtNode* const before = node->before) {
         sg->shader = before;
         countCall(sg, RV_CALL_BEFORE);
-        evaluate(before, sg, row, true);
+        evaluate(before, sg, row, false);
     }
     countCall(sg, row);
     sg->shader = node;
@@ -124,13 +124,18 @@ static RtShaderCallRow rowOf(const RtShaderGlobals* sg)
 void evaluateShader(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row)
 {
     if (node && sg)
-        evaluate(node, sg, row, false);
+        evaluate(node, sg, row, row != RV_CALL_LIGHT_FILTER);
 }
 
-static void evaluateLinked(RtNode* node, RtShaderGlobals* sg)
+} // namespace rv
+
+void RvShaderEvaluate(RtNode* node, RtShaderGlobals* sg)
 {
-    evaluate(node, sg, rowOf(sg), true);
+    if (node && sg)
+        rv::evaluate(node, sg, rv::rowOf(sg), false);
 }
+
+namespace rv {
 
 // ---- Parameters ----
 
@@ -250,7 +255,7 @@ static RtParamValue withComponents(RtParamValue value, const RtLinkRecord& link,
     for (int c = 0; c < 4; ++c)
         if (RtNode* const source = linkedNode(link.slot[c])) {
             sg->out = {};
-            evaluateLinked(source, sg);
+            RvShaderEvaluate(source, sg);
             components[c] = asFloat(sg->out, source->entry->output_type);
         }
     return value;
@@ -283,7 +288,7 @@ static T evalParam(RtShaderGlobals* sg, const RtNode* node, int index, Stored st
     if (link->slot[0] & component_marker)
         return stored(withComponents(storedValue(node, param), *link, sg), param->type);
     RtNode* const source = linkedNode(link->slot[0]);
-    evaluateLinked(source, sg);
+    RvShaderEvaluate(source, sg);
     return convert(sg->out, source->entry->output_type);
 }
 
@@ -300,12 +305,6 @@ template <int type> static void* evalPointer(RtShaderGlobals* sg, const RtNode* 
 }
 
 } // namespace rv
-
-void RvShaderEvaluate(RtNode* node, RtShaderGlobals* sg)
-{
-    if (node && sg)
-        rv::evaluate(node, sg, rv::rowOf(sg), false);
-}
 
 /* suffix, type, member of the value, conversion of the result of a linked shader */
 #define RV_EVALUATED_TYPES(X)                                                                      \

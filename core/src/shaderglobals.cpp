@@ -3,9 +3,10 @@
 #include "shaderglobals.h"
 
 #include "array.h"
-#include "objects/polymesh.h"
+#include "hit_context.h"
 #include "options.h"
 #include "rays.h"
+#include "rv_messages.h"
 #include "rv_msg.h"
 #include "scene.h"
 #include "shading_state.h"
@@ -32,14 +33,6 @@ static bool isFirst(std::atomic<bool>& is_reported)
 {
     return !is_reported.load(std::memory_order_relaxed) &&
            !is_reported.exchange(true, std::memory_order_relaxed);
-}
-
-// Place of "shader" among the parameters that all shapes have in common.
-static constexpr unsigned shader_param = 7;
-
-static bool setsShaders(const RtNode* shape)
-{
-    return shape->set_flags[shape->entry->own_param_count + shader_param];
 }
 
 static const RtNode* shaderCarrier(const RtShaderGlobals& sg)
@@ -116,7 +109,110 @@ int shadeBackground(RtShaderGlobals* sg)
     return shader->entry->output_type;
 }
 
+// The light that a shadow ray is traced for lets volumes cast shadows.
+static bool hasVolumeShadows(const RtRay& ray)
+{
+    const RtNode* const light =
+        ray.light_sample ? *static_cast<RtNode* const*>(ray.light_sample) : nullptr;
+    if (!light)
+        return false;
+    const RtParamEntry* const param = findParameter(light->entry, "cast_volumetric_shadows").param;
+    bool is_off = false;
+    return param && param->type == RV_TYPE_BOOLEAN &&
+           load(paramStorage(light, param), RV_TYPE_BOOLEAN).BYTE &&
+           !(RvMessageGetBoolFunc(ray.sg, "volumetrics_off", &is_off) && is_off);
+}
+
+static void fillVolumeContext(RtShaderGlobals* sg, const RtRay& ray, const RtScrSample& sample)
+{
+    resetContext(sg);
+    fillFromRay(sg, ray);
+    sg->stage = RV_STAGE_VOLUME;
+    sg->ray_length = sample.z;
+    sg->point = sg->object_point = ray.origin;
+    assignLights(sg);
+    sg->out.RGB = sample.color;
+}
+
+void applyAtmosphere(const RtRay* ray, RtScrSample* sample)
+{
+    RtNode* const shader = render_options->atmosphere;
+    if (!shader || shader->entry->type != RV_NODE_SHADER ||
+        ((ray->type & RV_RAY_SHADOW) && !hasVolumeShadows(*ray)))
+        return;
+    RtShadingState state;
+    RtShaderGlobals sg;
+    sg.state = &state;
+    fillVolumeContext(&sg, *ray, *sample);
+    evaluateShader(shader, &sg, RV_CALL_ATMOSPHERE);
+    switch (shader->entry->output_type) {
+    case RV_TYPE_FLOAT: sample->color = { sg.out.FLT, sg.out.FLT, sg.out.FLT }; break;
+    case RV_TYPE_RGB:
+    case RV_TYPE_RGBA: sample->color = sg.out.RGB; break;
+    default: break;
+    }
+}
+
+// ---- Opacity ----
+
+static float meanOf(const RtRGB& color) { return (color.r + color.g + color.b) / 3; }
+
+// The random numbers are stretched to what the decision leaves of [0, 1), for the next one.
+static bool isPassedAtRandom(RtShaderGlobals* sg, float opacity)
+{
+    float &r1 = sg->state->random[0], &r2 = sg->state->random[1];
+    const float in_front = meanOf(sg->state->accumulated_opacity);
+    if (!(sg->ray_type & RV_RAY_DIFFUSE) && in_front <= r1) {
+        r1 = (r1 - in_front) / (1 - in_front);
+        return false;
+    }
+    r1 = r1 / in_front;
+    if (r2 < opacity) {
+        sg->out_opacity = RV_RGB_WHITE;
+        return false;
+    }
+    sg->out_opacity = RV_RGB_BLACK;
+    r2 = (r2 - opacity) / (1 - opacity);
+    return true;
+}
+
 } // namespace rv
+
+bool RvShaderGlobalsApplyOpacity(RtShaderGlobals* sg, RtRGB opacity)
+{
+    if (!sg)
+        return false;
+    sg->out_opacity = opacity;
+    const RtOptions* const options = rv::render_options;
+    if ((sg->ray_type & RV_RAY_SHADOW) || !sg->state || !options ||
+        !options->auto_transparency_probabilistic)
+        return false;
+    const float mean = rv::meanOf(opacity);
+    if (int64_t{ sg->transparency_index } >= options->auto_transparency_depth || !(mean < 1))
+        return false;
+    return rv::isPassedAtRandom(sg, mean);
+}
+
+// ---- Trace sets and passes ----
+
+void RvShaderGlobalsSetTraceSet(RtShaderGlobals* sg, const char* set, bool inclusive)
+{
+    if (!sg)
+        return;
+    sg->traceset = set;
+    sg->traceset_inclusive = inclusive;
+}
+
+void RvShaderGlobalsUnsetTraceSet(RtShaderGlobals* sg)
+{
+    if (sg)
+        sg->traceset = nullptr;
+}
+
+bool RvShaderGlobalsFromSSS(const RtShaderGlobals* sg)
+{
+    return sg && sg->state && sg->state->pass == RV_PASS_SSS;
+}
 
 // ---- Contexts of hosts ----
 

@@ -3,10 +3,12 @@
 
 #include "hash.h"
 #include "hit_context.h"
+#include "message_passing.h"
 #include "objects/gobject.h"
 #include "options.h"
 #include "rays.h"
 #include "rv_msg.h"
+#include "sample_sink.h"
 #include "scene.h"
 #include "thread_slot.h"
 
@@ -161,6 +163,13 @@ static bool hasDirection(const RtRay& ray)
 
 static bool isReady() { return the_frame && the_frame->scene && render_options; }
 
+// The shaders of one ray tree pass messages to each other; those of earlier ones are forgotten.
+static void startRayTree(const RtRay& ray)
+{
+    if ((ray.type & RV_RAY_CAMERA) && !ray.sg && the_frame->thread_slots)
+        messageBankClear(the_frame->thread_slots[threadOf(ray)].messages);
+}
+
 // Neither backgrounds nor what is shaded for its shadow alone may trace rays.
 static bool mayTrace(const RtShaderGlobals* sg)
 {
@@ -256,15 +265,88 @@ static const ShapeParams& flagsOf(const RtHit& hit)
     return shapeParams(hit.instance ? hit.instance : hit.object->node);
 }
 
-static ShadedHit shade(const RtRay& ray, const RtHit& hit, uint32_t index)
+// A hit that counts, with what its shader left in the context for the outputs.
+struct KeptHit {
+    const RtHit* hit;
+    ShadedHit shaded;
+    RtNode* shader;
+    RtPoint point;
+    RtVector normal;
+};
+
+// Where the outputs of a ray go; nowhere for rays that write none.
+class RayOutputs {
+public:
+    explicit RayOutputs(const RtRay& ray)
+        : sink(writesOutputs(ray) ? static_cast<RtSampleSink*>(ray.aov_sink) : nullptr),
+          first_depth(ray.refraction_depth), weight(ray.weight)
+    {
+    }
+    // What the sample shows, behind `depth` kept hits of the ray; null without a hit.
+    void record(uint32_t depth, const RtScrSample& sample, const KeptHit* kept) const
+    {
+        if (!sink)
+            return;
+        RtSampleOutputs outputs = {};
+        outputs.color = sample.color;
+        outputs.alpha = sample.alpha;
+        outputs.opacity = sample.opacity;
+        outputs.z = float(sample.z);
+        outputs.point = sample.point;
+        if (kept) {
+            const RtHit& hit = *kept->hit;
+            outputs.z = hit.t;
+            outputs.object = hit.instance ? hit.instance : hit.object->node;
+            outputs.shader = kept->shader;
+            outputs.point = kept->point;
+            outputs.normal = kept->normal;
+        }
+        the_frame->hooks->recordSample(sink, first_depth + int(depth), outputs);
+    }
+    // The same for a sample that does not hold the weight of the ray yet.
+    void recordWeighed(uint32_t depth, RtScrSample sample, const KeptHit* kept) const
+    {
+        weigh(&sample, weight);
+        record(depth, sample, kept);
+    }
+    // Shades at a depth.
+    template <class Shade> int at(uint32_t depth, const Shade& shade) const
+    {
+        if (!sink)
+            return shade();
+        const int outer_depth = sink->depth;
+        sink->depth = first_depth + int(depth);
+        const int type = shade();
+        sink->depth = outer_depth;
+        return type;
+    }
+
+private:
+    RtSampleSink* const sink;
+    const int first_depth;
+    const float weight;
+};
+
+// How far the tracing of a ray has come.
+struct RayProgress {
+    uint32_t index;      // hits passed
+    uint32_t kept_count; // those that count
+    RtRGB opacity;       // of all of these
+};
+
+static KeptHit shade(const RtRay& ray, const RtHit& hit, const RayProgress& progress,
+                     const RayOutputs& outputs)
 {
     RtShadingState state;
     RtShaderGlobals sg;
     sg.state = &state;
-    fillHitContext(&sg, ray, hit, index);
-    const int type = the_frame->hooks->shadeSurface(&sg);
-    return { colorOf(sg, type), sg.out_opacity, type == RV_TYPE_RGBA ? sg.out.RGBA.a : -1,
-             flagsOf(hit).opaque };
+    fillHitContext(&sg, ray, hit, progress.index);
+    state.accumulated_opacity = progress.opacity;
+    const int type =
+        outputs.at(progress.kept_count, [&sg] { return the_frame->hooks->shadeSurface(&sg); });
+    const ShadedHit shaded = { colorOf(sg, type), sg.out_opacity,
+                               type == RV_TYPE_RGBA ? sg.out.RGBA.a : -1, flagsOf(hit).opaque };
+    return { &hit, shaded, sg.shader, sg.point, sg.normal };
 }
 
 static void setFirstHit(const RtRay& ray, const RtHit& hit, RtScrSample* sample)
@@ -275,71 +357,76 @@ static void setFirstHit(const RtRay& ray, const RtHit& hit, RtScrSample* sample)
     sample->face = hit.prim;
 }
 
-// The background as seen from behind the last hit.
-static void seeBackground(const RtRay& ray, float t, RtScrSample* sample)
+// The background as seen from behind the last hit. Where hits are in front of it, its shader has no
+// outputs of its own.
+static void seeBackground(const RtRay& ray, float t, bool is_first, RtScrSample* sample)
 {
     RtRay behind = ray;
     behind.origin = ray.origin + ray.dir * t;
+    if (!is_first)
+        behind.aov_sink = nullptr;
     RvTraceBackground(&behind, sample);
 }
 
 // Brings what the sample holds from one distance along the ray to a nearer one.
-static void passAtmosphere(const RtRay& ray, float from, float to, RtScrSample* sample)
+static void passAtmosphere(const RtRay& ray, double from, float to, RtScrSample* sample)
 {
-    if (!render_options->atmosphere || !(to < from))
+    if (!render_options->atmosphere || !(double(to) < from))
         return;
     RtRay segment = ray;
     segment.origin = ray.origin + ray.dir * to;
-    sample->z = double(from) - to;
-    sample->point = ray.origin + ray.dir * from;
+    sample->z = from - double(to);
+    sample->point = ray.origin + ray.dir * float(from);
     the_frame->hooks->applyAtmosphere(&segment, sample);
 }
 
-static bool shadeNearest(const RtRay& ray, const RtHit& hit, RtScrSample* sample)
+static bool shadeNearest(const RtRay& ray, const RtHit& hit, const RayOutputs& outputs,
+                         RtScrSample* sample)
 {
-    const ShadedHit shaded = shade(ray, hit, 0);
-    sample->color = shaded.color;
-    sample->opacity = shaded.opacity;
-    sample->alpha = isAlpha(shaded.alpha) ? shaded.alpha : meanOf(shaded.opacity);
-    passAtmosphere(ray, hit.t, 0, sample);
+    const KeptHit kept = shade(ray, hit, {}, outputs);
+    sample->color = kept.shaded.color;
+    sample->opacity = kept.shaded.opacity;
+    sample->alpha = isAlpha(kept.shaded.alpha) ? kept.shaded.alpha : meanOf(kept.shaded.opacity);
+    passAtmosphere(ray, double(hit.t), 0, sample);
     setFirstHit(ray, hit, sample);
     weigh(sample, ray.weight);
+    outputs.record(0, *sample, &kept);
     return true;
 }
 
-struct KeptHit {
-    const RtHit* hit;
-    ShadedHit shaded;
-};
-
 static bool shadeThrough(const RtRay& ray, const RtHit* hits, uint32_t count, KeptHit* kept,
-                         RtScrSample* sample)
+                         const RayOutputs& outputs, RtScrSample* sample)
 {
     HitCompositor compositor(transparencySettings());
     HitCompositor::Verdict verdict = HitCompositor::skipped;
-    uint32_t kept_count = 0, shaded_count = 0;
-    for (; shaded_count < count && verdict != HitCompositor::terminal; ++shaded_count) {
-        ShadedHit shaded = shade(ray, hits[shaded_count], shaded_count);
-        verdict = compositor.take(shaded_count, shaded);
+    RayProgress progress = {};
+    for (; progress.index < count && verdict != HitCompositor::terminal; ++progress.index) {
+        progress.opacity = compositor.opacity();
+        KeptHit& next = kept[progress.kept_count];
+        next = shade(ray, hits[progress.index], progress, outputs);
+        verdict = compositor.take(progress.index, next.shaded);
         if (verdict != HitCompositor::skipped)
-            kept[kept_count++] = { &hits[shaded_count], shaded };
+            ++progress.kept_count;
     }
-    float t = hits[shaded_count - 1].t; // what the sample holds arrives here
+    float t = hits[progress.index - 1].t; // what the sample holds arrives here
     if (verdict != HitCompositor::terminal)
-        seeBackground(ray, t, sample);
+        seeBackground(ray, t, progress.kept_count == 0, sample);
     // Required: the background already carries the ray's weight, and gets it once more below.
-    for (uint32_t i = kept_count; i-- > 0; t = kept[i].hit->t) {
-        passAtmosphere(ray, t, kept[i].hit->t, sample);
+    for (uint32_t i = progress.kept_count; i-- > 0; t = kept[i].hit->t) {
+        passAtmosphere(ray, double(t), kept[i].hit->t, sample);
         compositeOver(sample, kept[i].shaded);
+        if (i > 0)
+            outputs.recordWeighed(i, *sample, &kept[i]);
     }
-    passAtmosphere(ray, t, 0, sample);
-    if (kept_count) {
+    passAtmosphere(ray, double(t), 0, sample);
+    if (progress.kept_count) {
         setFirstHit(ray, *kept[0].hit, sample);
     } else {
         sample->z = ray.maxdist;
         sample->point = nowhere;
     }
     weigh(sample, ray.weight);
+    outputs.record(0, *sample, progress.kept_count ? kept : nullptr);
     return true;
 }
 
@@ -353,6 +440,16 @@ static RtShadingState* probeState(const RtRay& ray)
         sizeof(RtShadingState), the_frame->thread_slots[threadOf(ray)].shading_pool));
 }
 
+// What the atmosphere between two distances along a shadow ray keeps of white light.
+static RtRGB atmosphereShadow(const RtRay& ray, float from, double to)
+{
+    RtScrSample light = {};
+    light.color = RV_RGB_WHITE;
+    passAtmosphere(ray, to, from, &light);
+    const auto kept = [](float color) { return std::clamp(1 - color, 0.0f, 1.0f); };
+    return { kept(light.color.r), kept(light.color.g), kept(light.color.b) };
+}
+
 RtRGB traceShadow(const RtRay& ray)
 {
     if (!isReady() || !hasDirection(ray))
@@ -364,10 +461,18 @@ RtRGB traceShadow(const RtRay& ray)
     const uint32_t capacity = through ? uint32_t(settings.depth) + 1 : 1;
     RtHit* const hits = scratch.allocate<RtHit>(capacity);
     const uint32_t count = trace(ray, capacity, hits);
+    const RayOutputs outputs(ray);
+    const bool has_atmosphere = render_options->atmosphere;
     ShadowOpacity shadow(settings.threshold);
-    for (uint32_t i = 0; i < count; ++i)
-        if (flagsOf(hits[i]).opaque || shadow.add(shade(ray, hits[i], i).opacity))
+    float t = 0; // where the light is followed to
+    for (uint32_t i = 0; i < count; t = hits[i++].t) {
+        if (flagsOf(hits[i]).opaque ||
+            (has_atmosphere && shadow.add(atmosphereShadow(ray, t, double(hits[i].t)))) ||
+            shadow.add(shade(ray, hits[i], { i, i, shadow.value() }, outputs).shaded.opacity))
             return RV_RGB_WHITE;
+    }
+    if (has_atmosphere)
+        shadow.add(atmosphereShadow(ray, t, ray.maxdist));
     return shadow.value();
 }
 
@@ -378,9 +483,16 @@ bool RvTrace(const RtRay* ray, RtScrSample* sample)
     if (!ray || !sample)
         return false;
     *sample = {};
-    if (!rv::isReady() || !rv::hasDirection(*ray) || !rv::mayTrace(ray->sg) ||
-        rv::exceedsDepth(*ray))
+    if (!rv::isReady() || !rv::hasDirection(*ray))
         return false;
+    rv::startRayTree(*ray);
+    if (!rv::mayTrace(ray->sg))
+        return false;
+    const rv::RayOutputs outputs(*ray);
+    if (rv::exceedsDepth(*ray)) {
+        outputs.record(0, *sample, nullptr);
+        return false;
+    }
     rv::noteDepth(*ray);
     const rv::TransparencySettings settings = rv::transparencySettings();
     const uint32_t capacity = settings.always ? uint32_t(settings.depth) + 1 : 1;
@@ -389,12 +501,13 @@ bool RvTrace(const RtRay* ray, RtScrSample* sample)
     const uint32_t count = rv::trace(*ray, capacity, hits);
     if (!count) {
         RvTraceBackground(ray, sample);
+        outputs.record(0, *sample, nullptr);
         return false;
     }
     if (!settings.always)
-        return rv::shadeNearest(*ray, hits[0], sample);
+        return rv::shadeNearest(*ray, hits[0], outputs, sample);
     rv::KeptHit* const kept = scratch.allocate<rv::KeptHit>(count);
-    return kept && rv::shadeThrough(*ray, hits, count, kept, sample);
+    return kept && rv::shadeThrough(*ray, hits, count, kept, outputs, sample);
 }
 
 bool RvTraceProbe(const RtRay* ray, RtShaderGlobals* sgout)
@@ -441,6 +554,7 @@ void RvTraceBackground(const RtRay* ray, RtScrSample* sample)
         rv::resetContext(&sg);
         rv::fillFromRay(&sg, *ray);
         sg.stage = RV_STAGE_BACKGROUND;
+        rv::assignLights(&sg);
         type = rv::the_frame->hooks->shadeBackground(&sg);
         const RtRGB color = rv::colorOf(sg, type);
         sample->opacity = sg.out_opacity;

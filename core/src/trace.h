@@ -30,6 +30,8 @@ public:
     explicit HitCompositor(const TransparencySettings& transparency) : settings(transparency) {}
     // Hit number `index` of the ray; a terminal one becomes fully opaque.
     Verdict take(uint32_t index, ShadedHit& hit);
+    // Of the hits taken so far.
+    RtRGB opacity() const { return accumulated; }
 
 private:
     TransparencySettings settings;

@@ -11,7 +11,7 @@ from pathlib import Path
 # The floors, lowest first. A module is a file without its extension or, ending in "/", a folder.
 FLOORS = [
     ("foundation", "frame hooks msg memory strpool shash hash list duration version counters"
-                   " text thread_slot tag_group simd work_queue hemi_tables sample_sink system/"),
+                   " text thread_slot tag_group simd color work_queue hemi_tables sample_sink system/"),
     ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene"
                    " image_geometry camera_data"),

@@ -126,6 +126,7 @@ private:
         .shapeParameters = rv::do_nothing,
         .shapeChanged = rv::do_nothing,
         .shapeTeardown = rv::do_nothing,
+        .lightTeardown = rv::do_nothing,
         .shapeVertexCount = rv::do_nothing,
         .rendering = rv::do_nothing,
         .rootBounds = rv::do_nothing,

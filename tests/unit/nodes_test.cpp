@@ -1401,14 +1401,14 @@ TEST_F(Nodes, local_data_is_what_was_stored)
     EXPECT_FALSE(RvNodeGetLocalData(node));
 }
 
-TEST_F(Nodes, local_data_of_cameras_and_shapes_is_not_for_others_to_store)
+TEST_F(Nodes, local_data_of_cameras_lights_and_shapes_is_not_for_others_to_store)
 {
-    for (const char* type : { "persp_camera", "sphere" }) {
+    for (const char* type : { "persp_camera", "point_light", "sphere" }) {
         RtNode* const node = named(type, "n");
         rv::RvNodeInitialize(node);
         void* const own = RvNodeGetLocalData(node);
         RvNodeSetLocalData(node, &pointees[0]);
-        EXPECT_EQ(takeProblem(), "n: the local data of cameras and shapes is the library's");
+        EXPECT_EQ(takeProblem(), "n: the local data of cameras, lights and shapes is the library's");
         EXPECT_EQ(RvNodeGetLocalData(node), own) << type;
         RvNodeDestroy(node);
     }

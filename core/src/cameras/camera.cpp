@@ -68,6 +68,28 @@ static bool keepsRecord(const RtNodeEntry& type)
            int64_t{ type.base_offset } + int64_t{ sizeof(CameraParams) } <= type.struct_size;
 }
 
+static RtRGBA resultOf(RtNode* shader, RtShaderGlobals* sg, const RtRGBA& neutral)
+{
+    if (!shader || shader->entry->type != RV_NODE_SHADER)
+        return neutral;
+    sg->out = {};
+    RvShaderEvaluate(shader, sg);
+    switch (shader->entry->output_type) {
+    case RV_TYPE_FLOAT: return { sg->out.FLT, sg->out.FLT, sg->out.FLT, 1 };
+    case RV_TYPE_RGB: return { sg->out.RGB.r, sg->out.RGB.g, sg->out.RGB.b, 1 };
+    case RV_TYPE_RGBA: return sg->out.RGBA;
+    default: return neutral;
+    }
+}
+
+RtRGBA cameraShaderResult(const RtNode* camera, const RtParamEntry& param, RtShaderGlobals* sg,
+                          const RtRGBA& neutral)
+{
+    if (param.type == RV_TYPE_NODE)
+        return resultOf(load(paramStorage(camera, &param), RV_TYPE_NODE).NODE, sg, neutral);
+    return RvShaderEvalParamFuncRGBA(sg, camera, param.index);
+}
+
 CameraParams cameraParams(const RtNode* camera)
 {
     CameraParams values;

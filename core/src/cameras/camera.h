@@ -169,13 +169,10 @@ void placeOnScreen(const CameraParams& camera, RtPixelSample* sample);
 void rayOfSample(RtNode* camera, RtPixelSample sample, int thread, void* aov_sink, RtRay* ray);
 
 // The result, on a shading context, of the shader that a parameter of a camera is linked to, or,
-// for a NODE parameter, of the shader that it names. Shaders cannot be evaluated yet: until they
-// can, the result is `neutral`, which leaves the ray as it is.
-inline RtRGBA cameraShaderResult(const RtNode*, const RtParamEntry&, RtShaderGlobals*,
-                                 const RtRGBA& neutral)
-{
-    return neutral;
-}
+// for a NODE parameter, of the shader that it names. `neutral` when that has no colour or float to
+// give.
+RtRGBA cameraShaderResult(const RtNode* camera, const RtParamEntry& param, RtShaderGlobals* sg,
+                          const RtRGBA& neutral);
 
 extern const RtNodeMethods persp_camera_methods, ortho_camera_methods, fisheye_camera_methods,
     cyl_camera_methods;

@@ -105,6 +105,7 @@ static void finish(RtNode* node)
 static RtPoint2 remapped(const RtNode* node, const RtPerspData& data, const RtPoint2& p)
 {
     RtShaderGlobals sg = data.context;
+    sg.thread_index = uint8_t(stats_slot < worker_slot_count ? stats_slot : 0);
     const float u = (p.x + 1) / 2, v = (p.y * data.aspect + 1) / 2;
     sg.u = u + data.half_pixel_u;
     sg.v = v + data.half_pixel_v;

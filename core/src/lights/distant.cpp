@@ -1,5 +1,6 @@
 // distant: the "distant_light" light node, a direction or a cone of directions.
-#include "lights/cone.h"
+#include "lights/distant.h"
+
 #include "lights/light_loop.h"
 #include "rays.h"
 
@@ -25,12 +26,6 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
 
 // ---- Local data ----
 
-struct DistantLightData {
-    Cone cone;       // of the directions towards the light
-    float cos_limit; // to surfaces that are turned away from all of the light
-    float solid;     // angle of the cone, steradians
-};
-
 static constexpr float distance = 1e12f;
 
 static DistantLightData* dataOf(const RtNode* node)
@@ -44,14 +39,16 @@ static void initialize(RtNode* node, void*)
                     module_path);
 }
 
-static void updateCone(DistantLightData* data, const RtVector& to_light, float degrees)
+DistantLightData distantLight(const RtVector& to_light, float degrees)
 {
     const double half = std::clamp(double(degrees), 0.0, 360.0) * 0.5 * 0.017453292519943295;
     const double sine = sin(half / 2);
-    data->cone.one_minus_cos = float(2 * sine * sine); // without a difference of near equals
-    data->cos_limit = float(-sin(half));               // cosine of half + pi / 2
-    data->solid = solidAngle(data->cone);
-    aimCone(&data->cone, to_light);
+    DistantLightData data;
+    data.cone.one_minus_cos = float(2 * sine * sine); // without a difference of near equals
+    data.cos_limit = float(-sin(half));               // cosine of half + pi / 2
+    data.solid = solidAngle(data.cone);
+    aimCone(&data.cone, to_light);
+    return data;
 }
 
 static void update(RtNode* node, void* params)
@@ -61,7 +58,7 @@ static void update(RtNode* node, void* params)
         return;
     const DistantLight& light = *static_cast<const DistantLight*>(params);
     RvLightUpdate(node, light.angle > 0, false);
-    updateCone(data, directionToLight(node, light.direction), light.angle);
+    *data = distantLight(directionToLight(node, light.direction), light.angle);
 }
 
 // ---- Lighting ----

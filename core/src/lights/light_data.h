@@ -131,9 +131,6 @@ inline bool reachesVolumes(const RtNode* light)
     return data && data->affect_volumetrics && data->enabled;
 }
 
-// Frees the light data of a node.
-void finishLight(RtNode* node);
-
 // An exponent that falloff can have: 0, after a warning, for negative ones.
 float usableDecay(const RtNode* light, float exponent);
 

@@ -63,6 +63,10 @@ struct LightVolumeParams {
 // Declares them, with offsets into LightVolumeParams added to `offset`.
 void lightVolumeParameters(RtList* params, RtMetaDataStore* metadata, int offset);
 
+// Finish of the built-in types, and a hook of the frame (RtHooks): frees the light data of a node
+// if it is still there.
+void finishLight(RtNode* light);
+
 extern const RtNodeMethods point_light_methods, distant_light_methods, quad_light_methods,
     spot_light_methods, ambient_light_methods, skydome_light_methods;
 

@@ -9,11 +9,20 @@ struct Flat {
     const char* name;
 };
 
+enum FlatParam { p_color, p_opacity };
+
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<Flat>(metadata);
     RvNodeParamRGB(params, RV_FIELD(Flat, color), 1, 1, 1);
     RvNodeParamRGB(params, RV_FIELD(Flat, opacity), 1, 1, 1);
+}
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const ShaderInputs in(node, sg);
+    if (setOpacity(sg, in.rgb(p_opacity)))
+        sg->out.RGB = in.rgb(p_color);
 }
 
 static const RtCommonMethods common = {
@@ -24,7 +33,7 @@ static const RtCommonMethods common = {
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods flat_methods = { &common, &shader };

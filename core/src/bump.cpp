@@ -1,0 +1,231 @@
+// bump: contexts beside a shading point, and normals bent by the differences of a height between
+// them (rv_shaderglobals.h).
+#include "hit_context.h"
+#include "maths.h"
+#include "shaderglobals.h"
+
+#include <math.h>
+
+namespace rv {
+
+static constexpr float offset = 1e-5f; // world units, or units of a triangle's u and v
+
+static bool isFinite(const RtVector& v)
+{
+    return RvIsFinite(v.x) && RvIsFinite(v.y) && RvIsFinite(v.z);
+}
+
+static bool exceeds(const RtVector& v, float limit)
+{
+    return fabsf(v.x) >= limit || fabsf(v.y) >= limit || fabsf(v.z) >= limit;
+}
+
+static RtVector unit(const RtVector& v)
+{
+    const float length = sqrtf(dot(v, v));
+    return length > 0 ? v * (1 / length) : v;
+}
+
+static RtVector across(const RtVector& v, const RtVector& normal)
+{
+    return v - normal * dot(v, normal);
+}
+
+// Two vectors along the surface at right angles to the shading normal.
+struct Tangents {
+    RtVector u, v;
+};
+
+static bool areUsable(const Tangents& t)
+{
+    static constexpr float degenerate = 1e-6f;
+    return isFinite(t.u) && isFinite(t.v) && exceeds(t.u, degenerate) && exceeds(t.v, degenerate);
+}
+
+static Tangents unitTangents(const RtShaderGlobals& sg)
+{
+    return { unit(across(sg.dPdu, sg.normal)), unit(across(sg.dPdv, sg.normal)) };
+}
+
+static void moveTo(RtShaderGlobals* sg, const RtPoint& point)
+{
+    sg->point = point;
+    RvM4PointByMatrixMult(&sg->object_point, &sg->world_to_object, &point);
+}
+
+// A state of its own for the copy of a context; null leaves it without one.
+static void renewState(RtShaderGlobals* copy, RtShadingState* state, const RtShaderGlobals& sg)
+{
+    copy->state = state;
+    if (!state)
+        return;
+    resetState(state, &sg);
+    if (sg.state)
+        state->user_data = sg.state->user_data;
+}
+
+static void copyContext(RtShaderGlobals* copy, const RtShaderGlobals& sg)
+{
+    *copy = sg;
+    renewState(copy,
+               static_cast<RtShadingState*>(RvShaderGlobalsQuickAlloc(&sg, sizeof(RtShadingState))),
+               sg);
+}
+
+static void step(RtShaderGlobals* sg, const RtVector& tangent)
+{
+    moveTo(sg, sg->point + tangent * offset);
+}
+
+// ---- Heights beside the point ----
+
+// Heights at a distance to both sides along two directions.
+class Heights {
+public:
+    Heights(const RtShaderGlobals& at, RtBumpHeightFunc function, void* user)
+        : sg(at), height(function), data(user)
+    {
+    }
+
+    // At a place on the surface that `move` moves a context to.
+    template <class Move> double at(const Move& move) const
+    {
+        RtShaderGlobals beside = sg;
+        RtShadingState state;
+        renewState(&beside, sg.state ? &state : nullptr, sg);
+        move(&beside);
+        return double(height(&beside, data));
+    }
+    // The slope of the height along a direction.
+    template <class Move> double slope(const Move& move) const
+    {
+        const double ahead = at([&](RtShaderGlobals* beside) { move(beside, offset); });
+        const double behind = at([&](RtShaderGlobals* beside) { move(beside, -offset); });
+        return (ahead - behind) / (2 * double(offset));
+    }
+
+private:
+    const RtShaderGlobals& sg;
+    const RtBumpHeightFunc height;
+    void* const data;
+};
+
+struct Vec3 {
+    double x, y, z;
+};
+
+// t + n * slope
+static Vec3 raised(const RtVector& t, const RtVector& n, double slope)
+{
+    return { double(t.x) + double(n.x) * slope, double(t.y) + double(n.y) * slope,
+             double(t.z) + double(n.z) * slope };
+}
+
+// The normal of a surface with those slopes along the tangents, on the side of the present one.
+static RtVector bentNormal(const RtVector& normal, const Tangents& t, double slope_u,
+                           double slope_v)
+{
+    static constexpr double degenerate = 1e-12;
+    if (slope_u == 0 && slope_v == 0)
+        return normal;
+    const Vec3 u = raised(t.u, normal, slope_u), v = raised(t.v, normal, slope_v);
+    const Vec3 n = { u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x };
+    const double length = sqrt(n.x * n.x + n.y * n.y + n.z * n.z);
+    if (!isfinite(length) ||
+        (fabs(n.x) < degenerate && fabs(n.y) < degenerate && fabs(n.z) < degenerate))
+        return normal;
+    const bool is_behind =
+        n.x * double(normal.x) + n.y * double(normal.y) + n.z * double(normal.z) < 0;
+    const double scale = (is_behind ? -1 : 1) / length;
+    return { float(n.x * scale), float(n.y * scale), float(n.z * scale) };
+}
+
+// ---- On any surface ----
+
+static void moveAlong(RtShaderGlobals* sg, const RtVector& tangent, float distance)
+{
+    const RtVector step = tangent * distance;
+    moveTo(sg, sg->point + step);
+    float du, dv;
+    decompose(sg->dPdu, sg->dPdv, step, &du, &dv);
+    sg->u += du;
+    sg->v += dv;
+}
+
+static RtVector bumpSurface(const RtShaderGlobals& sg, const Heights& heights)
+{
+    const Tangents t = unitTangents(sg);
+    if (!areUsable(t))
+        return sg.normal;
+    const auto along = [](const RtVector& tangent) {
+        return [tangent](RtShaderGlobals* beside, float distance) {
+            moveAlong(beside, tangent, distance);
+        };
+    };
+    return bentNormal(sg.normal, t, heights.slope(along(t.u)), heights.slope(along(t.v)));
+}
+
+// ---- On triangles ----
+
+static RtGObject* hitMesh(const RtShaderGlobals& sg)
+{
+    RtGObject* const object = shapeObject(sg.object);
+    const bool is_mesh = object && object->kind == RV_KIND_POLYMESH && object->data &&
+                         sg.prim_index < meshOf(object)->ntriangles;
+    return is_mesh ? object : nullptr;
+}
+
+static void moveOnTriangle(RtShaderGlobals* sg, RtGObject* mesh, const RtPoint corners[3], float du,
+                           float dv)
+{
+    sg->bary_u += du;
+    sg->bary_v += dv;
+    moveHit(sg, mesh,
+            corners[0] * (1 - sg->bary_u - sg->bary_v) + corners[1] * sg->bary_u +
+                corners[2] * sg->bary_v);
+}
+
+static RtVector bumpTriangle(const RtShaderGlobals& sg, RtGObject* mesh, const Heights& heights)
+{
+    RtPoint corners[3];
+    MeshVertices(mesh, sg.time).ofTriangle(sg.prim_index, corners);
+    const auto edge = [&](int corner) {
+        return RvShaderGlobalsTransformVector(&sg, corners[corner] - corners[0],
+                                              RV_OBJECT_TO_WORLD);
+    };
+    // The height changes the tangents of the smooth surface, not those of the facet.
+    const Tangents t = { across(edge(1), sg.normal), across(edge(2), sg.normal) };
+    const double slope_u = heights.slope(
+        [&](RtShaderGlobals* beside, float d) { moveOnTriangle(beside, mesh, corners, d, 0); });
+    const double slope_v = heights.slope(
+        [&](RtShaderGlobals* beside, float d) { moveOnTriangle(beside, mesh, corners, 0, d); });
+    return bentNormal(sg.normal, t, slope_u, slope_v);
+}
+
+} // namespace rv
+
+void RvShaderGlobalsGetBumpStates(const RtShaderGlobals* sg, RtShaderGlobals* sg_du,
+                                  RtShaderGlobals* sg_dv)
+{
+    if (!sg || !sg_du || !sg_dv)
+        return;
+    const RtShaderGlobals here = *sg; // either copy may be the context itself
+    rv::copyContext(sg_du, here);
+    rv::copyContext(sg_dv, here);
+    const rv::Tangents t = rv::unitTangents(here);
+    if (!rv::areUsable(t))
+        return;
+    rv::step(sg_du, t.u);
+    rv::step(sg_dv, t.v);
+}
+
+RtVector RvShaderGlobalsEvaluateBump(const RtShaderGlobals* sg, RtBumpHeightFunc height, void* data)
+{
+    if (!sg)
+        return RV_V3_ZERO;
+    if (!height)
+        return sg->normal;
+    const rv::Heights heights(*sg, height, data);
+    RtGObject* const mesh = rv::hitMesh(*sg);
+    return mesh ? rv::bumpTriangle(*sg, mesh, heights) : rv::bumpSurface(*sg, heights);
+}
