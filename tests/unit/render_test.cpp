@@ -27,7 +27,7 @@ protected:
     static void makeScene()
     {
         for (const char* type : { "sphere", "persp_camera", "point_light" })
-            RvNode(type);
+            node_tools::named(type, type);
         takeLines();
     }
 
@@ -246,8 +246,8 @@ TEST_F(Render, set_up_prepares_the_scene_without_an_image)
     const ImageSteps image;
     EXPECT_EQ(RvRender(RV_RENDER_MODE_SETUP), RV_SUCCESS);
     EXPECT_EQ(takeLines(), (Names{ "0 ", "0 there are 1 lights and 1 objects:", "1 1 spheres", "0 ",
-                                   "0 updating 7 nodes ...", "0 node update done in *",
-                                   "0 creating root object list ...",
+                                   "0 updating 7 nodes ...", "1 point_light: 1 samples, raytraced",
+                                   "0 node update done in *", "0 creating root object list ...",
                                    "1 scene bounds: (-0.5 -0.5 -0.5) -> (0.5 0.5 0.5)" }));
     EXPECT_EQ(image.calls(), "textures ");
     EXPECT_EQ(session()->setup_count, 1);
@@ -299,13 +299,13 @@ TEST_F(Render, an_image_takes_its_steps_in_order)
     const ImageSteps image;
     EXPECT_EQ(RvRender(RV_RENDER_MODE_CAMERA), RV_SUCCESS);
     EXPECT_EQ(image.calls(), "textures create prepare run close destroy print ");
-    EXPECT_EQ(takeLines(),
-              (Names{ "0 ", "0 there are 1 lights and 1 objects:", "1 1 spheres", "0 ",
-                      "0 rendering image at 320 x 240, 1 AA samples, 0 GI bounces",
-                      "1 initializing 7 nodes ...", "1 node initialization done in *",
-                      "1 creating root object list ...",
-                      "2 scene bounds: (-0.5 -0.5 -0.5) -> (0.5 0.5 0.5)", "1 updating 7 nodes ...",
-                      "1 node update done in *", "1 rendering", "0 render done" }));
+    EXPECT_EQ(takeLines(), (Names{ "0 ", "0 there are 1 lights and 1 objects:", "1 1 spheres", "0 ",
+                                   "0 rendering image at 320 x 240, 1 AA samples, 0 GI bounces",
+                                   "1 initializing 7 nodes ...", "1 node initialization done in *",
+                                   "1 creating root object list ...",
+                                   "2 scene bounds: (-0.5 -0.5 -0.5) -> (0.5 0.5 0.5)",
+                                   "1 updating 7 nodes ...", "2 point_light: 1 samples, raytraced",
+                                   "1 node update done in *", "1 rendering", "0 render done" }));
     EXPECT_EQ(session()->setup_count, 1);
     EXPECT_FALSE(session()->bucket_renderer);
 }
