@@ -15,7 +15,7 @@ namespace rv {
 // ---- Nesting ----
 
 // Shaders that are being evaluated, innermost first. Links that lead back into them would never
-// end, nor would mirrors whose depth wraps.
+// end.
 struct Evaluation {
     const RtNode* node;
     const Evaluation* outer; // null below the first of a thread

@@ -40,7 +40,8 @@ struct RtAOVSampleIterator {
         findNeighbour();
     }
 
-    bool next()
+    // Inlined, so that filters keep their own copy of the iterator in registers.
+    [[gnu::always_inline]] bool next()
     {
         depth = next_depth = 0;
         deep = nullptr;

@@ -72,9 +72,10 @@ inline float blackmanHarris(float t, float width)
     const float u = t / (width / 2);
     if (!(u >= -1 && u <= 1))
         return 0;
+    // 0.35875 - 0.48829 cos a + 0.14128 cos 2a - 0.01168 cos 3a, of one cosine.
     const float v = (u + 1) / 2;
-    return 0.35875f - 0.48829f * cosf(6.2831855f * v) + 0.14128f * cosf(12.566371f * v) -
-           0.01168f * cosf(18.849556f * v);
+    const float c = cosf(6.2831855f * v), c2 = c * c;
+    return 0.35875f - 0.48829f * c + 0.14128f * (2 * c2 - 1) - 0.01168f * (4 * c2 - 3) * c;
 }
 
 inline float blackmanHarrisWeight(float x, float y, float width)

@@ -24,7 +24,7 @@ protected:
     }
     static uint64_t lightLoops()
     {
-        return rv::the_frame->stats[0]->lighting[RV_LIGHTING_LOOPS].primary;
+        return rv::threadStats()->lighting[RV_LIGHTING_LOOPS].primary;
     }
 };
 
