@@ -80,7 +80,7 @@ private:
         reversed = (reversed & 0x0F0F0F0Fu) << 4 | (reversed >> 4 & 0x0F0F0F0Fu);
         reversed = (reversed & 0x00FF00FFu) << 8 | (reversed >> 8 & 0x00FF00FFu);
         reversed = reversed << 16 | reversed >> 16;
-        return { float(i) / float(n), toUnitFloat(hashToUnit(reversed)) };
+        return { (float(i) + 0.5f) / float(n), toUnitFloat(hashToUnit(reversed)) };
     }
 
     RtPoint2 wrapped(const RtPoint2& p) const
