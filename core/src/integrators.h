@@ -35,7 +35,7 @@ inline int squaredCount(int side)
 
 class SampleLoop {
 public:
-    // table: a member of the render's tables. A loop without `walks` takes the rotation, like a
+    // samples: of a loop that is not nested. One that may not walk takes the rotation, like a
     // nested one.
     SampleLoop(RtShaderGlobals* context, const RtSampleTable RtSampleTables::*table, int samples,
                bool may_walk = true)

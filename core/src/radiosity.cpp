@@ -104,8 +104,10 @@ RtRGB RvIndirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
 
 static RtThreadSlot* threadSlot(const RtShaderGlobals* sg)
 {
-    const bool exists = the_frame->thread_slots && sg->thread_index < worker_slot_count;
-    return exists ? &the_frame->thread_slots[sg->thread_index] : nullptr;
+    if (!the_frame->thread_slots || sg->thread_index >= worker_slot_count)
+        return nullptr;
+    RtThreadSlot* const slot = &the_frame->thread_slots[sg->thread_index];
+    return slot->shading_pool && slot->messages ? slot : nullptr;
 }
 
 // Gives back what a call took from the memory of its thread, which outside of renders nobody else
