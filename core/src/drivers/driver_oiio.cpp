@@ -1,4 +1,8 @@
 // driver_oiio: opens, fills and closes the image files of all file drivers.
+//
+// A file covers the rendered region, or the whole image with black around the region when it is
+// padded. EXR and TIFF files know the place of a region in the image; PNG files keep its offset; a
+// JPEG file is as big as the region and knows no more.
 #include "drivers/driver_oiio.h"
 
 #include "counters.h"
@@ -35,7 +39,7 @@ void integerFileParameters(RtList* params, int offset)
 // An open file, from DriverOpen to DriverClose; user data of its driver.
 struct ImageFile {
     std::string name;
-    PixelRules rules;
+    PixelRules rules = {};
     ImageLayout layout;
     ImageWriterPtr writer; // null once something failed
     ImageBlocks blocks = {};

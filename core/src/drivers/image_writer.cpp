@@ -4,10 +4,10 @@
 #include "rv_plugins.h"
 
 #include <algorithm>
-#include <atomic>
 #include <errno.h>
 #include <exception>
 #include <filesystem>
+#include <random>
 #include <stdio.h>
 #include <string.h>
 #include <utility>
@@ -112,11 +112,11 @@ static bool isReplaceable(const fs::path& place)
 // A new file in the same folder, under a name that no one uses. Null when there can be none.
 static FILE* createPart(const fs::path& place, fs::path* part)
 {
-    static std::atomic<unsigned> counter;
-    constexpr int attempts = 1000;
+    constexpr int attempts = 100;
+    std::random_device random;
     for (int i = 0; i < attempts; ++i) {
         char name[64];
-        snprintf(name, sizeof name, ".part-%08x", counter++);
+        snprintf(name, sizeof name, ".part-%08x%08x", random(), random());
         *part = place.parent_path() / (name + place.extension().string());
         if (FILE* const file = fopen(part->c_str(), "w+bx"))
             return file;
@@ -265,8 +265,9 @@ void ImageWriterDeleter::operator()(ImageWriter* writer) const
     try {
         if (!writer->finished && writer->opened && !strcmp(writer->output->format_name(), "png"))
             fillUp(writer);
-        writer->output.reset();       // may still write
-    } catch (const std::exception&) { // the file is lost anyway
+        writer->output.reset(); // may still write
+    } catch (const std::exception&) {
+        // The file is lost anyway.
     }
     if (writer->file)
         fclose(writer->file);

@@ -299,6 +299,19 @@ TEST_F(FileFailures, trouble_with_a_tile_is_reported_by_its_place)
     EXPECT_EQ(takeProblem(), "") << "said once";
 }
 
+TEST_F(FileFailures, a_place_that_is_taken_at_the_end_is_reported)
+{
+    RtNode* const node = driver("driver_exr", "a.exr");
+    const Frame frame = wholeFrame(40, 40, 32);
+    DriverRun run(node, { grey() }, frame);
+    run.writeAll(bucketsOf(frame));
+    std::filesystem::create_directory(path("a.exr"));
+    run.close();
+    EXPECT_EQ(takeProblem(), "[drv] " + path("a.exr") + ": " + strerror(EISDIR));
+    EXPECT_EQ(files(), Texts{ "a.exr" });
+    EXPECT_TRUE(std::filesystem::is_directory(path("a.exr")));
+}
+
 TEST_F(FileFailures, an_exhausted_heap_leaves_no_torn_file)
 {
     for (bool tiled : { false, true }) {

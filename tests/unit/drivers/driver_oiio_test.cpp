@@ -3,7 +3,9 @@
 #include "frame_fixture.h"
 #include "rv_cameras.h"
 
+#include <fstream>
 #include <random>
+#include <sstream>
 
 namespace {
 
@@ -50,6 +52,15 @@ protected:
         ImageRead image = readImage(path(file));
         EXPECT_EQ(image.error, "") << file;
         return image;
+    }
+    // Of an EXR file, from its header: the byte after the attribute's name, type and size.
+    int lineOrder(const std::string& file)
+    {
+        std::stringstream bytes;
+        bytes << std::ifstream(path(file)).rdbuf();
+        const std::string attribute("lineOrder\0lineOrder\0\1\0\0\0", 24);
+        const size_t at = bytes.str().find(attribute);
+        return at == std::string::npos ? -1 : bytes.str()[at + attribute.size()];
     }
     // 8-bit values of the ramp, whole image.
     static int steps(float value) { return RvQuantize8bit(0, 0, 0, value, 0); }
@@ -114,6 +125,7 @@ TEST_F(ImageFiles, the_default_exr_is_tiled_like_the_buckets_and_zipped)
     EXPECT_EQ(image.attributes.at("compression"), "zip");
     EXPECT_EQ(image.tile_width, 40);
     EXPECT_EQ(image.tile_height, 40);
+    EXPECT_EQ(lineOrder("a.exr"), 2) << "as they come";
 }
 
 TEST_F(ImageFiles, the_default_tiff_has_rows_of_bytes_without_compression)
@@ -276,6 +288,26 @@ TEST_F(ImageFiles, hold_outputs_of_one_number)
         EXPECT_EQ(image.pixel(60, 5)[0], 255) << c.node;
         RvNodeDestroy(node);
     }
+}
+
+TEST_F(ImageFiles, only_what_waits_for_further_buckets_is_kept_in_memory)
+{
+    const Frame frame = wholeFrame(256, 256, 32);
+    const auto heldBytes = [&](const char* type, const std::vector<Bucket>& buckets) {
+        RtNode* const node = driver(type, "a");
+        const int64_t before = rv::threadStats()->output_bytes;
+        DriverRun run(node, { rgba() }, frame);
+        run.writeAll(buckets);
+        run.close();
+        RvNodeDestroy(node);
+        return rv::threadStats()->output_bytes - before;
+    };
+    std::vector<Bucket> rows = bucketsOf(frame);
+    EXPECT_EQ(heldBytes("driver_exr", rows), 32 * 32 * 16) << "a tile";
+    EXPECT_EQ(heldBytes("driver_png", rows), 256 * 64 * 4) << "a band";
+    std::reverse(rows.begin(), rows.end());
+    EXPECT_EQ(heldBytes("driver_exr", rows), 32 * 32 * 16);
+    EXPECT_EQ(heldBytes("driver_png", rows), 256 * 256 * 4) << "rows leave from the top";
 }
 
 // ---- Regions ----
