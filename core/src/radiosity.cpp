@@ -4,6 +4,7 @@
 // Everything works on the caller's context and on what belongs to its thread. Null arguments give
 // black.
 #include "brdf_mis.h"
+#include "color.h"
 #include "hit_context.h"
 #include "integrators.h"
 #include "message_passing.h"
@@ -18,11 +19,6 @@
 #include <string.h>
 
 using namespace rv;
-
-static RtRGB operator+(const RtRGB& a, const RtRGB& b)
-{
-    return { a.r + b.r, a.g + b.g, a.b + b.b };
-}
 
 // ---- Indirect diffuse light ----
 
@@ -66,7 +62,7 @@ static RtRGB traceWithFalloff(const RtRay& ray, double start, double stop)
     const float f = float((hit.z - start) / (stop - start));
     RtScrSample background;
     RvTraceBackground(&ray, &background);
-    return weighted(hit.color, 1 - f) + weighted(background.color, f);
+    return hit.color * (1 - f) + background.color * f;
 }
 
 RtRGB RvIndirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
@@ -94,7 +90,7 @@ RtRGB RvIndirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
     const RtRGB sum =
         gather(diffuseLoop(sg, *options), loopRay(RV_RAY_DIFFUSE, stop, sg), lobe, trace);
     // Required: what lies below the surface is left out instead of counted as black.
-    const RtRGB color = traced ? weighted(sum, 1 / float(traced)) : RV_RGB_BLACK;
+    const RtRGB color = traced ? sum * (1 / float(traced)) : RV_RGB_BLACK;
     if (sg->state)
         sg->state->indirect = { true, sg->point, *N, sg->facing_geometric_normal, color };
     return color;
@@ -252,7 +248,7 @@ RtRGB RvOcclusion(const RtVector* N, const RtVector* Ng, RtShaderGlobals* sg, fl
     const Occlusion sum = occlusionOf(ray, *N, *Ng, spread, falloff, it);
     if (bent_normal)
         *bent_normal = unit(sum.unblocked);
-    return weighted(sum.blocked, RvSamplerGetSampleInvCount(it));
+    return sum.blocked * RvSamplerGetSampleInvCount(it);
 }
 
 // ---- Lights ----
@@ -266,9 +262,9 @@ RtRGB RvDirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
     while (RvLightsGetSample(sg)) {
         const float cosine = dot(*N, sg->light_dir);
         if (cosine > 0 && RvLightGetAffectDiffuse(sg->light))
-            sum = sum + weighted(sg->light_radiance, cosine * sg->light_weight);
+            sum = sum + sg->light_radiance * (cosine * sg->light_weight);
     }
-    return weighted(sum, diffuseScale());
+    return sum * diffuseScale();
 }
 
 RtRGB RvAmbient(RtShaderGlobals* sg)
@@ -301,7 +297,7 @@ RtRGB RvIrradianceSG(RtShaderGlobals* sg, uint32_t seed)
     if (render_options->GI_diffuse_depth <= 0)
         return direct;
     // Required: only the indirect part is scaled to an irradiance.
-    return direct + weighted(RvIndirectDiffuse(&sg->normal, sg), pi);
+    return direct + RvIndirectDiffuse(&sg->normal, sg) * pi;
 }
 
 RtRGB RvIrradiance(const RtPoint* P, const RtVector* N)
