@@ -12,6 +12,7 @@
 #include "options.h"
 #include "rv_gi.h"
 #include "rv_lights.h"
+#include "shaderglobals.h"
 #include "system/memory.h"
 #include "thread_slot.h"
 #include "trace.h"
@@ -328,7 +329,7 @@ RtRGB RvRadianceSG(RtShaderGlobals* sg, uint32_t seed)
     FreshState fresh(sg);
     fresh.state.pass = RV_PASS_PIXELS;
     assignLights(sg);
-    RvShaderEvaluate(sg->shader, sg);
+    evaluateShader(sg->shader, sg, callRow(sg));
     return sg->out.RGB;
 }
 

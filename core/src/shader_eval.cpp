@@ -116,7 +116,7 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row, boo
     innermost = evaluation.outer;
 }
 
-static RtShaderCallRow rowOf(const RtShaderGlobals* sg)
+RtShaderCallRow callRow(const RtShaderGlobals* sg)
 {
     return sg->ray_type & RV_RAY_SHADOW ? RV_CALL_SHADOW : RV_CALL_PRIMARY;
 }
@@ -132,7 +132,7 @@ void evaluateShader(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row)
 void RvShaderEvaluate(RtNode* node, RtShaderGlobals* sg)
 {
     if (node && sg)
-        rv::evaluate(node, sg, rv::rowOf(sg), false);
+        rv::evaluate(node, sg, rv::callRow(sg), false);
 }
 
 namespace rv {

@@ -341,6 +341,7 @@ TEST_F(ShaderGlobals, the_atmosphere_darkens_shadows_of_lights_that_allow_it)
     ASSERT_TRUE(RvMessageSetBoolFunc(from, "volumetrics_off", false));
     EXPECT_EQ(describe(rv::traceShadow(ray)), "0.75 0 0");
     RvNodeSetBool(light, "cast_volumetric_shadows", false);
+    prepare();
     EXPECT_EQ(describe(rv::traceShadow(ray)), "0 0 0");
     ray.light_sample = const_cast<RtNode**>(&sun);
     EXPECT_EQ(describe(rv::traceShadow(ray)), "0 0 0");
