@@ -3,6 +3,7 @@
 #include "shaderglobals.h"
 
 #include "array.h"
+#include "color.h"
 #include "hit_context.h"
 #include "lights/light_data.h"
 #include "options.h"
@@ -151,8 +152,6 @@ void applyAtmosphere(const RtRay* ray, RtScrSample* sample)
 }
 
 // ---- Opacity ----
-
-static float meanOf(const RtRGB& color) { return (color.r + color.g + color.b) / 3; }
 
 // The random numbers are stretched to what the decision leaves of [0, 1), for the next one.
 static bool isPassedAtRandom(RtShaderGlobals* sg, float opacity)

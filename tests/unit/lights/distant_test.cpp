@@ -51,7 +51,7 @@ TEST_F(DistantLights, the_first_matrix_turns_the_direction)
     RtVector want, up = { 0, 0, 1 };
     RvM4VectorByMatrixMult(&want, &turn, &up);
     const RtVector got = samples()[0].dir;
-    EXPECT_NEAR(rv::dot(got, rv::unitVector(want)), 1, 1e-6);
+    EXPECT_NEAR(rv::dot(got, rv::unitPrecise(want)), 1, 1e-6);
 }
 
 TEST_F(DistantLights, a_sun_is_sampled_over_its_disk)

@@ -32,7 +32,7 @@ static RtVector phongSample(const void* data, float u, float v)
     const double sine = sqrt(std::max(0.0, 1 - cosine * cosine)), phi = 2 * M_PI * double(v);
     const RtVector axis = phong(data).axis;
     const RtVector other = fabsf(axis.x) < 0.5f ? RtVector{ 1, 0, 0 } : RtVector{ 0, 1, 0 };
-    const RtVector x = rv::unitVector(rv::cross(axis, other)), y = rv::cross(axis, x);
+    const RtVector x = rv::unitPrecise(rv::cross(axis, other)), y = rv::cross(axis, x);
     const RtVector d =
         axis * float(cosine) + x * float(sine * cos(phi)) + y * float(sine * sin(phi));
     return d.z > 0 ? d : RtVector{ 0, 0, 0 };
@@ -191,7 +191,7 @@ TEST_F(LightMIS, the_sample_of_the_context_is_not_disturbed)
     ASSERT_TRUE(RvLightsGetSample(&sg));
     const RtShaderGlobals before = sg;
     const RtLightMIS mis = sg.state->lights.mis;
-    const FixedLobe lobe = { 0.5f, 3, rv::unitVector({ 1, 0, 5 }), {} };
+    const FixedLobe lobe = { 0.5f, 3, rv::unitPrecise({ 1, 0, 5 }), {} };
     const RtRGB first = evaluateFixed(sg, lobe);
     EXPECT_EQ(memcmp(&before, &sg, sizeof sg), 0);
     EXPECT_EQ(sg.state->lights.mis.pdf, mis.pdf);
@@ -248,9 +248,9 @@ static double estimate(RtShaderGlobals (*make)(void*), void* context, const Phon
 static double quadrature(const RtPoint& center, double radius, const PhongLobe& lobe)
 {
     const double d = sqrt(double(rv::dot(center, center)));
-    const RtVector axis = rv::unitVector(center);
+    const RtVector axis = rv::unitPrecise(center);
     const double extent = 1 - sqrt(1 - radius * radius / (d * d));
-    const RtVector x = rv::unitVector(rv::cross(axis, { 0.3f, 0.9f, 0.1f })),
+    const RtVector x = rv::unitPrecise(rv::cross(axis, { 0.3f, 0.9f, 0.1f })),
                    y = rv::cross(axis, x);
     constexpr int n = 600;
     double sum = 0;
@@ -282,7 +282,7 @@ TEST_F(LightMIS, combined_samples_agree_with_those_of_the_light_and_with_quadrat
             RvNodeSetInt(node, "samples", 20);
             RvNodeSetBool(node, "normalize", normalize);
             prepare();
-            const PhongLobe lobe = { rv::unitVector({ 0.5f, 0.1f, 1 }), row.exponent };
+            const PhongLobe lobe = { rv::unitPrecise({ 0.5f, 0.1f, 1 }), row.exponent };
             const auto make = [](void* self) {
                 RvMemPoolReset(rv::the_frame->thread_slots[0].shading_pool);
                 return static_cast<LightMIS*>(self)->surface();

@@ -41,7 +41,7 @@ TEST_F(LightShadow, combinations_agree_with_the_golden_vectors)
         const auto& in = v["in"];
         RtLightData light = {};
         light.shadow_color = rgb(in["shadow_color"]);
-        light.shadow_colored = rv::isVisible(light.shadow_color);
+        light.shadow_colored = !rv::isNegligible(light.shadow_color);
         const RtRGB shadow =
             rv::combinedShadow(rgb(in["S"]), rgb(in["O"]), goldenFloat(in["shadow_density"]));
         const RtRGB radiance = rv::shadowedLight(light, rgb(in["light_unoccluded"]), shadow);
