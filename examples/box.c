@@ -218,7 +218,7 @@ int main(int argc, char** argv)
     RvBegin();
     RvMsgSetConsoleFlags(RV_LOG_WARNINGS | RV_LOG_ERRORS | RV_LOG_PROGRESS);
     makeRoom();
-    makeKnot((RtPoint){ 0, -0.15f, -0.55f }, 0.21f, makeDiffuse("clay", 0.35f, 0.5f, 0.9f));
+    makeKnot((RtPoint){ 0, -0.1f, -0.5f }, 0.135f, makeDiffuse("clay", 0.35f, 0.5f, 0.9f));
     makeSphere("glossy ball", (RtPoint){ -0.5f, -0.68f, 0.1f }, 0.32f, makeGlossy());
     makeSphere("glass ball", (RtPoint){ 0.48f, -0.66f, 0.3f }, 0.34f, makeGlass());
     makeLight();

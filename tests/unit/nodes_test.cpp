@@ -1408,7 +1408,8 @@ TEST_F(Nodes, local_data_of_cameras_lights_and_shapes_is_not_for_others_to_store
         rv::RvNodeInitialize(node);
         void* const own = RvNodeGetLocalData(node);
         RvNodeSetLocalData(node, &pointees[0]);
-        EXPECT_EQ(takeProblem(), "n: the local data of cameras, lights and shapes is the library's");
+        EXPECT_EQ(takeProblem(),
+                  "n: the local data of cameras, lights and shapes is the library's");
         EXPECT_EQ(RvNodeGetLocalData(node), own) << type;
         RvNodeDestroy(node);
     }
