@@ -160,6 +160,7 @@ void makeView()
     RtNode* const options = RvUniverseGetOptions();
     RvNodeSetInt(options, "xres", image_size);
     RvNodeSetInt(options, "yres", image_size);
+    RvNodeSetStr(options, "thread_priority", "normal");
     RvNodeSetPtr(options, "background", sky);
     RvNodeSetPtr(options, "camera", camera);
     RvNodeSetArray(options, "outputs", RvArray(1, 1, RV_TYPE_STRING, "RGBA RGBA filter driver"));

@@ -2,7 +2,7 @@
 // light, three diffuse bounces deep, to box.png and, with layers of its own for each kind of light,
 // to box.exr.
 //
-//     box [FOLDER [SIZE [AA_SAMPLES]]]    defaults: the current folder, 160 pixels, 3 x 3 samples
+//     box [FOLDER [SIZE [AA_SAMPLES]]]    defaults: the current folder, 128 pixels, 2 x 2 samples
 #include <math.h>
 #include <ruvell/rv.h>
 #include <stdio.h>
@@ -212,8 +212,8 @@ static void setOptions(const char* folder, int size, int aa_samples)
 int main(int argc, char** argv)
 {
     const char* folder = argc > 1 ? argv[1] : ".";
-    const int size = argc > 2 ? atoi(argv[2]) : 160;
-    const int aa_samples = argc > 3 ? atoi(argv[3]) : 3;
+    const int size = argc > 2 ? atoi(argv[2]) : 128;
+    const int aa_samples = argc > 3 ? atoi(argv[3]) : 2;
 
     RvBegin();
     RvMsgSetConsoleFlags(RV_LOG_WARNINGS | RV_LOG_ERRORS | RV_LOG_PROGRESS);

@@ -17,13 +17,6 @@ namespace rv {
 inline constexpr float pi = 3.1415927f, two_pi = 6.2831855f;
 inline constexpr float one_over_two_pi = 0.15915494f;
 
-// Zero stays zero.
-inline RtVector unit(const RtVector& v)
-{
-    const float length = sqrtf(dot(v, v));
-    return length > 0 ? v * (1 / length) : v;
-}
-
 inline RtVector mirrored(const RtVector& I, const RtVector& N) { return I - N * (2 * dot(I, N)); }
 
 // The square root of what rounding may have made negative.
@@ -125,12 +118,6 @@ private:
     bool active;
     RtRGB density; // per unit of distance, infinite for black
 };
-
-inline RtRGB clampedToUnit(const RtRGB& c)
-{
-    return { std::clamp(c.r, 0.0f, 1.0f), std::clamp(c.g, 0.0f, 1.0f),
-             std::clamp(c.b, 0.0f, 1.0f) };
-}
 
 } // namespace rv
 

@@ -20,12 +20,6 @@ static bool exceeds(const RtVector& v, float limit)
     return fabsf(v.x) >= limit || fabsf(v.y) >= limit || fabsf(v.z) >= limit;
 }
 
-static RtVector unit(const RtVector& v)
-{
-    const float length = sqrtf(dot(v, v));
-    return length > 0 ? v * (1 / length) : v;
-}
-
 static RtVector across(const RtVector& v, const RtVector& normal)
 {
     return v - normal * dot(v, normal);

@@ -4,6 +4,7 @@
 
 #include "rv_math.h"
 
+#include <algorithm>
 #include <math.h>
 
 namespace rv {
@@ -35,7 +36,14 @@ inline bool isNegligible(const RtRGB& c)
     return fabsf(c.r) < negligible && fabsf(c.g) < negligible && fabsf(c.b) < negligible;
 }
 
+inline RtRGB clampedToUnit(const RtRGB& c)
+{
+    return perChannel(c, [](float x) { return std::clamp(x, 0.0f, 1.0f); });
+}
+
 inline bool isWhite(const RtRGB& c) { return c.r == 1 && c.g == 1 && c.b == 1; }
+
+inline float largestOf(const RtRGB& c) { return fmaxf(fmaxf(c.r, c.g), c.b); }
 
 inline float meanOf(const RtRGB& c) { return (c.r + c.g + c.b) / 3; }
 

@@ -12,15 +12,6 @@
 
 namespace rv {
 
-// Zero stays zero. Double precision, because the squares of the smallest triangles' normals have no
-// place in a float.
-static RtVector normalized(const RtVector& v)
-{
-    const double x = v.x, y = v.y, z = v.z;
-    const double length = sqrt(x * x + y * y + z * z);
-    return length > 0 ? RtVector{ float(x / length), float(y / length), float(z / length) } : v;
-}
-
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray)
 {
     if (sg->state) {
@@ -124,7 +115,7 @@ static RtVector normalToWorld(const RtShaderGlobals& sg, const RtVector& n)
 {
     RtVector out;
     RvM4VectorByMatrixTMult(&out, &sg.world_to_object, &n);
-    return normalized(out);
+    return unitPrecise(out);
 }
 
 static RtVector facing(const RtVector& normal, const RtVector& ray_dir)

@@ -40,7 +40,7 @@ RtRGB RvStretchedPhongIntegrate(const RtVector* N, RtShaderGlobals* sg, float n)
         const float cos_d = std::max(0.0f, dot(*N, *d));
         return cos_d < cos_v ? cos_d / cos_v : 1.0f; // the stretch
     });
-    return weighted(mean, 1 + 1 / (n + 1)); // the lobe's normalisation over its sampling density
+    return mean * (1 + 1 / (n + 1)); // the lobe's normalisation over its sampling density
 }
 
 namespace rv {
@@ -124,7 +124,7 @@ RtRGB RvOrenNayarIntegrate(const RtVector* N, RtShaderGlobals* sg, float roughne
         return reflectance(fabsf(cos_v), cos_d, dot(V_tangent, d_tangent));
     };
     // "physically_based" divides each weight by pi and multiplies the result by it.
-    return weighted(gather(loop, ray, lobe, traceColor), 1 / float(loop.count()));
+    return gather(loop, ray, lobe, traceColor) * (1 / float(loop.count()));
 }
 
 // ---- Rough refraction ----
@@ -169,5 +169,5 @@ RtRGB RvMicrofacetBTDFIntegrate(const RtVector* N, RtShaderGlobals* sg, const vo
         const RtRGB left = absorption.over(sample.z);
         return RtRGB{ sample.color.r * left.r, sample.color.g * left.g, sample.color.b * left.b };
     };
-    return weighted(gather(loop, ray, lobe, trace), 1 / float(loop.count()));
+    return gather(loop, ray, lobe, trace) * (1 / float(loop.count()));
 }

@@ -7,6 +7,7 @@
 #ifndef RV_INTEGRATORS_INTERNAL_H
 #define RV_INTEGRATORS_INTERNAL_H
 
+#include "color.h"
 #include "counters.h"
 #include "maths.h"
 #include "rv_integrators.h"
@@ -35,7 +36,7 @@ inline int squaredCount(int side)
 
 class SampleLoop {
 public:
-    // table: a member of the render's tables. A loop without `walks` takes the rotation, like a
+    // samples: of a loop that is not nested. One that may not walk takes the rotation, like a
     // nested one.
     SampleLoop(RtShaderGlobals* context, const RtSampleTable RtSampleTables::*table, int samples,
                bool may_walk = true)
@@ -80,7 +81,7 @@ private:
         reversed = (reversed & 0x0F0F0F0Fu) << 4 | (reversed >> 4 & 0x0F0F0F0Fu);
         reversed = (reversed & 0x00FF00FFu) << 8 | (reversed >> 8 & 0x00FF00FFu);
         reversed = reversed << 16 | reversed >> 16;
-        return { float(i) / float(n), toUnitFloat(hashToUnit(reversed)) };
+        return { (float(i) + 0.5f) / float(n), toUnitFloat(hashToUnit(reversed)) };
     }
 
     RtPoint2 wrapped(const RtPoint2& p) const
@@ -122,8 +123,6 @@ inline bool isUsableNormal(const RtVector* N) { return N && isfinite(dot(*N, *N)
 
 inline bool isFinite(const RtVector& v) { return isfinite(v.x) && isfinite(v.y) && isfinite(v.z); }
 
-inline RtRGB weighted(const RtRGB& c, float s) { return { c.r * s, c.g * s, c.b * s }; }
-
 // The sum of the light that trace(ray) finds along the directions of a loop, each weighted by what
 // lobe(u, v, &direction) returns. Nothing is traced for other weights than positive ones.
 template <class Lobe, class Trace>
@@ -134,8 +133,7 @@ RtRGB gather(const SampleLoop& loop, RtRay ray, Lobe lobe, Trace trace)
         const float weight = lobe(u, v, &ray.dir);
         if (!(weight > 0) || !isFinite(ray.dir))
             return;
-        const RtRGB color = trace(ray);
-        sum = { sum.r + color.r * weight, sum.g + color.g * weight, sum.b + color.b * weight };
+        sum = sum + trace(ray) * weight;
     });
     return sum;
 }
@@ -153,7 +151,7 @@ template <class Lobe> RtRGB gatherGlossy(RtShaderGlobals* sg, int samples, Lobe 
     countLighting(sg, RV_LIGHTING_GLOSSY);
     const SampleLoop loop(sg, &RtSampleTables::glossy, squaredCount(samples));
     const RtRay ray = loopRay(RV_RAY_GLOSSY, unlimited_distance, sg);
-    return weighted(gather(loop, ray, lobe, traceColor), 1 / float(loop.count()));
+    return gather(loop, ray, lobe, traceColor) * (1 / float(loop.count()));
 }
 
 // ---- The integrators of "standard" ----

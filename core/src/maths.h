@@ -58,6 +58,20 @@ inline RtVector cross(const RtVector& a, const RtVector& b)
     return { a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x };
 }
 
+// Of length 1; zero stays zero.
+inline RtVector unit(const RtVector& v)
+{
+    const float length = sqrtf(dot(v, v));
+    return length > 0 ? v * (1 / length) : v;
+}
+// The same for vectors whose squares may have no place in a float.
+inline RtVector unitPrecise(const RtVector& v)
+{
+    const double x = v.x, y = v.y, z = v.z;
+    const double length = sqrt(x * x + y * y + z * z);
+    return length > 0 ? RtVector{ float(x / length), float(y / length), float(z / length) } : v;
+}
+
 } // namespace rv
 
 float RvBBoxArea(const RtBBox& box);

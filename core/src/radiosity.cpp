@@ -4,6 +4,7 @@
 // Everything works on the caller's context and on what belongs to its thread. Null arguments give
 // black.
 #include "brdf_mis.h"
+#include "color.h"
 #include "hit_context.h"
 #include "integrators.h"
 #include "message_passing.h"
@@ -11,6 +12,7 @@
 #include "options.h"
 #include "rv_gi.h"
 #include "rv_lights.h"
+#include "shaderglobals.h"
 #include "system/memory.h"
 #include "thread_slot.h"
 #include "trace.h"
@@ -18,11 +20,6 @@
 #include <string.h>
 
 using namespace rv;
-
-static RtRGB operator+(const RtRGB& a, const RtRGB& b)
-{
-    return { a.r + b.r, a.g + b.g, a.b + b.b };
-}
 
 // ---- Indirect diffuse light ----
 
@@ -66,7 +63,7 @@ static RtRGB traceWithFalloff(const RtRay& ray, double start, double stop)
     const float f = float((hit.z - start) / (stop - start));
     RtScrSample background;
     RvTraceBackground(&ray, &background);
-    return weighted(hit.color, 1 - f) + weighted(background.color, f);
+    return hit.color * (1 - f) + background.color * f;
 }
 
 RtRGB RvIndirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
@@ -94,7 +91,7 @@ RtRGB RvIndirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
     const RtRGB sum =
         gather(diffuseLoop(sg, *options), loopRay(RV_RAY_DIFFUSE, stop, sg), lobe, trace);
     // Required: what lies below the surface is left out instead of counted as black.
-    const RtRGB color = traced ? weighted(sum, 1 / float(traced)) : RV_RGB_BLACK;
+    const RtRGB color = traced ? sum * (1 / float(traced)) : RV_RGB_BLACK;
     if (sg->state)
         sg->state->indirect = { true, sg->point, *N, sg->facing_geometric_normal, color };
     return color;
@@ -104,8 +101,10 @@ RtRGB RvIndirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
 
 static RtThreadSlot* threadSlot(const RtShaderGlobals* sg)
 {
-    const bool exists = the_frame->thread_slots && sg->thread_index < worker_slot_count;
-    return exists ? &the_frame->thread_slots[sg->thread_index] : nullptr;
+    if (!the_frame->thread_slots || sg->thread_index >= worker_slot_count)
+        return nullptr;
+    RtThreadSlot* const slot = &the_frame->thread_slots[sg->thread_index];
+    return slot->shading_pool && slot->messages ? slot : nullptr;
 }
 
 // Gives back what a call took from the memory of its thread, which outside of renders nobody else
@@ -250,7 +249,7 @@ RtRGB RvOcclusion(const RtVector* N, const RtVector* Ng, RtShaderGlobals* sg, fl
     const Occlusion sum = occlusionOf(ray, *N, *Ng, spread, falloff, it);
     if (bent_normal)
         *bent_normal = unit(sum.unblocked);
-    return weighted(sum.blocked, RvSamplerGetSampleInvCount(it));
+    return sum.blocked * RvSamplerGetSampleInvCount(it);
 }
 
 // ---- Lights ----
@@ -264,9 +263,9 @@ RtRGB RvDirectDiffuse(const RtVector* N, RtShaderGlobals* sg)
     while (RvLightsGetSample(sg)) {
         const float cosine = dot(*N, sg->light_dir);
         if (cosine > 0 && RvLightGetAffectDiffuse(sg->light))
-            sum = sum + weighted(sg->light_radiance, cosine * sg->light_weight);
+            sum = sum + sg->light_radiance * (cosine * sg->light_weight);
     }
-    return weighted(sum, diffuseScale());
+    return sum * diffuseScale();
 }
 
 RtRGB RvAmbient(RtShaderGlobals* sg)
@@ -299,7 +298,7 @@ RtRGB RvIrradianceSG(RtShaderGlobals* sg, uint32_t seed)
     if (render_options->GI_diffuse_depth <= 0)
         return direct;
     // Required: only the indirect part is scaled to an irradiance.
-    return direct + weighted(RvIndirectDiffuse(&sg->normal, sg), pi);
+    return direct + RvIndirectDiffuse(&sg->normal, sg) * pi;
 }
 
 RtRGB RvIrradiance(const RtPoint* P, const RtVector* N)
@@ -330,7 +329,7 @@ RtRGB RvRadianceSG(RtShaderGlobals* sg, uint32_t seed)
     FreshState fresh(sg);
     fresh.state.pass = RV_PASS_PIXELS;
     assignLights(sg);
-    RvShaderEvaluate(sg->shader, sg);
+    evaluateShader(sg->shader, sg, callRow(sg));
     return sg->out.RGB;
 }
 

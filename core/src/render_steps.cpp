@@ -3,16 +3,17 @@
 #include "render_steps.h"
 
 #include "aovs/output_store.h"
+#include "buckets.h"
 #include "declare.h"
 
 namespace rv {
 
 const RenderSteps present_steps = {
     .applyTextureOptions = do_nothing,
-    .createBucketRenderer = do_nothing,
-    .destroyBucketRenderer = do_nothing,
+    .createBucketRenderer = createBucketRenderer,
+    .destroyBucketRenderer = destroyBucketRenderer,
     .prepareOutputs = prepareOutputs,
-    .runBuckets = do_nothing,
+    .runBuckets = runBuckets,
     .closeOutputs = closeOutputs,
     .printStatistics = do_nothing,
 };

@@ -15,7 +15,7 @@ namespace rv {
 // ---- Nesting ----
 
 // Shaders that are being evaluated, innermost first. Links that lead back into them would never
-// end, nor would mirrors whose depth wraps.
+// end.
 struct Evaluation {
     const RtNode* node;
     const Evaluation* outer; // null below the first of a thread
@@ -116,7 +116,7 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row, boo
     innermost = evaluation.outer;
 }
 
-static RtShaderCallRow rowOf(const RtShaderGlobals* sg)
+RtShaderCallRow callRow(const RtShaderGlobals* sg)
 {
     return sg->ray_type & RV_RAY_SHADOW ? RV_CALL_SHADOW : RV_CALL_PRIMARY;
 }
@@ -132,7 +132,7 @@ void evaluateShader(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row)
 void RvShaderEvaluate(RtNode* node, RtShaderGlobals* sg)
 {
     if (node && sg)
-        rv::evaluate(node, sg, rv::rowOf(sg), false);
+        rv::evaluate(node, sg, rv::callRow(sg), false);
 }
 
 namespace rv {
@@ -161,6 +161,14 @@ static RtParamValue storedValue(const RtNode* node, const RtParamEntry* param)
         return load(paramStorage(node, param), param->type);
     RtParamValue value = {};
     value.PTR = matrixBytes(node, param);
+    return value;
+}
+
+// A value whose type is that of T.
+template <class T> static RtParamValue loadAs(const RtNode* node, const RtParamEntry* param)
+{
+    RtParamValue value;
+    memcpy(static_cast<void*>(&value), paramStorage(node, param), sizeof(T));
     return value;
 }
 
@@ -274,7 +282,7 @@ static const RtLinkRecord* linkOf(const RtNode* node, int index)
 
 // What a function of the family returns: `stored` takes it out of a value of the parameter's own
 // type, `convert` out of the result of a linked shader.
-template <class T, class Stored>
+template <class T, int type, class Stored>
 static T evalParam(RtShaderGlobals* sg, const RtNode* node, int index, Stored stored,
                    T (*convert)(const RtParamValue&, int))
 {
@@ -282,8 +290,11 @@ static T evalParam(RtShaderGlobals* sg, const RtNode* node, int index, Stored st
     if (!param)
         return T{};
     const RtLinkRecord* const link = linkOf(node, index);
-    if (!link || !sg)
+    if (!link || !sg) {
+        if (param->type == type) // nearly always, and a copy of known size is much faster
+            return stored(loadAs<T>(node, param), param->type);
         return stored(storedValue(node, param), param->type);
+    }
     const SavedOutput saved(sg);
     if (link->slot[0] & component_marker)
         return stored(withComponents(storedValue(node, param), *link, sg), param->type);
@@ -301,29 +312,31 @@ template <int type> static void* pointerOf(const RtParamValue& value, int value_
 
 template <int type> static void* evalPointer(RtShaderGlobals* sg, const RtNode* node, int index)
 {
-    return evalParam<void*>(sg, node, index, pointerOf<type>, pointerOf<type>);
+    // Matrices lie elsewhere.
+    constexpr int direct = type == RV_TYPE_MATRIX ? RV_TYPE_NONE : type;
+    return evalParam<void*, direct>(sg, node, index, pointerOf<type>, pointerOf<type>);
 }
 
 } // namespace rv
 
-/* suffix, type, member of the value, conversion of the result of a linked shader */
+/* suffix, type, its code, member of the value, conversion of the result of a linked shader */
 #define RV_EVALUATED_TYPES(X)                                                                      \
-    X(Byte, uint8_t, BYTE, asByte)                                                                 \
-    X(Int, int, INT, asInt)                                                                        \
-    X(UInt, unsigned, UINT, asUInt)                                                                \
-    X(Flt, float, FLT, asFloat)                                                                    \
-    X(Enum, int, ENUM, asInt)                                                                      \
-    X(RGB, RtRGB, RGB, asRGB)                                                                      \
-    X(RGBA, RtRGBA, RGBA, asRGBA)                                                                  \
-    X(Vec, RtVector, VEC, asVector)                                                                \
-    X(Pnt, RtPoint, PNT, asVector)                                                                 \
-    X(Pnt2, RtPoint2, PNT2, asPoint2)
+    X(Byte, uint8_t, RV_TYPE_BYTE, BYTE, asByte)                                                   \
+    X(Int, int, RV_TYPE_INT, INT, asInt)                                                           \
+    X(UInt, unsigned, RV_TYPE_UINT, UINT, asUInt)                                                  \
+    X(Flt, float, RV_TYPE_FLOAT, FLT, asFloat)                                                     \
+    X(Enum, int, RV_TYPE_ENUM, ENUM, asInt)                                                        \
+    X(RGB, RtRGB, RV_TYPE_RGB, RGB, asRGB)                                                         \
+    X(RGBA, RtRGBA, RV_TYPE_RGBA, RGBA, asRGBA)                                                    \
+    X(Vec, RtVector, RV_TYPE_VECTOR, VEC, asVector)                                                \
+    X(Pnt, RtPoint, RV_TYPE_POINT, PNT, asVector)                                                  \
+    X(Pnt2, RtPoint2, RV_TYPE_POINT2, PNT2, asPoint2)
 
-#define RV_DEFINE_EVAL(Suffix, Type, member, convert)                                              \
+#define RV_DEFINE_EVAL(Suffix, Type, code, member, convert)                                        \
     Type RvShaderEvalParamFunc##Suffix(RtShaderGlobals* sg, const RtNode* node, int index)         \
     {                                                                                              \
         const auto stored = [](const RtParamValue& value, int) { return value.member; };           \
-        return rv::evalParam<Type>(sg, node, index, stored, rv::convert);                          \
+        return rv::evalParam<Type, code>(sg, node, index, stored, rv::convert);                    \
     }
 
 RV_EVALUATED_TYPES(RV_DEFINE_EVAL)
@@ -331,7 +344,7 @@ RV_EVALUATED_TYPES(RV_DEFINE_EVAL)
 bool RvShaderEvalParamFuncBool(RtShaderGlobals* sg, const RtNode* node, int index)
 {
     const auto stored = [](const RtParamValue& value, int) { return value.BYTE != 0; };
-    return rv::evalParam<bool>(sg, node, index, stored, rv::asBool);
+    return rv::evalParam<bool, RV_TYPE_BOOLEAN>(sg, node, index, stored, rv::asBool);
 }
 
 const char* RvShaderEvalParamFuncStr(RtShaderGlobals* sg, const RtNode* node, int index)

@@ -38,7 +38,7 @@ static RtVector faceNormal(const RtShaderGlobals& sg, const RtPoint& p1, const R
     if (!isFinite(n) ||
         (fabsf(n.x) < degenerate && fabsf(n.y) < degenerate && fabsf(n.z) < degenerate))
         return sg.normal;
-    return normalized(n);
+    return unit(n);
 }
 
 // ---- Meshes ----
@@ -178,7 +178,7 @@ static RtMatrix objectToWorld(const RtShaderGlobals& sg, float time)
 // A normal by the transpose of the inverse.
 static RtVector normalBy(const RtMatrix& to_object, const RtVector& n)
 {
-    return normalized(product(RvM4VectorByMatrixTMult, to_object, n));
+    return unit(product(RvM4VectorByMatrixTMult, to_object, n));
 }
 
 // The place and the normals of a hit at another time, in object space.

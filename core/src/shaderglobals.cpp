@@ -3,7 +3,9 @@
 #include "shaderglobals.h"
 
 #include "array.h"
+#include "color.h"
 #include "hit_context.h"
+#include "lights/light_data.h"
 #include "options.h"
 #include "rays.h"
 #include "rv_messages.h"
@@ -94,7 +96,7 @@ int shadeSurface(RtShaderGlobals* sg)
 {
     // It stays in the context, for whoever wants to know what shaded the hit.
     sg->shader = RvShaderSelect(sg);
-    evaluateShader(sg->shader, sg, sg->ray_type & RV_RAY_SHADOW ? RV_CALL_SHADOW : RV_CALL_PRIMARY);
+    evaluateShader(sg->shader, sg, callRow(sg));
     return sg->shader->entry->output_type;
 }
 
@@ -112,14 +114,10 @@ int shadeBackground(RtShaderGlobals* sg)
 // The light that a shadow ray is traced for lets volumes cast shadows.
 static bool hasVolumeShadows(const RtRay& ray)
 {
-    const RtNode* const light =
-        ray.light_sample ? *static_cast<RtNode* const*>(ray.light_sample) : nullptr;
-    if (!light)
-        return false;
-    const RtParamEntry* const param = findParameter(light->entry, "cast_volumetric_shadows").param;
+    const RtLightData* const light =
+        ray.light_sample ? lightData(*static_cast<RtNode* const*>(ray.light_sample)) : nullptr;
     bool is_off = false;
-    return param && param->type == RV_TYPE_BOOLEAN &&
-           load(paramStorage(light, param), RV_TYPE_BOOLEAN).BYTE &&
+    return light && light->volumetric_shadows &&
            !(RvMessageGetBoolFunc(ray.sg, "volumetrics_off", &is_off) && is_off);
 }
 
@@ -154,8 +152,6 @@ void applyAtmosphere(const RtRay* ray, RtScrSample* sample)
 }
 
 // ---- Opacity ----
-
-static float meanOf(const RtRGB& color) { return (color.r + color.g + color.b) / 3; }
 
 // The random numbers are stretched to what the decision leaves of [0, 1), for the next one.
 static bool isPassedAtRandom(RtShaderGlobals* sg, float opacity)

@@ -13,6 +13,9 @@ namespace rv {
 
 // ---- Evaluation ----
 
+// The row that the shader of a point counts in.
+RtShaderCallRow callRow(const RtShaderGlobals* sg);
+
 // RvShaderEvaluate for a shader that counts in that row of the statistics. Unlike there, it may be
 // one that is being evaluated already, at another point; but not a light filter, which belongs to
 // the point that is being lit.

@@ -1,6 +1,7 @@
 // trace: following rays through the scene.
 #include "trace.h"
 
+#include "color.h"
 #include "hash.h"
 #include "hit_context.h"
 #include "message_passing.h"
@@ -215,8 +216,6 @@ HitCompositor::Verdict HitCompositor::take(uint32_t index, ShadedHit& hit)
     hit.opacity = RV_RGB_WHITE;
     return terminal;
 }
-
-static float meanOf(const RtRGB& color) { return (color.r + color.g + color.b) / 3; }
 
 static bool isAlpha(float alpha) { return isfinite(alpha) && alpha >= 0; }
 

@@ -17,7 +17,7 @@ protected:
     // The context of the first hit of a ray.
     static RtShaderGlobals probed(const RtRay& ray)
     {
-        RtShaderGlobals sg;
+        RtShaderGlobals sg = {};
         EXPECT_TRUE(RvTraceProbe(&ray, &sg));
         return sg;
     }
@@ -133,7 +133,7 @@ TEST_F(HitContexts, a_context_takes_over_what_the_ray_knows)
     EXPECT_EQ(sg.sample_index, 50000);
     EXPECT_EQ(sg.thread_index, 9);
     EXPECT_EQ(sg.time, 0.375f);
-    EXPECT_EQ(sg.sample_output, &output);
+    EXPECT_EQ(sg.sample_output, nullptr); // such a ray writes none
     EXPECT_STREQ(sg.traceset, "wall");
     EXPECT_FALSE(sg.traceset_inclusive);
     EXPECT_EQ(describe(sg.dDdx), "1 2 3");
@@ -141,6 +141,8 @@ TEST_F(HitContexts, a_context_takes_over_what_the_ray_knows)
     EXPECT_EQ(describe(sg.ray_origin), "0 0 10");
     EXPECT_EQ(describe(sg.ray_dir), "0 0 -1");
     EXPECT_EQ(sg.parent, nullptr);
+    ray.type = RV_RAY_CAMERA;
+    EXPECT_EQ(probed(ray).sample_output, &output);
 }
 
 TEST_F(HitContexts, everything_else_starts_from_the_reset_values)
@@ -417,6 +419,111 @@ TEST_F(HitContexts, differentials_land_on_the_surface)
     EXPECT_NEAR(sg.dvdx, (at_x.v - at.v) / step, 2e-3);
     EXPECT_NEAR(sg.dudy, (at_y.u - at.u) / step, 2e-3);
     EXPECT_NEAR(sg.dvdy, (at_y.v - at.v) / step, 2e-3);
+}
+
+TEST_F(HitContexts, differentials_of_camera_rays_reach_the_neighbouring_rays)
+{
+    // One shape at a time before the camera, seen along neighbouring rays.
+    static const struct {
+        const char* type;
+        float tolerance;
+    } cases[] = { { "sphere", 1e-3f }, { "cylinder", 1e-3f }, { "cone", 1e-3f },
+                  { "disc", 1e-4f },   { "plane", 1e-4f },    { "box", 1e-4f } };
+    const RtVector tilt = { 0.005f, 0.015f, -1 };
+    for (const auto& row : cases) {
+        RtNode* const node = node_tools::named(row.type, row.type);
+        RtMatrix turn, squeeze, matrix;
+        const RtVector scale = { 2, 1.5f, 1 };
+        RvM4RotationX(&turn, 55);
+        RvM4Scaling(&squeeze, &scale);
+        RvM4Mult(&matrix, &turn, &squeeze);
+        shape_fixture::setMatrices(node, { matrix });
+        prepare();
+        RtRay ray = towards({ 0.1f, 0.2f, 10 }, tilt);
+        ray.dDdx = { 1, 0, 0 };
+        ray.dDdy = { 0, 1, 0 };
+        const RtShaderGlobals sg = probed(ray);
+        ASSERT_EQ(sg.object, node) << row.type;
+        const float h = 1e-3f;
+        const auto beside = [&](float dx, float dy) {
+            return probed(towards({ 0.1f, 0.2f, 10 }, { tilt.x + dx, tilt.y + dy, tilt.z }));
+        };
+        const RtShaderGlobals east = beside(h, 0), west = beside(-h, 0), north = beside(0, h),
+                              south = beside(0, -h);
+        const float scaled = 1 / (2 * h), far = 20 * row.tolerance;
+        expectNear(sg.dPdx, (east.point - west.point) * scaled, far, row.type);
+        expectNear(sg.dPdy, (north.point - south.point) * scaled, far, row.type);
+        const float size = sqrtf(rv::dot(sg.dNdx, sg.dNdx)) + 1;
+        expectNear(sg.dNdx, (east.normal - west.normal) * scaled, 2e-2f * size, row.type);
+        expectNear(sg.dNdy, (north.normal - south.normal) * scaled, 2e-2f * size, row.type);
+        startAnew();
+    }
+}
+
+TEST_F(HitContexts, normals_of_smooth_meshes_have_differentials)
+{
+    for (bool smooth : { true, false })
+        for (bool inverted : { false, true }) {
+            RtNode* const mesh =
+                polygons({ { -2, -2, 0 }, { 2, -2, 0.5f }, { 0, 3, 1 } }, { { 0, 1, 2 } });
+            RvNodeSetBool(mesh, "invert_normals", inverted);
+            if (smooth) {
+                RvNodeSetBool(mesh, "smoothing", true);
+                setPoints(mesh, "nlist", { { -0.5f, 0, 1 }, { 0.5f, 0, 1 }, { 0, 0.75f, 1 } });
+                setIndices(mesh, "nidxs", { 0, 1, 2 });
+            }
+            prepare();
+            RtRay ray = towards({ 0.1f, 0.2f, 10 }, { 0, 0, -1 });
+            ray.dDdx = { 1, 0, 0 };
+            ray.dDdy = { 0, 1, 0 };
+            const RtShaderGlobals sg = probed(ray);
+            const float h = 1e-3f;
+            const RtShaderGlobals x = probed(towards({ 0.1f, 0.2f, 10 }, { h, 0, -1 }));
+            const RtShaderGlobals y = probed(towards({ 0.1f, 0.2f, 10 }, { 0, h, -1 }));
+            expectNear(sg.dNdx, (x.normal - sg.normal) * (1 / h), 3e-2f, "x");
+            expectNear(sg.dNdy, (y.normal - sg.normal) * (1 / h), 3e-2f, "y");
+            EXPECT_EQ(sg.dNdx.x == 0, !smooth);
+            startAnew();
+        }
+}
+
+// ---- Lights ----
+
+TEST_F(HitContexts, a_hit_is_lit_by_the_scene_or_by_the_group_of_its_object)
+{
+    RtNode* const red = node_tools::named("point_light", "red");
+    RtNode* const blue = node_tools::named("distant_light", "blue");
+    const auto lightsAt = [](const RtRay& ray) {
+        const RtShaderGlobals sg = probed(ray);
+        Names names;
+        for (int i = 0; i < sg.light_count; ++i)
+            names.push_back(RvNodeGetName(sg.lights[i]));
+        return names;
+    };
+    const auto setGroup = [](RtNode* node, const std::vector<RtNode*>& lights) {
+        RtArray* const group = RvArrayAllocate(unsigned(lights.size()), 1, RV_TYPE_NODE);
+        std::copy(lights.begin(), lights.end(), rv::elementsOf<RtNode*>(group));
+        RvNodeSetBool(node, "use_light_group", true);
+        node_tools::giveArray(node, "light_group", group);
+    };
+    RtNode* const plain = disc("plain", 0);
+    RtNode* const grouped = disc("grouped", 10);
+    setGroup(grouped, { nullptr, blue });
+    setGroup(disc("dark", 20), {});
+    const RtVector up = { 0, 0, 30 };
+    RtMatrix matrix;
+    RvM4Translation(&matrix, &up);
+    setGroup(instanceOf(plain, "instance", matrix), { red });
+    prepare();
+    EXPECT_EQ(lightsAt(rayFrom(5)), (Names{ "red", "blue" }));
+    EXPECT_EQ(lightsAt(rayFrom(15)), Names{ "blue" });
+    EXPECT_EQ(lightsAt(rayFrom(25)), Names{});
+    EXPECT_EQ(lightsAt(rayFrom(35)), Names{ "red" });
+    setGroup(grouped, { blue, plain, nullptr, red }); // a host may put anything into it
+    EXPECT_EQ(lightsAt(rayFrom(15)), (Names{ "blue", "red" }));
+    set("ignore_lights", true);
+    for (float z : { 5.0f, 15.0f, 35.0f })
+        EXPECT_EQ(lightsAt(rayFrom(z)), Names{});
 }
 
 // ---- Refinement ----

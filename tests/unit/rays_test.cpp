@@ -226,16 +226,61 @@ TEST_F(Rays, a_ray_without_a_context_starts_from_nothing)
     RvMakeRay(nullptr, RV_RAY_CAMERA, &origin, &dir, 5, nullptr);
 }
 
-TEST_F(Rays, a_trace_set_stays_with_the_context_until_it_is_unset)
+TEST_F(Rays, rays_carry_the_trace_set_of_their_context)
 {
     RtShaderGlobals sg = cameraContext();
     RvShaderGlobalsSetTraceSet(&sg, "hair", true);
     EXPECT_STREQ(made(RV_RAY_DIFFUSE, { 0, 0, 0 }, &sg).traceset, "hair");
     RvShaderGlobalsUnsetTraceSet(&sg);
     EXPECT_EQ(made(RV_RAY_DIFFUSE, { 0, 0, 0 }, &sg).traceset, nullptr);
-    EXPECT_TRUE(sg.traceset_inclusive) << "the name alone is cleared";
-    RvShaderGlobalsSetTraceSet(nullptr, "hair", true);
-    RvShaderGlobalsUnsetTraceSet(nullptr);
+}
+
+// ---- Random numbers ----
+
+TEST_F(Rays, camera_rays_draw_their_numbers_by_pixel_and_place_within_it)
+{
+    RtRay ray = made(RV_RAY_CAMERA, { 0, 0, 0 }, nullptr);
+    ray.x = 3;
+    ray.y = 4;
+    float at_corner[2], moved[2], beside[2];
+    rv::randomNumbers(ray, at_corner);
+    EXPECT_NE(at_corner[0], at_corner[1]);
+    ray.dir = { 1, 2, 3 }; // the direction has no say
+    ray.offset_u = 0.75f;
+    ray.offset_v = 0.5f;
+    rv::randomNumbers(ray, moved);
+    for (int i = 0; i < 2; ++i) {
+        const float sum = at_corner[i] + (i ? 0.5f : 0.75f);
+        EXPECT_NEAR(moved[i], sum < 1 ? sum : sum - 1, 1e-6);
+        EXPECT_TRUE(moved[i] >= 0 && moved[i] < 1);
+    }
+    ray.x = 5;
+    rv::randomNumbers(ray, beside);
+    EXPECT_NE(beside[0], moved[0]);
+    EXPECT_NE(beside[1], moved[1]);
+}
+
+TEST_F(Rays, other_rays_draw_their_numbers_by_direction)
+{
+    double sum[2] = {};
+    constexpr int count = 1000;
+    RtRay ray = made(RV_RAY_REFLECTED, { 0, 0, 0 }, nullptr);
+    for (int i = 0; i < count; ++i) {
+        float numbers[2], again[2];
+        ray.dir = { float(i), 1, -2 };
+        ray.x = i;
+        rv::randomNumbers(ray, numbers);
+        ray.x = ray.y = 77;
+        ray.offset_u = 0.5f;
+        rv::randomNumbers(ray, again);
+        for (int k = 0; k < 2; ++k) {
+            EXPECT_EQ(numbers[k], again[k]); // the pixel has no say
+            EXPECT_TRUE(numbers[k] >= 0 && numbers[k] < 1);
+            sum[k] += double(numbers[k]);
+        }
+    }
+    for (double s : sum)
+        EXPECT_NEAR(s / count, 0.5, 0.05);
 }
 
 // ---- Statistics ----

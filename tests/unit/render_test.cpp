@@ -26,9 +26,15 @@ protected:
     // A scene that a camera can see.
     static void makeScene()
     {
-        for (const char* type : { "sphere", "persp_camera", "point_light" })
+        for (const char* type : { "sphere", "persp_camera" })
             RvNode(type);
+        named("point_light", "light");
         takeLines();
+    }
+
+    static void setOutputs(const char* statement)
+    {
+        RvNodeSetArray(RvUniverseGetOptions(), "outputs", RvArray(1, 1, RV_TYPE_STRING, statement));
     }
 
     // Called with the text of every line as it is logged.
@@ -195,14 +201,45 @@ TEST_F(Render, absent_outputs_are_not_even_prepared)
     EXPECT_EQ(image.calls(), "textures create destroy ");
 }
 
-TEST_F(Render, no_image_is_pretended_as_long_as_outputs_cannot_be_prepared)
+TEST_F(Render, an_image_with_an_output_is_rendered_and_without_a_valid_one_refused)
 {
     makeScene();
-    RvNodeSetArray(RvUniverseGetOptions(), "outputs",
-                   RvArray(1, 1, RV_TYPE_STRING, "RGBA RGBA box_filter driver"));
+    setOutputs("RGBA RGBA filter nowhere");
     EXPECT_EQ(RvRender(RV_RENDER_MODE_CAMERA), RV_ERROR_NO_OUTPUTS);
-    for (const std::string& line : takeLines())
-        EXPECT_EQ(line.find("render done"), std::string::npos);
+    EXPECT_EQ(takeProblems(), "W [aov] output references a non-filter node: filter | "
+                              "E [aov] no valid outputs - can't continue");
+    EXPECT_EQ(session()->setup_count, 0);
+    EXPECT_FALSE(session()->bucket_renderer);
+    named("box_filter", "filter");
+    named("driver_null", "nowhere");
+    takeLines();
+    EXPECT_EQ(RvRender(RV_RENDER_MODE_CAMERA), RV_SUCCESS);
+    EXPECT_EQ(session()->setup_count, 1);
+    EXPECT_FALSE(session()->bucket_renderer);
+    const Names lines = takeLines();
+    EXPECT_EQ(lines.back(), "1 render done") << "the refused render left its indentation";
+    EXPECT_TRUE(contains(lines, "2 starting 1 bucket workers of size 64x64 ..."));
+    EXPECT_TRUE(contains(lines, "2 bucket workers done in *"));
+}
+
+TEST_F(Render, an_image_without_any_statement_is_refused)
+{
+    makeScene();
+    EXPECT_EQ(RvRender(RV_RENDER_MODE_CAMERA), 11);
+    EXPECT_EQ(takeProblems(), "W [aov] no output statements found");
+}
+
+TEST_F(Render, an_image_may_follow_a_set_up_and_a_set_up_an_image)
+{
+    makeScene();
+    setOutputs("RGBA RGBA filter nowhere");
+    named("box_filter", "filter");
+    named("driver_null", "nowhere");
+    for (int mode : { RV_RENDER_MODE_SETUP, RV_RENDER_MODE_CAMERA, RV_RENDER_MODE_CAMERA,
+                      RV_RENDER_MODE_SETUP, RV_RENDER_MODE_CAMERA })
+        EXPECT_EQ(RvRender(mode), RV_SUCCESS) << mode;
+    EXPECT_EQ(takeProblems(), "");
+    EXPECT_EQ(session()->setup_count, 5);
 }
 
 TEST_F(Render, required_without_outputs_the_indentation_stays_raised)
@@ -246,8 +283,8 @@ TEST_F(Render, set_up_prepares_the_scene_without_an_image)
     const ImageSteps image;
     EXPECT_EQ(RvRender(RV_RENDER_MODE_SETUP), RV_SUCCESS);
     EXPECT_EQ(takeLines(), (Names{ "0 ", "0 there are 1 lights and 1 objects:", "1 1 spheres", "0 ",
-                                   "0 updating 7 nodes ...", "0 node update done in *",
-                                   "0 creating root object list ...",
+                                   "0 updating 7 nodes ...", "1 light: 1 samples, raytraced",
+                                   "0 node update done in *", "0 creating root object list ...",
                                    "1 scene bounds: (-0.5 -0.5 -0.5) -> (0.5 0.5 0.5)" }));
     EXPECT_EQ(image.calls(), "textures ");
     EXPECT_EQ(session()->setup_count, 1);
@@ -299,13 +336,13 @@ TEST_F(Render, an_image_takes_its_steps_in_order)
     const ImageSteps image;
     EXPECT_EQ(RvRender(RV_RENDER_MODE_CAMERA), RV_SUCCESS);
     EXPECT_EQ(image.calls(), "textures create prepare run close destroy print ");
-    EXPECT_EQ(takeLines(),
-              (Names{ "0 ", "0 there are 1 lights and 1 objects:", "1 1 spheres", "0 ",
-                      "0 rendering image at 320 x 240, 1 AA samples, 0 GI bounces",
-                      "1 initializing 7 nodes ...", "1 node initialization done in *",
-                      "1 creating root object list ...",
-                      "2 scene bounds: (-0.5 -0.5 -0.5) -> (0.5 0.5 0.5)", "1 updating 7 nodes ...",
-                      "1 node update done in *", "1 rendering", "0 render done" }));
+    EXPECT_EQ(takeLines(), (Names{ "0 ", "0 there are 1 lights and 1 objects:", "1 1 spheres", "0 ",
+                                   "0 rendering image at 320 x 240, 1 AA samples, 0 GI bounces",
+                                   "1 initializing 7 nodes ...", "1 node initialization done in *",
+                                   "1 creating root object list ...",
+                                   "2 scene bounds: (-0.5 -0.5 -0.5) -> (0.5 0.5 0.5)",
+                                   "1 updating 7 nodes ...", "2 light: 1 samples, raytraced",
+                                   "1 node update done in *", "1 rendering", "0 render done" }));
     EXPECT_EQ(session()->setup_count, 1);
     EXPECT_FALSE(session()->bucket_renderer);
 }

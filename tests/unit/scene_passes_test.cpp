@@ -112,13 +112,15 @@ TEST_F(ScenePasses, a_scene_without_lights_and_objects_has_no_summary)
 
 TEST_F(ScenePasses, the_passes_count_the_internal_nodes_too)
 {
-    for (const char* type : { "sphere", "persp_camera", "point_light" })
-        RvNode(type);
+    for (const char* type : { "sphere", "persp_camera", "ambient_light" })
+        named(type, type);
     rv::initializeNodes(scene());
     EXPECT_EQ(takeLines(),
               (Names{ "0 initializing 7 nodes ...", "0 node initialization done in *" }));
     rv::updateNodes(scene());
-    EXPECT_EQ(takeLines(), (Names{ "0 updating 7 nodes ...", "0 node update done in *" }));
+    EXPECT_EQ(takeLines(),
+              (Names{ "0 updating 7 nodes ...", "1 ambient_light: 1 samples, raytraced",
+                      "0 node update done in *" }));
 }
 
 TEST_F(ScenePasses, nodes_are_initialised_once_and_updated_every_time_in_order_of_creation)

@@ -4,6 +4,7 @@
 
 #include "msg.h"
 #include "rv.h"
+#include "test_data.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
@@ -89,7 +90,7 @@ inline std::vector<nlohmann::json> goldenVectors(const std::string& area, const 
     static std::map<std::string, nlohmann::json> files;
     nlohmann::json& file = files[area];
     if (file.is_null())
-        std::ifstream(RV_TEST_DATA "/vectors/" + area + ".json") >> file;
+        std::ifstream(std::string(testData()) + "/vectors/" + area + ".json") >> file;
     std::vector<nlohmann::json> found;
     for (const nlohmann::json& v : file.at("vectors"))
         if (v.at("fn") == fn)

@@ -121,14 +121,6 @@ RtPoint2 polygonPoint(const RtPoint2& disk, int blades, float rotation, float cu
 // Where a ray starts on a lens of that radius.
 RtPoint lensPoint(const LensParams& lens, float radius, const RtCameraRayInput& input);
 
-// ---- Vectors in camera space ----
-
-inline RtVector normalized(const RtVector& v)
-{
-    const float length = sqrtf(dot(v, v));
-    return length > 0 ? v * (1 / length) : RtVector{};
-}
-
 // ---- Rays ----
 
 // A camera sample as its worker asks for it.

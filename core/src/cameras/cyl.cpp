@@ -31,7 +31,7 @@ static void createRay(RtNode* node, const RtCameraRayInput* input, RtCameraRayOu
         halfAngle(RvArrayInterpolateFlt(camera.vertical_fov, input->relative_time, 0));
     const float phi = half_width * input->screen_x;
     if (camera.projective) {
-        output->dir = normalized({ sinf(phi), input->screen_y * tanf(half_height), -cosf(phi) });
+        output->dir = unit({ sinf(phi), input->screen_y * tanf(half_height), -cosf(phi) });
         return;
     }
     const float theta = half_height * input->screen_y;

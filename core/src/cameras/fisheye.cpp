@@ -31,7 +31,7 @@ static void applyLens(const FisheyeCamera& camera, float radius, const RtCameraR
 {
     const float focus = RvArrayInterpolateFlt(camera.focal_distance, input.relative_time, 0);
     output->origin = lensPoint(camera.lens, radius, input);
-    output->dir = normalized(output->dir * focus - output->origin);
+    output->dir = unit(output->dir * focus - output->origin);
 }
 
 static void createRay(RtNode* node, const RtCameraRayInput* input, RtCameraRayOutput* output)

@@ -145,11 +145,11 @@ static void createRay(RtNode* node, const RtCameraRayInput* input, RtCameraRayOu
     const float t = tanf(halfAngle(perspectiveFov(node, input->relative_time)));
     const RtPoint2 p = screenPosition(node, *input);
     const float x = p.x * t, y = p.y * t;
-    output->dir = normalized({ x, y, -1 });
+    output->dir = unit({ x, y, -1 });
     const float radius = RvArrayInterpolateFlt(camera.lens.aperture_size, input->relative_time, 0);
     if (radius > 0) {
         applyLens(camera, radius, *input, output);
-        output->dir = normalized(output->dir);
+        output->dir = unit(output->dir);
     }
     differentiate(x, y, input->screen_dx * t, input->screen_dy * t, output);
 }

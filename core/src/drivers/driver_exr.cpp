@@ -1,6 +1,8 @@
 // driver_exr: the "driver_exr" driver node.
 #include "drivers/driver_oiio.h"
 
+#include <limits.h>
+
 namespace rv {
 
 static const char* const compression_names[] = { "none", "rle", "zip", "piz", "pxr24", nullptr };
@@ -46,6 +48,7 @@ static constexpr ImageFileType type = {
     .stores_straight_alpha = false,
     .any_tile_order = true,
     .tile_multiple = 1,
+    .max_side = INT_MAX,
     .settings = settings,
 };
 

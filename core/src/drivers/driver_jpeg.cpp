@@ -39,6 +39,7 @@ static constexpr ImageFileType type = {
     .stores_straight_alpha = false,
     .any_tile_order = false,
     .tile_multiple = 1,
+    .max_side = 65500,
     .settings = settings,
 };
 

@@ -1,4 +1,8 @@
 // driver_oiio: opens, fills and closes the image files of all file drivers.
+//
+// A file covers the rendered region, or the whole image with black around the region when it is
+// padded. EXR and TIFF files know the place of a region in the image; PNG files keep its offset; a
+// JPEG file is as big as the region and knows no more.
 #include "drivers/driver_oiio.h"
 
 #include "counters.h"
@@ -35,7 +39,7 @@ void integerFileParameters(RtList* params, int offset)
 // An open file, from DriverOpen to DriverClose; user data of its driver.
 struct ImageFile {
     std::string name;
-    PixelRules rules;
+    PixelRules rules = {};
     ImageLayout layout;
     ImageWriterPtr writer; // null once something failed
     ImageBlocks blocks = {};
@@ -141,26 +145,29 @@ static int tileSide(int64_t image_side, int bucket_size, int multiple)
     return static_cast<int>((side + multiple - 1) / multiple * multiple);
 }
 
-static bool isDrawable(const RtWindow& window)
+// Far from where sizes overflow.
+static constexpr int max_window_side = INT_MAX / 2;
+
+static bool fits(const RtWindow& window, int max_side)
 {
-    return !isEmpty(window) && windowWidth(window) < INT_MAX / 2 &&
-           windowHeight(window) < INT_MAX / 2;
+    return !isEmpty(window) && windowWidth(window) <= max_side && windowHeight(window) <= max_side;
 }
 
-static bool createFile(const RtNode* node, ImageFile* file, const ImageFileSettings& settings,
-                       const ImageDescription& image)
+static void reportNoFile(const RtNode* node, const ImageFile& file)
+{
+    RvMsgError("[%s] %s: can't create file \"%s\"", RvNodeGetName(node), node->entry->name,
+               file.name.c_str());
+}
+
+static bool createFile(const RtNode* node, ImageFile* file, const ImageDescription& image)
 {
     std::string error;
     file->writer = createImage(image, &error);
-    if (file->writer)
-        return true;
-    const char* const node_name = RvNodeGetName(node);
-    if (error.empty())
-        RvMsgError("[%s] %s: can't create file \"%s\"", node_name, node->entry->name,
-                   settings.filename);
-    else
-        RvMsgError("[%s] %s: %s", node_name, settings.filename, error.c_str());
-    return false;
+    if (!file->writer && error.empty())
+        reportNoFile(node, *file);
+    else if (!file->writer)
+        RvMsgError("[%s] %s: %s", RvNodeGetName(node), file->name.c_str(), error.c_str());
+    return file->writer != nullptr;
 }
 
 static bool prepareBlocks(ImageFile* file, const ImageDescription& image, const RtWindow& region,
@@ -189,6 +196,11 @@ static bool prepareFile(const ImageFileType& type, RtNode* node, ImageFile* file
     if (file->layout.names.empty())
         return false; // said for each of the outputs
     const RtWindow window = settings.output_padded ? hull(display, region) : region;
+    if (isEmpty(region) || !fits(display, max_window_side) ||
+        !fits(window, std::min(type.max_side, max_window_side))) {
+        reportNoFile(node, *file);
+        return false;
+    }
     const int multiple = type.tile_multiple;
     const ImageDescription image = {
         .library_format = type.library_format,
@@ -204,8 +216,7 @@ static bool prepareFile(const ImageFileType& type, RtNode* node, ImageFile* file
         .straight_alpha = type.stores_straight_alpha || file->rules.unpremult_alpha,
         .any_tile_order = file->tiled && type.any_tile_order,
     };
-    return prepareBlocks(file, image, region, bucket_size) &&
-           createFile(node, file, settings, image);
+    return prepareBlocks(file, image, region, bucket_size) && createFile(node, file, image);
 }
 
 void openImageFile(const ImageFileType& type, RtNode* node, RtOutputIterator* outputs,
@@ -221,13 +232,8 @@ void openImageFile(const ImageFileType& type, RtNode* node, RtOutputIterator* ou
     ImageFile* const file = new (memory) ImageFile;
     data->user_data = file;
     guarded(node, [&] {
-        if (!isDrawable(display) || !isDrawable(region)) {
-            RvMsgError("[%s] %s: can't create file \"%s\"", RvNodeGetName(node), node->entry->name,
-                       settingsOf(type, node).filename);
-        } else if (!prepareFile(type, node, file, outputs, display, region,
-                                std::max(bucket_size, 1))) {
+        if (!prepareFile(type, node, file, outputs, display, region, std::max(bucket_size, 1)))
             giveUp(file);
-        }
     });
     if (!file->writer)
         dropFile(node);

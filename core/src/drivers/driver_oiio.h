@@ -47,6 +47,7 @@ struct ImageFileType {
                                 // must be kept from dividing them
     bool any_tile_order;        // the file may list its tiles as they come
     int tile_multiple;          // sides of tiles are multiples of it
+    int max_side;               // pixels; beyond it the library may end the process
     ImageFileSettings (*settings)(const RtNode* node);
 };
 

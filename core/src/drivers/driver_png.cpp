@@ -36,6 +36,7 @@ static constexpr ImageFileType type = {
     .stores_straight_alpha = true,
     .any_tile_order = false,
     .tile_multiple = 1,
+    .max_side = 1000000,
     .settings = settings,
 };
 

@@ -1,6 +1,8 @@
 // driver_tiff: the "driver_tiff" driver node.
 #include "drivers/driver_oiio.h"
 
+#include <limits.h>
+
 namespace rv {
 
 static const char* const compression_names[] = { "none", "lzw",      "ccittrle",
@@ -59,6 +61,7 @@ static constexpr ImageFileType type = {
     .stores_straight_alpha = false,
     .any_tile_order = false,
     .tile_multiple = 16,
+    .max_side = INT_MAX,
     .settings = settings,
 };
 

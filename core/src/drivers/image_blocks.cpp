@@ -57,9 +57,11 @@ bool createBlocks(ImageBlocks* b)
 {
     b->block = static_cast<ImageBlock*>(
         allocateTable(b->blocks.count() * sizeof(ImageBlock), module_path, __LINE__, "DriverOpen"));
+    if (!b->block)
+        return false;
     b->bucket_came = static_cast<uint8_t*>(
         allocateTable(b->buckets.count(), module_path, __LINE__, "DriverOpen"));
-    if (!b->block || !b->bucket_came)
+    if (!b->bucket_came)
         return false;
     countAwaited(b);
     return true;

@@ -3,10 +3,15 @@
 
 #include "rv_plugins.h"
 
+#include <algorithm>
 #include <errno.h>
+#include <exception>
 #include <filesystem>
+#include <random>
 #include <stdio.h>
 #include <string.h>
+#include <utility>
+#include <vector>
 
 #include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
@@ -15,19 +20,47 @@ namespace rv {
 
 namespace fs = std::filesystem;
 
-// Remembers the first write that the system refused: not every format of the library notices.
-class CheckedFile : public OIIO::Filesystem::IOFile {
+// Remembers the first failure of the system, and swallows all further bytes. The libraries never
+// learn of it: some do not look, others print to the console or end the process.
+class CheckedFile : public OIIO::Filesystem::IOProxy {
 public:
-    explicit CheckedFile(FILE* f) : IOFile(f, Write) {}
-    size_t write(const void* bytes, size_t size) override
+    explicit CheckedFile(FILE* f) : IOProxy("", Write), file(f) {}
+    const char* proxytype() const override { return "checked"; }
+    size_t size() const override { return static_cast<size_t>(end); }
+    bool seek(int64_t offset) override
     {
-        const size_t written = IOFile::write(bytes, size);
-        if (written != size && !failure)
-            failure = errno ? errno : EIO;
-        return written;
+        check(fseek(file, offset, SEEK_SET) == 0);
+        m_pos = offset;
+        return true;
+    }
+    size_t read(void* bytes, size_t count) override
+    {
+        seek(m_pos); // between writing and reading
+        const size_t got = failure ? 0 : fread(bytes, 1, count, file);
+        seek(m_pos + static_cast<int64_t>(got));
+        return got;
+    }
+    size_t write(const void* bytes, size_t count) override
+    {
+        errno = 0;
+        if (!failure)
+            check(fwrite(bytes, 1, count, file) == count);
+        m_pos += static_cast<int64_t>(count);
+        end = std::max(end, m_pos);
+        return count;
     }
 
-    int failure = 0;
+    int failure = 0; // as in errno
+
+private:
+    void check(bool succeeded)
+    {
+        if (!succeeded && !failure)
+            failure = errno ? errno : EIO;
+    }
+
+    FILE* file;
+    int64_t end = 0;
 };
 
 struct ImageWriter {
@@ -37,7 +70,9 @@ struct ImageWriter {
     CheckedFile stream;
     std::unique_ptr<OIIO::ImageOutput> output;
     OIIO::TypeDesc pixels; // as they come
+    bool opened = false;   // by the library, and not closed
     bool tiled;
+    int next_row = 0; // of files made of rows
     bool finished = false;
     std::string error; // of the system; empty when the library knows it
 
@@ -49,15 +84,16 @@ struct ImageWriter {
 
 // ---- Paths ----
 
-// Where a file really lies, independent of the current folder. A link keeps pointing at it.
+// Where a file really lies, independent of the current folder. Links keep pointing at it, also one
+// whose target does not exist yet.
 static fs::path placeOf(const std::string& name)
 {
+    constexpr int max_links = 40;
     std::error_code error;
-    const fs::path place = fs::absolute(name, error);
-    if (error || !fs::is_symlink(place, error))
-        return place;
-    const fs::path target = fs::weakly_canonical(place, error);
-    return error ? place : target;
+    fs::path place = fs::absolute(name, error);
+    for (int i = 0; i < max_links && !error && fs::is_symlink(place, error); ++i)
+        place = place.parent_path() / fs::read_symlink(place, error);
+    return place;
 }
 
 // An older file may be replaced when it is one, and when it could be written to.
@@ -76,11 +112,11 @@ static bool isReplaceable(const fs::path& place)
 // A new file in the same folder, under a name that no one uses. Null when there can be none.
 static FILE* createPart(const fs::path& place, fs::path* part)
 {
-    static std::atomic<unsigned> counter;
-    constexpr int attempts = 1000;
+    constexpr int attempts = 100;
+    std::random_device random;
     for (int i = 0; i < attempts; ++i) {
         char name[64];
-        snprintf(name, sizeof name, ".part-%08x", counter++);
+        snprintf(name, sizeof name, ".part-%08x%08x", random(), random());
         *part = place.parent_path() / (name + place.extension().string());
         if (FILE* const file = fopen(part->c_str(), "w+bx"))
             return file;
@@ -167,9 +203,11 @@ ImageWriterPtr createImage(const ImageDescription& image, std::string* error)
         return nullptr;
     writer->tiled = image.tile_width > 0;
     const OIIO::ImageSpec spec = specification(image);
+    writer->next_row = spec.y;
     writer->pixels = image.format == ChannelFormat::float16 ? OIIO::TypeDesc::FLOAT : spec.format;
     writer->output->set_ioproxy(&writer->stream);
-    if (writer->output->open(image.path, spec))
+    writer->opened = writer->output->open(image.path, spec);
+    if (writer->opened)
         return writer;
     *error = imageError(writer.get());
     return nullptr;
@@ -181,6 +219,7 @@ bool writePart(ImageWriter* writer, const RtWindow& part, const void* pixels)
 {
     OIIO::ImageOutput& output = *writer->output;
     const int end_x = part.max_x + 1, end_y = part.max_y + 1;
+    writer->next_row = end_y;
     const bool written =
         writer->tiled
             ? output.write_tiles(part.min_x, end_x, part.min_y, end_y, 0, 1, writer->pixels, pixels)
@@ -190,6 +229,7 @@ bool writePart(ImageWriter* writer, const RtWindow& part, const void* pixels)
 
 bool finishImage(ImageWriter* writer)
 {
+    writer->opened = false;
     if (!writer->output->close() || writer->stream.failure)
         return false;
     errno = 0;
@@ -209,9 +249,26 @@ std::string imageError(const ImageWriter* writer)
     return writer->output->geterror();
 }
 
+// The library behind PNG files complains on the console about an image that lacks rows.
+static void fillUp(ImageWriter* writer)
+{
+    const OIIO::ImageSpec& spec = writer->output->spec();
+    const std::vector<unsigned char> black(spec.scanline_bytes(true));
+    for (int y = writer->next_row; y < spec.y + spec.height; ++y)
+        writer->output->write_scanline(y, 0, spec.format, black.data());
+}
+
 void ImageWriterDeleter::operator()(ImageWriter* writer) const
 {
-    writer->output.reset(); // may still write
+    if (!writer->finished && !writer->stream.failure)
+        writer->stream.failure = ECANCELED; // nothing more goes to the disk
+    try {
+        if (!writer->finished && writer->opened && !strcmp(writer->output->format_name(), "png"))
+            fillUp(writer);
+        writer->output.reset(); // may still write
+    } catch (const std::exception&) {
+        // The file is lost anyway.
+    }
     if (writer->file)
         fclose(writer->file);
     if (!writer->finished)

@@ -84,7 +84,7 @@ static RtRGB ambient(RtNode* node, RtShaderGlobals* sg)
     const float cosine =
         data->use_direction ? std::clamp(dot(data->direction, sg->normal), 0.0f, 1.0f) : 1;
     // Required: the colour as it is stored, without "light_gamma".
-    return scaled(RvLightGetColor(node), RvLightGetIntensity(node) * cosine);
+    return RvLightGetColor(node) * (RvLightGetIntensity(node) * cosine);
 }
 
 static const RtCommonMethods common = {

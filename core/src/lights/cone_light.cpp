@@ -62,7 +62,7 @@ static const LightProjection* projectionOf(const ConeLightPoint& point)
 // Turns the direction and distance in the context into arriving light.
 static void shine(const ConeLightPoint& point, RtShaderGlobals* sg, float intensity)
 {
-    sg->light_unoccluded = scaled(point.light->color, intensity);
+    sg->light_unoccluded = point.light->color * intensity;
     sg->light_shadow = RV_RGB_BLACK;
     shineThroughFilters(sg, projectionOf(point));
 }
@@ -85,13 +85,13 @@ bool sampleConeLight(ConeLightPoint* point, RtShaderGlobals* sg)
     mis.active = light.mis && light.sampled && solidAngle(point->cone) > least_mis_extent;
     shine(*point, sg, point->intensity);
     if (!mis.active)
-        return isVisible(sg->light_radiance);
+        return !isNegligible(sg->light_radiance);
     mis.sample_index = sg->light_sample_index;
     mis.pdf = samplePdf(*point);
     // Required: without "bounce_factor", which the samples of a BRDF bring along.
     const float bounce = bounceFactor(light, *sg);
-    mis.radiance = bounce != 0 ? scaled(sg->light_radiance, 1 / (solidAngle(point->cone) * bounce))
-                               : RV_RGB_BLACK;
+    mis.radiance =
+        bounce != 0 ? sg->light_radiance * (1 / (solidAngle(point->cone) * bounce)) : RV_RGB_BLACK;
     return true;
 }
 

@@ -99,10 +99,10 @@ static bool sample(RtNode* node, RtShaderGlobals* sg)
     sg->light_dir = point.light->sampled ? coneDirection(data->cone, point.sample.x, point.sample.y)
                                          : data->cone.axis;
     sg->light_dist = distance;
-    sg->light_unoccluded = scaled(point.light->color, intensityAt(*point.light, *data, *sg));
+    sg->light_unoccluded = point.light->color * intensityAt(*point.light, *data, *sg);
     sg->light_shadow = RV_RGB_BLACK;
     shineThroughFilters(sg, nullptr);
-    return isVisible(sg->light_radiance);
+    return !isNegligible(sg->light_radiance);
 }
 
 static const RtCommonMethods common = {

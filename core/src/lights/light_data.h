@@ -3,6 +3,7 @@
 #ifndef RV_LIGHT_DATA_H
 #define RV_LIGHT_DATA_H
 
+#include "color.h"
 #include "lights/lights.h"
 #include "nodes.h"
 #include "rv_memory.h"
@@ -133,25 +134,6 @@ inline bool reachesVolumes(const RtNode* light)
 
 // An exponent that falloff can have: 0, after a warning, for negative ones.
 float usableDecay(const RtNode* light, float exponent);
-
-inline RtRGB scaled(const RtRGB& c, float s) { return { c.r * s, c.g * s, c.b * s }; }
-inline float largest(const RtRGB& c) { return fmaxf(fmaxf(c.r, c.g), c.b); }
-
-// Some channel is far enough from 0 to be seen.
-inline bool isVisible(const RtRGB& c)
-{
-    constexpr float least = 0.0001f;
-    return fabsf(c.r) >= least || fabsf(c.g) >= least || fabsf(c.b) >= least;
-}
-
-// A unit vector; what has no length stays zero.
-inline RtVector unitVector(const RtVector& v)
-{
-    const double x = v.x, y = v.y, z = v.z;
-    const double length = sqrt(x * x + y * y + z * z);
-    return length > 0 ? RtVector{ float(x / length), float(y / length), float(z / length) }
-                      : RtVector{};
-}
 
 // The direction towards a light that shines along `direction` in its own space.
 RtVector directionToLight(const RtNode* light, const RtVector& direction);

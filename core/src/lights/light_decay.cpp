@@ -123,7 +123,7 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg)
     const RtLightData* const light = lightData(sg->light);
     if (light && fadesByItself(*light))
         factor *= d * d;
-    sg->light_unoccluded = scaled(sg->light_unoccluded, factor);
+    sg->light_unoccluded = sg->light_unoccluded * factor;
 }
 
 static const RtCommonMethods common = {

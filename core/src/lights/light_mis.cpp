@@ -138,7 +138,7 @@ static RtRGB lobePart(const Lobe& lobe, const RtLightData& light, RtShaderGlobal
 {
     const RtPoint2 uv = lobeSample(light, *sg, n);
     const RtVector dir = lobe.sample(lobe.data, uv.x, uv.y);
-    if (!isVisible({ dir.x, dir.y, dir.z }) || !light.methods->LightIntersect)
+    if (isNegligible({ dir.x, dir.y, dir.z }) || !light.methods->LightIntersect)
         return RV_RGB_BLACK;
     RtRay ray;
     RvMakeRay(&ray, RV_RAY_GLOSSY, &sg->point, &dir, 1e12, sg);

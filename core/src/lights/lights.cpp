@@ -55,7 +55,7 @@ RtVector directionToLight(const RtNode* light, const RtVector& direction)
     RtVector to_light = back;
     if (matrix && matrix->type == RV_TYPE_MATRIX && totalElements(matrix))
         RvM4VectorByMatrixMult(&to_light, elementsOf<RtMatrix>(matrix), &back);
-    return unitVector(to_light);
+    return unitPrecise(to_light);
 }
 
 // ---- Local data ----
@@ -198,7 +198,7 @@ static void updateShadows(RtLightData* data)
 {
     const RtNode* const light = data->node;
     data->shadow_color = lightParam<RtRGB>(light, light_shadow_color_param);
-    data->shadow_colored = isVisible(data->shadow_color);
+    data->shadow_colored = !isNegligible(data->shadow_color);
     data->shadow_density = lightParam<float>(light, light_shadow_density_param);
     data->volumetric_shadows = false;
     data->cast_shadows =
@@ -215,11 +215,11 @@ static void updateBrightness(RtLightData* data)
     data->color = gamma == 1
                       ? color
                       : RtRGB{ powf(color.r, gamma), powf(color.g, gamma), powf(color.b, gamma) };
-    data->enabled = isVisible(color) && data->intensity != 0 && !render_options->ignore_lights;
+    data->enabled = !isNegligible(color) && data->intensity != 0 && !render_options->ignore_lights;
     data->normalize = lightParam<bool>(light, light_normalize_param);
     const Decay decay = findDecay(light);
     data->decay_exponent = decay.exponent;
-    data->cutoff_sq = cutoffSquare(largest(data->color) * data->intensity, decay,
+    data->cutoff_sq = cutoffSquare(largestOf(data->color) * data->intensity, decay,
                                    render_options->low_light_threshold);
 }
 

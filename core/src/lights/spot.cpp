@@ -89,7 +89,7 @@ SpotCone spotCone(const SpotSettings& s)
              .penumbra = s.penumbra_angle * 0.017453292f,
              .tan_half = float(tan_half),
              .cos_half = float(cos(cone / 2)),
-             .k = float(pi / cone),
+             .k = pi / cone,
              .aspect = s.aspect_ratio < 1 ? 1 / s.aspect_ratio : s.aspect_ratio,
              .apex_offset = float(s.lens_radius / tan_half),
              .cosine_power = s.cosine_power };
@@ -98,8 +98,8 @@ SpotCone spotCone(const SpotSettings& s)
 float spotFalloff(const SpotCone& cone, float theta)
 {
     if (cone.cosine_power != 0) {
-        const float c = std::max(0.0f, cosf(theta * cone.k));
-        return cone.cosine_power == 1 ? c : powf(c, cone.cosine_power);
+        const double c = std::max(0.0, cos(theta * cone.k));
+        return float(cone.cosine_power == 1 ? c : pow(c, cone.cosine_power));
     }
     const float inner = cone.cone / 2 - cone.penumbra;
     if (!(cone.penumbra > 0) || !(theta > inner))
@@ -328,19 +328,27 @@ bool spanInCone(const SpotCone& cone, const double o[3], const double d[3], RayS
     const double discriminant = b * b - a * c;
     if (!(discriminant >= 0))
         return false;
-    const double q = -(b + copysign(sqrt(discriminant), b));
-    double t0 = q != 0 ? c / q : 0, t1 = a != 0 ? q / a : copysign(HUGE_VAL, q);
-    if (t0 > t1)
-        std::swap(t0, t1);
-    // Of the two halves of the double cone, a line that enters both leaves one before it enters
-    // the other.
-    if (a > 0)
-        *span = { t0, t1 };
-    else if (d[2] > 0)
-        *span = { t1, HUGE_VAL };
-    else
-        *span = { -HUGE_VAL, t0 };
-    const double inside = a > 0 ? (t0 + t1) / 2 : d[2] > 0 ? t1 + 1 : t0 - 1;
+    constexpr double everywhere = HUGE_VAL;
+    double inside; // one point of the span that the quadric leaves
+    if (a == 0) {
+        const double end = -c / (2 * b);
+        *span = b > 0 ? RaySpan{ -everywhere, end } : RaySpan{ end, everywhere };
+        inside = b > 0 ? end - 1 : end + 1;
+    } else {
+        const double q = -(b + copysign(sqrt(discriminant), b));
+        const double p = q != 0 ? c / q : 0, r = q / a;
+        const double t0 = std::min(p, r), t1 = std::max(p, r);
+        if (a > 0) {
+            *span = { t0, t1 };
+            inside = (t0 + t1) / 2;
+        } else if (d[2] > 0) { // into the beam, after the other half of the double cone
+            *span = { t1, everywhere };
+            inside = t1 + 1;
+        } else {
+            *span = { -everywhere, t0 };
+            inside = t0 - 1;
+        }
+    }
     return o[2] + inside * d[2] > 0;
 }
 

@@ -18,7 +18,7 @@ struct SpotCone {
     float cone;     // the whole angle, radians
     float penumbra; // radians
     float tan_half, cos_half;
-    float k;           // pi / cone
+    double k;          // pi / cone; its product with an angle may be pi / 2 all but exactly
     float aspect;      // 1 or more
     float apex_offset; // of the apex behind the lens
     float cosine_power;

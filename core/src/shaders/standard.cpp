@@ -1,6 +1,7 @@
 // standard: the "standard" shader node, the production surface.
 #include "shaders/standard.h"
 
+#include "brdf.h"
 #include "brdf_mis.h"
 #include "color.h"
 #include "nodes.h"
@@ -118,16 +119,14 @@ static void update(RtNode* node, void* params)
         standard->specular_Fresnel = false;
 }
 
+static float clampToUnit(float x) { return std::clamp(x, 0.0f, 1.0f); }
+
 // ---- Media ----
 
-static float clamp01(float x) { return std::clamp(x, 0.0f, 1.0f); }
-
-RtRGB transmittanceOver(const RtRGB& transmittance, float distance)
+// What a medium leaves of light after a distance, which may be 0.
+static RtRGB passingThrough(const Absorption& medium, double distance)
 {
-    // Where nothing passes, the logarithm is infinite, and 0 times infinity is no number.
-    if (distance == 0)
-        return RV_RGB_WHITE;
-    return perChannel(transmittance, [=](float t) { return expf(-logf(1 / t) * distance); });
+    return distance > 0 ? medium.over(distance) : RV_RGB_WHITE;
 }
 
 static bool isEntering(const RtShaderGlobals* sg)
@@ -141,15 +140,15 @@ static bool isEntering(const RtShaderGlobals* sg)
 static void castMediumShadow(const ShaderInputs& in, RtShaderGlobals* sg)
 {
     static const char* const message = "s_hit_previous";
-    const RtRGB transmittance = perChannel(in.rgb(p_transmittance), clamp01);
-    if (isWhite(transmittance))
+    const Absorption medium(clampedToUnit(in.rgb(p_transmittance)));
+    if (!medium.isActive())
         return;
     RtPoint entry;
     if (isEntering(sg)) {
         RvMessageSetPntFunc(sg, message, sg->point);
     } else if (RvMessageGetPntFunc(sg, message, &entry)) {
         const RtVector way = sg->point - entry;
-        const RtRGB passing = transmittanceOver(transmittance, sqrtf(dot(way, way)));
+        const RtRGB passing = passingThrough(medium, sqrtf(dot(way, way)));
         sg->out_opacity = RV_RGB_WHITE - passing * (RV_RGB_WHITE - sg->out_opacity);
     }
 }
@@ -170,11 +169,11 @@ LobeRoughness standardRoughness(int specular_brdf, float Phong_exponent, float s
     const float exponent = std::max(0.0f, Phong_exponent);
     const bool by_exponent = specular_brdf == stretched_phong && exponent != 10;
     const float roughness =
-        clamp01(by_exponent ? sqrtf(sqrtf(0.5f / (exponent + 0.5f))) : specular_roughness);
+        clampToUnit(by_exponent ? sqrtf(sqrtf(0.5f / (exponent + 0.5f))) : specular_roughness);
     LobeRoughness lobe = { roughness * roughness, roughness * roughness };
     if (specular_brdf != ward_duer)
         return lobe;
-    const float anisotropy = clamp01(specular_anisotropy);
+    const float anisotropy = clampToUnit(specular_anisotropy);
     const float narrowed = (1 - sqrtf(fabsf(2 * anisotropy - 1))) * lobe.x;
     if (anisotropy < 0.5f)
         lobe.y = narrowed;
@@ -412,8 +411,7 @@ RtRGB StandardShading::followed(const RtVector& dir, int ray_type, bool may_trac
     RvMakeRay(&ray, ray_type, &sg->point, &dir, trace_distance, sg);
     *sample = {};
     if (may_trace) {
-        if (!RvTrace(&ray, sample))
-            sample->z = 0; // nothing was hit
+        RvTrace(&ray, sample);
         return sample->color;
     }
     const RtRGB color = in.rgb(exit_color);
@@ -447,10 +445,10 @@ RtRGB StandardShading::refractedSharply(float eta_in, float eta_out) const
     const RtRGB light =
         followed(dir, RV_RAY_REFRACTED, sg->refraction_depth < render_options->GI_refraction_depth,
                  p_refraction_exit_color, p_refraction_exit_use_environment, &sample);
-    const RtRGB transmittance = perChannel(in.rgb(p_transmittance), clamp01);
-    if (!(sample.z > 0) || isWhite(transmittance) || !isEntering(sg))
+    const Absorption medium(clampedToUnit(in.rgb(p_transmittance)));
+    if (!medium.isActive() || !isEntering(sg))
         return light;
-    return light * transmittanceOver(transmittance, float(sample.z));
+    return light * passingThrough(medium, sample.z);
 }
 
 RtRGB StandardShading::refracted() const
@@ -458,7 +456,7 @@ RtRGB StandardShading::refracted() const
     const bool entering = dot(sg->normal, sg->ray_dir) < 0;
     const float ior = in.flt(p_IOR);
     const float eta_in = entering ? 1 : ior, eta_out = entering ? ior : 1;
-    const float roughness = clamp01(in.flt(p_refraction_roughness));
+    const float roughness = clampToUnit(in.flt(p_refraction_roughness));
     if (!(roughness > 0))
         return refractedSharply(eta_in, eta_out);
     const RtRGB transmittance = in.rgb(p_transmittance);

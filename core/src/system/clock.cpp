@@ -9,12 +9,14 @@ namespace rv {
 
 static constexpr uint64_t nanoseconds_per_second = 1000000000;
 
-uint64_t highResolutionCounter()
+static uint64_t readClock(clockid_t clock)
 {
     timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
+    clock_gettime(clock, &now);
     return uint64_t(now.tv_sec) * nanoseconds_per_second + uint64_t(now.tv_nsec);
 }
+
+uint64_t highResolutionCounter() { return readClock(CLOCK_MONOTONIC); }
 
 uint64_t counterFrequency() { return nanoseconds_per_second; }
 
@@ -27,6 +29,8 @@ uint32_t processUserMilliseconds()
     return uint32_t(uint64_t(usage.ru_utime.tv_sec) * 1000 +
                     uint64_t(usage.ru_utime.tv_usec) / 1000);
 }
+
+uint64_t threadProcessorNanoseconds() { return readClock(CLOCK_THREAD_CPUTIME_ID); }
 
 void localTimeText(char* out)
 {

@@ -16,6 +16,9 @@ uint64_t counterFrequency();
 // Processor time of the process in user mode, in milliseconds.
 uint32_t processUserMilliseconds();
 
+// Processor time of the calling thread.
+uint64_t threadProcessorNanoseconds();
+
 // Local time as ctime() prints it, without the newline. out holds at least 26 bytes.
 void localTimeText(char* out);
 

@@ -1,6 +1,7 @@
 // From a pixel sample to the ray in the world.
 #include "camera_tools.h"
 #include "sampling.h"
+#include "shader_tools.h"
 #include "system/memory.h"
 
 #include <limits>
@@ -224,14 +225,38 @@ TEST_F(Cameras, without_a_prepared_camera_the_ray_has_no_weight)
     }
 }
 
-TEST_F(Cameras, a_filter_map_keeps_the_weight_while_shaders_are_not_evaluated)
+TEST_F(Cameras, a_filter_map_scales_the_weight_by_the_first_channel_of_its_result)
+{
+    RtNode* const camera = preparedCamera("persp_camera");
+    setImage(4, 2);
+    RtShaderGlobals seen;
+    const auto program = [&](RtNode*, RtShaderGlobals* sg) {
+        seen = *sg;
+        sg->out.RGBA = { 0.25f, 0.5f, 0.75f, 1 };
+    };
+    for (int type : { RV_TYPE_FLOAT, RV_TYPE_RGB, RV_TYPE_RGBA }) {
+        RtNode* const map = shader_tools::shader("map", type, program);
+        RvNodeSetPtr(camera, "filtermap", map);
+        update(camera);
+        EXPECT_EQ(rayOf(camera, centreOf(3, 0)).weight, 0.25f) << type;
+        EXPECT_EQ(seen.pixel_x, 3);
+        EXPECT_EQ(seen.pixel_y, 0);
+        EXPECT_FLOAT_EQ(seen.u, 0.875f); // from left to right
+        EXPECT_FLOAT_EQ(seen.v, 0.75f);  // from the bottom to the top
+        RvNodeSetPtr(camera, "filtermap", nullptr);
+        RvNodeDestroy(map);
+    }
+}
+
+TEST_F(Cameras, a_filter_map_without_a_colour_keeps_the_weight)
 {
     RtNode* const camera = preparedCamera("persp_camera");
     setImage(3, 3);
-    for (const char* type : { "image", "sphere" }) {
-        RvNodeSetPtr(camera, "filtermap", RvNode(type));
+    for (RtNode* map :
+         { RvNode("sphere"), RvNode("gobo"), shader_tools::shader("text", RV_TYPE_STRING) }) {
+        RvNodeSetPtr(camera, "filtermap", map);
         update(camera);
-        EXPECT_EQ(rayOf(camera, centreOf(1, 1)).weight, 1) << type;
+        EXPECT_EQ(rayOf(camera, centreOf(1, 1)).weight, 1) << RvNodeGetName(map);
     }
 }
 

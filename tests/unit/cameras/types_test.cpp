@@ -1,5 +1,6 @@
 // CreateRay of the built-in camera types.
 #include "camera_tools.h"
+#include "shader_tools.h"
 
 using namespace camera_tools;
 using namespace node_tools;
@@ -162,21 +163,54 @@ TEST_F(Cameras, an_unlinked_uv_remap_changes_nothing)
     EXPECT_EQ(describe(createRay(camera, at(0.3f, -0.6f)).dir), describe(before));
 }
 
-TEST_F(Cameras, a_linked_uv_remap_keeps_positions_while_shaders_are_not_evaluated)
+TEST_F(Cameras, a_linked_uv_remap_moves_positions_on_the_screen)
 {
     setImage(320, 200, 1.5f);
     RtNode* const camera = make("persp_camera");
     prepared(camera);
-    const RtVector before = createRay(camera, at(0.3f, -0.6f)).dir;
-    for (const char* target : { "uv_remap", "uv_remap.r" }) {
-        RvNodeLink(RvNode(strlen(target) == 8 ? "image" : "noise"), target, camera);
-        update(camera);
-        const RtVector after = createRay(camera, at(0.3f, -0.6f)).dir;
-        EXPECT_NEAR(after.x, before.x, 1e-6) << target;
-        EXPECT_NEAR(after.y, before.y, 1e-6) << target;
+    RtShaderGlobals seen;
+    RtPoint2 shift = { 0, 0 };
+    RtNode* const remap =
+        shader_tools::shader("remap", RV_TYPE_RGBA, [&](RtNode*, RtShaderGlobals* sg) {
+            seen = *sg;
+            sg->out.RGBA = { sg->u + shift.x, sg->v + shift.y, 0, 1 };
+        });
+    RvNodeLink(remap, "uv_remap", camera);
+    update(camera);
+    const float aspect = 320.0f / 200 / 1.5f;
+    for (const RtPoint2& by : { RtPoint2{ 0, 0 }, RtPoint2{ 0.25f, -0.125f } }) {
+        shift = by;
+        const RtVector dir = createRay(camera, at(0.3f, -0.6f)).dir;
+        EXPECT_FLOAT_EQ(seen.u, 1.3f / 2 + 0.5f / 320);
+        EXPECT_FLOAT_EQ(seen.v, (1 - 0.6f * aspect) / 2 + 0.5f / 200);
         RvNodeUnlink(camera, "uv_remap");
+        update(camera);
+        const float x = 0.3f + 1.0f / 320 + 2 * by.x;
+        const float y = -0.6f + (1.0f / 200 + 2 * by.y) / aspect;
+        const RtVector expected = createRay(camera, at(x, y)).dir;
+        EXPECT_NEAR(dir.x, expected.x, 1e-6);
+        EXPECT_NEAR(dir.y, expected.y, 1e-6);
+        RvNodeLink(remap, "uv_remap", camera);
+        update(camera);
     }
     EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Cameras, components_of_uv_remap_may_be_linked_alone)
+{
+    RtNode* const camera = make("persp_camera");
+    prepared(camera);
+    RvNodeSetRGBA(camera, "uv_remap", 0.5f, 0.5f, 0, 1); // the centre
+    RvNodeLink(shader_tools::floatShader("right", 1), "uv_remap.r", camera);
+    update(camera);
+    const RtVector dir = createRay(camera, at(0.3f, -0.6f)).dir;
+    const RtVector expected = [&] {
+        RvNodeUnlink(camera, "uv_remap");
+        update(camera);
+        return createRay(camera, at(1, 0)).dir;
+    }();
+    EXPECT_NEAR(dir.x, expected.x, 1e-6);
+    EXPECT_NEAR(dir.y, expected.y, 1e-6);
 }
 
 TEST_F(Cameras, empty_arrays_of_a_type_are_survived)

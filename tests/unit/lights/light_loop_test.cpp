@@ -6,7 +6,10 @@ using namespace light_tools;
 
 using LightLoop = Lit;
 
-static RtLightingCount counted(RtLightingRow row) { return rv::the_frame->stats[rv::stats_slot]->lighting[row]; }
+static RtLightingCount counted(RtLightingRow row)
+{
+    return rv::the_frame->stats[rv::stats_slot]->lighting[row];
+}
 
 // ---- Which lights, and how often ----
 
@@ -33,11 +36,8 @@ TEST_F(LightLoop, bounces_and_direct_lighting_limit_the_diffuse_depth)
         bool direct;
         std::vector<int> lit_depths; // of 0 to 3
     } rows[] = {
-        { 0, true, { 0 } },
-        { 2, true, { 0, 1, 2 } },
-        { 999, true, { 0, 1, 2, 3 } },
-        { 999, false, { 1, 2, 3 } },
-        { 0, false, {} },
+        { 0, true, { 0 } },          { 2, true, { 0, 1, 2 } }, { 999, true, { 0, 1, 2, 3 } },
+        { 999, false, { 1, 2, 3 } }, { 0, false, {} },
     };
     for (const auto& row : rows) {
         RtNode* const node = pointLight({ 0, 0, 1 });
@@ -184,15 +184,17 @@ TEST_F(LightLoop, samples_are_the_block_of_the_camera_sample_in_the_table_of_the
         const RtSampleTable* table;
         int sample_index, start, count;
     } rows[] = {
-        { RV_PASS_PIXELS, data.pixel_table, 0, 0, 9 }, { RV_PASS_PIXELS, data.pixel_table, 3, 27, 9 },
-        { RV_PASS_SSS, data.sss_table, 3, 0, 4 },      { RV_PASS_HAIR, data.cache_table, 2, 0, 9 },
+        { RV_PASS_PIXELS, data.pixel_table, 0, 0, 9 },
+        { RV_PASS_PIXELS, data.pixel_table, 3, 27, 9 },
+        { RV_PASS_SSS, data.sss_table, 3, 0, 4 },
+        { RV_PASS_HAIR, data.cache_table, 2, 0, 9 },
     };
     for (const auto& row : rows)
-        for (uint8_t depth : { 0, 1 }) { // where rotations differ
+        for (int depth : { 0, 1 }) { // where rotations differ
             RtShaderGlobals sg = surface();
             sg.state->pass = row.pass;
             sg.sample_index = uint16_t(row.sample_index);
-            sg.ray_depth = depth;
+            sg.ray_depth = uint8_t(depth);
             sg.pixel_x = 17;
             seenPoints().clear();
             samplesAt(sg);
@@ -241,9 +243,9 @@ TEST_F(LightLoop, a_camera_sample_beyond_the_table_starts_over)
     installProbe();
     RvNodeSetInt(light("probe"), "samples", 2);
     prepare();
-    for (uint16_t index : { 1, 999, 65535 }) {
+    for (int index : { 1, 999, 65535 }) {
         RtShaderGlobals sg = surface();
-        sg.sample_index = index;
+        sg.sample_index = uint16_t(index);
         samplesAt(sg);
     }
     EXPECT_EQ(seenPoints().size(), 12u);
@@ -312,8 +314,14 @@ TEST_F(LightLoop, samples_are_reused_only_where_nothing_changed)
         { "nothing", [](RtShaderGlobals*) {} },
         { "point", [](RtShaderGlobals* sg) { sg->point.x = 0.5f; } },
         { "sign of zero", [](RtShaderGlobals* sg) { sg->point.x = -0.0f; } }, // bit for bit
-        { "normal", [](RtShaderGlobals* sg) { sg->normal = { 0, 1, 0 }; } },
-        { "facing normal", [](RtShaderGlobals* sg) { sg->facing_normal = { 0, 1, 0 }; } },
+        { "normal",
+          [](RtShaderGlobals* sg) {
+              sg->normal = { 0, 1, 0 };
+          } },
+        { "facing normal",
+          [](RtShaderGlobals* sg) {
+              sg->facing_normal = { 0, 1, 0 };
+          } },
         { "hemisphere", [](RtShaderGlobals* sg) { sg->front_hemisphere_only = 0; } },
         { "shadows", [](RtShaderGlobals* sg) { sg->skip_shadows = 1; } },
         { "trace set", [](RtShaderGlobals* sg) { RvShaderGlobalsSetTraceSet(sg, "b", false); } },
@@ -438,9 +446,9 @@ TEST_F(LightLoop, contexts_that_cannot_hold_samples_get_none)
     sg.state = nullptr;
     EXPECT_TRUE(samplesAt(sg).empty());
     EXPECT_EQ(text(RvLightsGetShadowMatte(&sg)), "0 0 0");
-    for (uint8_t thread : { 64, 255 }) {
+    for (int thread : { 64, 255 }) {
         sg = surface();
-        sg.thread_index = thread;
+        sg.thread_index = uint8_t(thread);
         EXPECT_TRUE(samplesAt(sg).empty());
     }
     sg = surface();

@@ -10,6 +10,9 @@
 namespace light_tools {
 
 using node_tools::named;
+using rv::operator+;
+using rv::operator-;
+using rv::operator*;
 using trace_tools::Names;
 using trace_tools::shading;
 
@@ -24,7 +27,7 @@ struct Sample {
     int count;
 };
 
-inline void update(RtNode* node)
+inline void updateLight(RtNode* node)
 {
     rv::RvNodeInitialize(node);
     node->entry->methods->Update(node, node->params);
@@ -71,7 +74,8 @@ protected:
     static RtLightData& dataOf(RtNode* node) { return *rv::lightData(node); }
 
     // A surface at the point, with its normal, lit by all lights of the scene.
-    RtShaderGlobals surface(const RtPoint& point = { 0, 0, 0 }, const RtVector& normal = { 0, 0, 1 })
+    RtShaderGlobals surface(const RtPoint& point = { 0, 0, 0 },
+                            const RtVector& normal = { 0, 0, 1 })
     {
         RtShaderGlobals sg = cameraContext();
         states.push_back(std::make_unique<RtShadingState>());
@@ -79,7 +83,7 @@ protected:
         *sg.state = {};
         sg.point = point;
         sg.normal = sg.facing_normal = sg.geometric_normal = sg.facing_geometric_normal = normal;
-        sg.ray_dir = normal * -1;
+        sg.ray_dir = normal * -1.0f;
         sg.lights = RvUniverseGetLights();
         sg.light_count = RvUniverseGetNumLights();
         return sg;

@@ -25,7 +25,7 @@ protected:
     }
     static RtLightData& updated(RtNode* node)
     {
-        update(node);
+        updateLight(node);
         return dataOf(node);
     }
 };
@@ -38,7 +38,7 @@ TEST_F(Lights, intensity_and_exposure_agree_with_the_golden_vectors)
         RtNode* const node = light("point_light");
         RvNodeSetFlt(node, "intensity", goldenFloat(v["in"]["intensity"]));
         RvNodeSetFlt(node, "exposure", goldenFloat(v["in"]["exposure"]));
-        update(node);
+        updateLight(node);
         expectGoldenNumbers(v, "value", { RvLightGetIntensity(node) });
         RvNodeDestroy(node);
     }
@@ -48,7 +48,7 @@ TEST_F(Lights, one_stop_of_exposure_doubles_the_intensity)
 {
     RtNode* const node = light("distant_light");
     RvNodeSetFlt(node, "exposure", 1);
-    update(node);
+    updateLight(node);
     EXPECT_EQ(RvLightGetIntensity(node), 2);
 }
 
@@ -141,7 +141,7 @@ TEST_F(Lights, an_update_copies_the_common_parameters)
     EXPECT_TRUE(data.mis);
     set("ignore_shadows", true);
     RvNodeSetRGB(node, "shadow_color", 0, 0.00009f, 0);
-    update(node);
+    updateLight(node);
     EXPECT_FALSE(data.cast_shadows);
     EXPECT_FALSE(data.shadow_colored);
 }
@@ -230,7 +230,7 @@ TEST_F(Lights, missing_filters_are_reported_up_to_the_decay_filter)
     RtNode* const blocker = named("light_blocker", "b");
     setFilters(node, { nullptr, blocker, nullptr, decay("linear"), nullptr });
     takeProblems();
-    update(node);
+    updateLight(node);
     const auto problems = takeProblems();
     EXPECT_EQ(problems, (Names{ "[spot_light] s is missing light-filter 0",
                                 "[spot_light] s is missing light-filter 2" }));
@@ -257,9 +257,8 @@ TEST_F(Lights, time_samples_that_do_not_rise_are_repaired)
         for (unsigned i = 0; i < times.size(); ++i)
             RvArraySetFlt(array, i, float(times[i]));
         RvNodeSetArray(node, "time_samples", array);
-        update(node);
-        EXPECT_EQ(takeProblem(),
-                  "invalid time sample specification on: d - resetting to default");
+        updateLight(node);
+        EXPECT_EQ(takeProblem(), "invalid time sample specification on: d - resetting to default");
         EXPECT_EQ(node_tools::describe(RvNodeGetArray(node, "time_samples")), "FLOAT 2x1: 0, 1");
         RvNodeDestroy(node);
     }
@@ -269,10 +268,9 @@ TEST_F(Lights, time_samples_that_rise_are_left_alone)
 {
     RtNode* const node = light("point_light");
     RvNodeSetArray(node, "time_samples", RvArray(3, 1, RV_TYPE_FLOAT, -1.0, 0.25, 7.0));
-    update(node);
+    updateLight(node);
     EXPECT_EQ(takeProblem(), "");
-    EXPECT_EQ(node_tools::describe(RvNodeGetArray(node, "time_samples")),
-              "FLOAT 3x1: -1, 0.25, 7");
+    EXPECT_EQ(node_tools::describe(RvNodeGetArray(node, "time_samples")), "FLOAT 3x1: -1, 0.25, 7");
 }
 
 // ---- Information lines ----
@@ -296,7 +294,7 @@ TEST_F(Lights, an_update_says_what_became_of_the_light)
         RvNodeSetInt(node, "samples", row.samples);
         RvNodeSetBool(node, "cast_shadows", row.shadows);
         takeStatsLines();
-        update(node);
+        updateLight(node);
         EXPECT_EQ(takeStatsLines(), Names{ row.line });
         RvNodeDestroy(node);
     }
@@ -306,7 +304,7 @@ TEST_F(Lights, the_line_speaks_of_the_parameter_even_when_shadows_are_ignored)
 {
     set("ignore_shadows", true);
     RtNode* const node = light("point_light", "L");
-    update(node);
+    updateLight(node);
     EXPECT_EQ(takeStatsLines(), Names{ "L: 1 samples, raytraced" });
 }
 
@@ -336,10 +334,10 @@ TEST_F(Lights, rendering_an_unchanged_scene_again_says_nothing)
     prepare();
     EXPECT_EQ(takeStatsLines(), Names{ "L: 1 samples, raytraced" });
     prepare();
-    update(node);
+    updateLight(node);
     EXPECT_EQ(takeStatsLines(), Names{});
     RvNodeSetInt(node, "samples", 2);
-    update(node);
+    updateLight(node);
     EXPECT_EQ(takeStatsLines(), Names{ "L: 2 samples, raytraced" });
 }
 
@@ -412,7 +410,7 @@ TEST_F(Lights, tables_beyond_any_memory_are_refused_and_the_light_shines_on)
     RvNodeSetInt(node, "samples", 255);
     RvNodeSetBool(options(), "abort_on_error", false);
     set("AA_samples", 64);
-    update(node);
+    updateLight(node);
     const auto problems = takeProblems();
     ASSERT_EQ(problems.size(), 2u); // pixel and mis table
     for (const std::string& problem : problems)
@@ -426,13 +424,13 @@ TEST_F(Lights, lights_with_equal_sampling_share_their_tables)
 {
     const int before = rv::lightTableCount();
     for (const char* name : { "a", "b", "c" })
-        update(pointLight({ 0, 0, 1 }, 1, name));
+        updateLight(pointLight({ 0, 0, 1 }, 1, name));
     RtNode* const other = pointLight({ 0, 0, 1 }, 1, "other");
     RvNodeSetInt(other, "samples", 2);
     EXPECT_EQ(rv::lightTableCount() - before, 3); // sss and cache tables are the same
-    update(other);
+    updateLight(other);
     EXPECT_EQ(rv::lightTableCount() - before, 6);
-    update(other);
+    updateLight(other);
     EXPECT_EQ(rv::lightTableCount() - before, 6);
     RvNodeDestroy(other);
     EXPECT_EQ(rv::lightTableCount() - before, 3);
@@ -443,7 +441,7 @@ TEST_F(Lights, tables_go_with_the_last_light)
     TearDown();
     EXPECT_EQ(rv::lightTableCount(), 0);
     SetUp();
-    update(pointLight({ 0, 0, 1 }, 1));
+    updateLight(pointLight({ 0, 0, 1 }, 1));
     EXPECT_GT(rv::lightTableCount(), 0);
     TearDown();
     EXPECT_EQ(rv::lightTableCount(), 0);
@@ -468,8 +466,8 @@ TEST_F(Lights, local_data_is_freed_with_the_light)
     const auto use = [] {
         for (const char* type : { "point_light", "spot_light", "distant_light", "ambient_light" }) {
             RtNode* const node = light(type);
-            update(node);
-            update(node);
+            updateLight(node);
+            updateLight(node);
             RvNodeDestroy(node);
         }
         messages().clear();
@@ -486,12 +484,13 @@ TEST_F(Lights, an_exhausted_heap_leaves_lights_dark)
                  { "point_light", "spot_light", "distant_light", "ambient_light" })
                 if (RtNode* const node = RvNode(type)) {
                     RvNodeSetBool(RvUniverseGetOptions(), "abort_on_error", false);
-                    update(node);
+                    updateLight(node);
                     RvNodeDestroy(node);
                 }
         },
         takeProblems);
-    EXPECT_TRUE(node_tools::anyReportsFailure(texts, "core.src.lights.lights", "RvLightInitialize"));
+    EXPECT_TRUE(
+        node_tools::anyReportsFailure(texts, "core.src.lights.lights", "RvLightInitialize"));
     EXPECT_TRUE(node_tools::anyReportsFailure(texts, "core.src.lights.point", "Initialize"));
     EXPECT_TRUE(node_tools::anyReportsFailure(texts, "core.src.lights.spot", "Update"));
 }
@@ -513,8 +512,8 @@ static const RtNodeMethods& pluginMethods()
 {
     static int data;
     static const RtCommonMethods common = {
-        .Parameters =
-            [](RtList* params, RtMetaDataStore*) { RvNodeParamFLT(params, -1, "power", 5); },
+        .Parameters = [](RtList* params,
+                         RtMetaDataStore*) { RvNodeParamFLT(params, -1, "power", 5); },
         .Initialize = [](RtNode* node, void*) { RvLightInitialize(node, 77, &data); },
         .Update = [](RtNode* node, void*) { RvLightUpdate(node, false, true); },
         .Finish = [](RtNode*) { ++plugin.finished; },
@@ -571,7 +570,7 @@ TEST_F(Lights, the_library_frees_the_data_of_lights_of_plug_ins)
     RvNodeInstall(RV_NODE_LIGHT, RV_TYPE_NONE, "lamp", "", &pluginMethods(), RV_VERSION);
     const auto use = [] {
         RtNode* const node = light("lamp");
-        update(node);
+        updateLight(node);
         RvNodeDestroy(node);
         messages().clear();
     };

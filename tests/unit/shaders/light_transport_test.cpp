@@ -89,8 +89,8 @@ TEST_F(LightTransport, a_slab_dims_light_by_its_thickness_along_the_ray)
     flt("IOR", 1);
     rgb("transmittance", 0.5f, 0.25f, 1);
     RtNode* const slab = node_tools::named("box", "slab");
-    RvNodeSetPnt(slab, "min", -5, -5, -1);
-    RvNodeSetPnt(slab, "max", 5, 5, 1);
+    RvNodeSetPnt(slab, "min", -20, -20, -1);
+    RvNodeSetPnt(slab, "max", 20, 20, 1);
     RvNodeSetBool(slab, "opaque", false);
     setShaderOf(slab, shader);
     setBackground(RV_RGB_WHITE);

@@ -22,10 +22,7 @@ protected:
         Surfaces::SetUp();
         shader = node_tools::named("lambert", "lambert");
     }
-    static uint64_t lightLoops()
-    {
-        return rv::the_frame->stats[0]->lighting[RV_LIGHTING_LOOPS].primary;
-    }
+    static uint64_t lightLoops() { return rv::threadStats()->lighting[RV_LIGHTING_LOOPS].primary; }
 };
 
 // ---- flat ----

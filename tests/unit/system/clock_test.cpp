@@ -36,6 +36,20 @@ TEST(Clocks, user_time_grows_with_work_and_not_with_sleep)
     EXPECT_LT(rv::processUserMilliseconds() - worked, 100u);
 }
 
+TEST(Clocks, thread_time_grows_with_the_work_of_the_thread_alone)
+{
+    const uint64_t before = rv::threadProcessorNanoseconds();
+    uint64_t of_worker = 0;
+    std::thread([&] {
+        const uint32_t begin = rv::wallMilliseconds();
+        while ((of_worker = rv::threadProcessorNanoseconds()) < 50'000'000)
+            if (rv::wallMilliseconds() - begin > 30000)
+                break;
+    }).join();
+    EXPECT_GE(of_worker, 50'000'000u);
+    EXPECT_LT(rv::threadProcessorNanoseconds() - before, 40'000'000u);
+}
+
 TEST(Clocks, local_time_has_the_form_of_ctime_without_its_newline)
 {
     char text[26];
