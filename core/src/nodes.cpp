@@ -284,9 +284,9 @@ void RvNodeSetLocalData(RtNode* node, void* data)
     if (!node)
         return;
     // The library takes what it finds there for its own record.
-    if (node->entry->type & (RV_NODE_CAMERA | RV_NODE_LIGHT | RV_NODE_SHAPE))
-        RvMsgWarning("%s: the local data of cameras, lights and shapes is the library's",
-                     RvNodeGetName(node));
+    if (node->entry->type &
+        (RV_NODE_CAMERA | RV_NODE_LIGHT | RV_NODE_SHAPE | RV_NODE_DRIVER | RV_NODE_FILTER))
+        RvMsgWarning("%s: the local data of its kind is the library's", RvNodeGetName(node));
     else
         node->local_data = data;
 }

@@ -1401,15 +1401,15 @@ TEST_F(Nodes, local_data_is_what_was_stored)
     EXPECT_FALSE(RvNodeGetLocalData(node));
 }
 
-TEST_F(Nodes, local_data_of_cameras_lights_and_shapes_is_not_for_others_to_store)
+TEST_F(Nodes, local_data_that_the_library_uses_is_not_for_others_to_store)
 {
-    for (const char* type : { "persp_camera", "point_light", "sphere" }) {
+    for (const char* type :
+         { "persp_camera", "point_light", "sphere", "box_filter", "driver_null" }) {
         RtNode* const node = named(type, "n");
         rv::RvNodeInitialize(node);
         void* const own = RvNodeGetLocalData(node);
         RvNodeSetLocalData(node, &pointees[0]);
-        EXPECT_EQ(takeProblem(),
-                  "n: the local data of cameras, lights and shapes is the library's");
+        EXPECT_EQ(takeProblem(), "n: the local data of its kind is the library's");
         EXPECT_EQ(RvNodeGetLocalData(node), own) << type;
         RvNodeDestroy(node);
     }
