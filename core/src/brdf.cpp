@@ -181,6 +181,14 @@ float RvOrenNayarBRDF(const RtVector* L, const RtVector* V, const RtVector* N, f
     return OrenNayar(sigma * pi)(cos_v, cos_l, cos_phi) * diffuseScale();
 }
 
+float rv::orenNayarFromBothSides(const OrenNayar& lobe, const RtVector& L, const RtVector& V,
+                                 const RtVector& N)
+{
+    const float cos_v = fabsf(dot(V, N)), cos_l = dot(L, N);
+    return lobe.fromBothSides(cos_v, cos_l,
+                              dot(tangentDirection(V, cos_v, N), tangentDirection(L, cos_l, N)));
+}
+
 float RvLommelSeeligerBRDF(const RtVector* L, const RtVector* V, const RtVector* N)
 {
     if (!L || !V || !N)

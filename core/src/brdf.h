@@ -85,16 +85,30 @@ struct OrenNayar {
     // tangent plane.
     float operator()(float cos_v, float cos_l, float cos_phi) const
     {
+        return value(1 - cos_l * cos_l <= 1 - cos_v * cos_v, cos_v, cos_l, cos_phi);
+    }
+    // The same where light may come from behind, at an angle wider than that of any viewer.
+    float fromBothSides(float cos_v, float cos_l, float cos_phi) const
+    {
+        return value(cos_v <= cos_l, cos_v, cos_l, cos_phi);
+    }
+
+private:
+    float value(bool v_is_wider, float cos_v, float cos_l, float cos_phi) const
+    {
         if (!(cos_phi > 0))
             return A; // spares the infinite tangent of a direction along the horizon
         const float sin2_v = 1 - cos_v * cos_v, sin2_l = 1 - cos_l * cos_l;
-        const bool v_is_wider = sin2_l <= sin2_v;
         const float sin_alpha = rootOfPositive(v_is_wider ? sin2_v : sin2_l);
         const float tan_beta =
             v_is_wider ? rootOfPositive(sin2_l) / cos_l : rootOfPositive(sin2_v) / cos_v;
         return A + B * cos_phi * sin_alpha * tan_beta;
     }
 };
+
+// RvOrenNayarBRDF with a lobe made before, for light from both sides, without the diffuse scale.
+float orenNayarFromBothSides(const OrenNayar& lobe, const RtVector& L, const RtVector& V,
+                             const RtVector& N);
 
 // What is left of light after a way through a medium with a transmittance per unit of distance,
 // each channel of it from 0 to 1: the transmittance to the power of the distance.

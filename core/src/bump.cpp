@@ -54,8 +54,10 @@ static void renewState(RtShaderGlobals* copy, RtShadingState* state, const RtSha
     if (!state)
         return;
     resetState(state, &sg);
-    if (sg.state)
+    if (sg.state) {
         state->user_data = sg.state->user_data;
+        state->uncounted = sg.state->uncounted;
+    }
 }
 
 static void copyContext(RtShaderGlobals* copy, const RtShaderGlobals& sg)

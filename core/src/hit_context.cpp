@@ -87,8 +87,9 @@ void assignLights(RtShaderGlobals* sg)
     sg->light_count = 0;
     if (render_options->ignore_lights)
         return;
+    // Hosts and shaders may name any node as the object of a context of their own.
     const RtNode* const shape = sg->instance ? sg->instance : sg->object;
-    if (shape && shapeParams(shape).use_light_group) {
+    if (shapeObject(shape) && shapeParams(shape).use_light_group) {
         assignGroup(sg, shapeParams(shape).light_group);
         return;
     }

@@ -64,6 +64,7 @@ static void copyContext(RtRay* ray, const RtShaderGlobals& sg)
     ray->dOdy = sg.dPdy;
     ray->dDdx = sg.dDdx;
     ray->dDdy = sg.dDdy;
+    ray->offset_u = ray->offset_v = ray->lens_u = ray->lens_v = 0; // of the camera's own rays
 }
 
 // Required: the counters wrap at 256.

@@ -18,7 +18,8 @@ namespace rv {
 // end.
 struct Evaluation {
     const RtNode* node;
-    const Evaluation* outer; // null below the first of a thread
+    const RtShaderGlobals* parent; // of the context: points that one ray reached have the same
+    const Evaluation* outer;       // null below the first of a thread
     int depth;
     bool is_root; // evaluated at a point of its own, not as a part of the one outside of it
 };
@@ -38,11 +39,12 @@ static void reportNesting(const RtNode* node)
                      RvNodeGetName(node));
 }
 
-// The result of the shader is already being worked out at this point.
-static bool isCircular(const RtNode* node)
+// The result of the shader is already being worked out at this point, or at one beside it: the
+// contexts of bump are copies. A context that a shader got from a ray of its own is another point.
+static bool isCircular(const RtNode* node, const RtShaderGlobals* parent)
 {
     for (const Evaluation* e = innermost; e; e = e->is_root ? nullptr : e->outer)
-        if (e->node == node)
+        if (e->node == node && e->parent == parent)
             return true;
     return false;
 }
@@ -95,11 +97,11 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg, RtShaderCallRow row, boo
     if (!method)
         return;
     const int depth = innermost ? innermost->depth + 1 : 0;
-    if (depth >= nesting_limit || (!is_root && isCircular(node))) {
+    if (depth >= nesting_limit || (!is_root && isCircular(node, sg->parent))) {
         reportNesting(node);
         return;
     }
-    const Evaluation evaluation = { node, innermost, depth, is_root };
+    const Evaluation evaluation = { node, sg->parent, innermost, depth, is_root };
     innermost = &evaluation;
     RtNode* const outer_shader = sg->shader;
     if (RtNode* const before = node->before) {

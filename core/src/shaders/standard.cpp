@@ -264,6 +264,7 @@ private:
     float reflected = 0, specular = 0; // Fresnel terms
     float diffuse_share = 1;           // what they leave
     float diffuse_factor = 1;          // diffuse_share where it dims diffuse light
+    float specular_factor = 1;         // the specular term where there is one
     RtRGB Kd{}, Ks{};
     float sigma = 0;
     const SpecularFamily* family = nullptr;
@@ -314,7 +315,7 @@ void StandardShading::findSpecular()
     const Frame frame = tangentFrame(sg, in.flt(p_specular_rotation));
     lobe_data = family->create(sg, &frame.u, &frame.v, lobe.x, lobe.y);
     if (in.flag(p_specular_Fresnel))
-        Ks = Ks * specular;
+        specular_factor = specular;
 }
 
 // ---- Direct light ----
@@ -323,6 +324,7 @@ void StandardShading::findSpecular()
 RtRGB StandardShading::diffuseFromLights(float Kb) const
 {
     const RtVector view = sg->ray_dir * -1.0f;
+    const OrenNayar rough(sigma * pi);
     RtRGB sum = RV_RGB_BLACK;
     RvLightsPrepare(sg);
     while (RvLightsGetSample(sg)) {
@@ -331,10 +333,11 @@ RtRGB StandardShading::diffuseFromLights(float Kb) const
             c = Kb > 0 ? -c * Kb : 0;
         if (c <= 0 || !RvLightGetAffectDiffuse(sg->light))
             continue;
-        const float f = RvOrenNayarBRDF(&sg->light_dir, &view, &sg->facing_normal, sigma);
+        const float f =
+            sigma > 0 ? orenNayarFromBothSides(rough, sg->light_dir, view, sg->facing_normal) : 1;
         sum = sum + sg->light_radiance * (c * sg->light_weight * f);
     }
-    return sum;
+    return sum * diffuseScale();
 }
 
 void StandardShading::addDirectDiffuse()
@@ -358,7 +361,7 @@ void StandardShading::addDirectSpecular()
         if (RvLightGetAffectSpecular(sg->light))
             sum = sum + RvEvaluateLightSample(sg, lobe_data, family->sample, family->evaluate,
                                               family->pdf);
-    add(sum * Ks * in.flt(p_direct_specular), p_aov_direct_specular);
+    add(sum * Ks * (in.flt(p_direct_specular) * specular_factor), p_aov_direct_specular);
 }
 
 // ---- Indirect light ----
@@ -395,7 +398,7 @@ void StandardShading::addIndirectSpecular()
         !isInsideAllowed())
         return;
     RvMessageSetFltFunc(sg, roughness_message, std::min(lobe.x, lobe.y));
-    add(family->integrate(lobe_data, sg) * factor, p_aov_indirect_specular);
+    add(family->integrate(lobe_data, sg) * factor * specular_factor, p_aov_indirect_specular);
 }
 
 // ---- Mirrors and glass ----
