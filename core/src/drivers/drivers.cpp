@@ -34,6 +34,10 @@ static RtDriverData* makeDriverData(RtNode* node, int line, const char* function
         return nullptr;
     *data = {};
     RvCritSecInit(&data->lock);
+    if (!data->lock.handle) { // no memory; workers must not share a driver without a lock
+        RvFree_func(data);
+        return nullptr;
+    }
     node->local_data = data;
     return data;
 }

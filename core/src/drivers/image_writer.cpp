@@ -189,7 +189,15 @@ static ImageWriterPtr createFile(const std::string& name)
         return nullptr;
     fs::path part;
     FILE* const file = createPart(place, &part);
-    return ImageWriterPtr(file ? new ImageWriter(place, part, file) : nullptr);
+    if (!file)
+        return nullptr;
+    try {
+        return ImageWriterPtr(new ImageWriter(place, part, file));
+    } catch (...) { // no memory: nobody else knows of the part
+        fclose(file);
+        fs::remove(part);
+        throw;
+    }
 }
 
 ImageWriterPtr createImage(const ImageDescription& image, std::string* error)
