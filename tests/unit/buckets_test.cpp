@@ -5,6 +5,8 @@
 #include "golden.h"
 #include "image_tools.h"
 #include "message_passing.h"
+#include "rv_gi.h"
+#include "rv_integrators.h"
 #include "sampling.h"
 #include "system/clock.h"
 
@@ -487,6 +489,34 @@ TEST_F(Buckets, packets_render_the_same_image_in_tiles)
     const std::vector<RtRGBA> coarse = imageOf(1);
     setFlag("packet_tracing", false);
     EXPECT_TRUE(areSame(imageOf(1), coarse));
+}
+
+TEST_F(Buckets, packets_do_without_the_tables_of_light_that_they_do_not_make)
+{
+    makeScene(24, 16);
+    set("AA_samples", 2);
+    for (const char* samples : { "GI_diffuse_samples", "GI_glossy_samples" })
+        set(samples, 2);
+    for (const char* depth : { "GI_diffuse_depth", "GI_glossy_depth" })
+        set(depth, 1);
+    bool is_finite = true;
+    onShade() = [&](RtShaderGlobals* sg) {
+        if (sg->ray_depth)
+            return;
+        const RtRGB diffuse = RvIndirectDiffuse(&sg->facing_normal, sg);
+        const RtRGB glossy = RvStretchedPhongIntegrate(&sg->facing_normal, sg, 10);
+        for (float value : { diffuse.r, diffuse.g, diffuse.b, glossy.r, glossy.g, glossy.b })
+            is_finite = is_finite && std::isfinite(value);
+    };
+    for (bool packet_tracing : { false, true }) {
+        setFlag("packet_tracing", packet_tracing);
+        EXPECT_EQ(shoot(), RV_SUCCESS);
+        EXPECT_EQ(session()->sample_tables, nullptr) << "they end with the render";
+        EXPECT_GT(raysTraced(), 24 * 16 * 4) << "secondary rays are traced";
+        EXPECT_EQ(missingPixels(), 0u);
+    }
+    EXPECT_TRUE(is_finite);
+    EXPECT_EQ(takeProblems(), "");
 }
 
 // ---- What a sample leaves behind ----

@@ -1,5 +1,7 @@
 // Images rendered by many threads, and stops that arrive from other threads at any time.
 #include "image_tools.h"
+#include "rv_gi.h"
+#include "rv_integrators.h"
 
 #include <random>
 #include <thread>
@@ -86,6 +88,24 @@ TEST_F(ConcurrentRender, concurrent_workers_give_the_same_image_bit_for_bit)
             EXPECT_EQ(film().written.size(), 20u) << order << " " << threads;
         }
     }
+}
+
+TEST_F(ConcurrentRender, concurrent_workers_agree_on_light_that_bounces)
+{
+    makeRichScene(48, 40);
+    for (const char* option :
+         { "GI_diffuse_samples", "GI_glossy_samples", "GI_diffuse_depth", "GI_glossy_depth" })
+        set(option, 2);
+    onShade() = [](RtShaderGlobals* sg) {
+        const RtRGB diffuse = RvIndirectDiffuse(&sg->facing_normal, sg);
+        const RtRGB glossy = RvStretchedPhongIntegrate(&sg->facing_normal, sg, 10);
+        sg->out.RGBA = { diffuse.r, glossy.g, diffuse.b + sg->bary_u, 1 };
+    };
+    const std::vector<RtRGBA> image = imageOf(1);
+    ASSERT_EQ(missingPixels(), 0u);
+    setText("bucket_scanning", "random");
+    for (int threads : { 2, 3, 16 })
+        EXPECT_TRUE(areSame(imageOf(threads), image)) << threads;
 }
 
 TEST_F(ConcurrentRender, concurrent_first_renders_agree_on_structures_that_nobody_has_built)

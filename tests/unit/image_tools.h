@@ -105,7 +105,7 @@ inline const RtNodeMethods& filmMethods()
     return methods;
 }
 
-// Called by the shader "facing" on every thread, before it shows its colour.
+// Called by the shader "facing" on every thread; may replace its colour.
 inline std::function<void(RtShaderGlobals*)>& onShade()
 {
     static std::function<void(RtShaderGlobals*)> all;
@@ -117,10 +117,10 @@ inline const RtNodeMethods& facingMethods()
 {
     static const RtCommonMethods common = {};
     static const RtShaderMethods shader = { .Evaluate = [](RtNode*, RtShaderGlobals* sg) {
-        if (onShade())
-            onShade()(sg);
         const float ratio = -rv::dot(sg->ray_dir, sg->normal);
         sg->out.RGBA = { ratio, std::fabs(sg->point.x), std::fabs(sg->point.y), 1 };
+        if (onShade())
+            onShade()(sg);
     } };
     static const RtNodeMethods methods = { &common, &shader };
     return methods;
