@@ -162,14 +162,18 @@ void destroySampleStore(RtSampleStore* store)
     RvFree_func(store);
 }
 
+// Stored pixels along a side of a window.
+static uint64_t storedAlong(int size, int stride)
+{
+    return (uint64_t(size) + uint64_t(stride) - 1) / uint64_t(stride);
+}
+
 static bool fits(const RtSampleStore& store, const PixelWindow& window)
 {
     if (window.width < 1 || window.height < 1 || window.stride < 1 || window.samples < 1)
         return false;
-    const auto stored = [&](int size) {
-        return (uint64_t(size) + uint64_t(window.stride) - 1) / uint64_t(window.stride);
-    };
-    const uint64_t pixels = stored(window.width) * stored(window.height);
+    const uint64_t pixels =
+        storedAlong(window.width, window.stride) * storedAlong(window.height, window.stride);
     return pixels <= store.slots && pixels * uint64_t(window.samples) <= store.slots;
 }
 
@@ -184,9 +188,8 @@ void coverWindow(RtSampleStore* store, const PixelWindow& window)
     if (!fits(*store, window))
         return;
     store->window = window;
-    const int stride = window.stride;
-    store->columns = uint32_t((window.width + stride - 1) / stride);
-    const size_t rows = size_t((window.height + stride - 1) / stride);
+    store->columns = uint32_t(storedAlong(window.width, window.stride));
+    const size_t rows = storedAlong(window.height, window.stride);
     memset(store->presence, 0,
            rows * store->columns * size_t(window.samples) * store->presence_words *
                sizeof *store->presence);
