@@ -13,6 +13,12 @@ struct Filters : Outputs {
         RvFilterInitialize(node, false, nullptr, user_data);
         return rv::filterData(node);
     }
+    // What a test initialises by hand no Finish gives back.
+    void TearDown() override
+    {
+        RvFilterDestroy(RvNodeLookUpByName("fresh"));
+        Outputs::TearDown();
+    }
 };
 
 TEST_F(Filters, updates_set_radius_and_padding_of_golden_widths)
