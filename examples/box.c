@@ -199,6 +199,7 @@ static void setOptions(const char* folder, int size, int aa_samples)
     RvNodeSetInt(options, "xres", size);
     RvNodeSetInt(options, "yres", size);
     RvNodeSetInt(options, "AA_samples", aa_samples);
+    RvNodeSetStr(options, "thread_priority", "normal"); // by default renders give way to others
     RvNodeSetInt(options, "GI_diffuse_depth", 3);
     RvNodeSetInt(options, "GI_diffuse_samples", 2);
     RvNodeSetInt(options, "GI_glossy_depth", 1);
