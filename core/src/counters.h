@@ -143,6 +143,7 @@ struct RtRenderCounters {
     int64_t bucket_ms;      // wall clock of the bucket phase
     int64_t render_ms;      // wall clock of the render
     int64_t render_user_ms; // processor time of the same
+    int64_t procedural_ms;  // loading procedurals
     int threads;
     int64_t peak_bytes;   // resident memory of the process, at most
     int64_t pool_bytes;   // of the thread's shading pools, at most
@@ -154,6 +155,8 @@ struct RtRenderCounters {
 struct RtStats : RtRenderCounters {
     int64_t scene_ms;            // wall clock the host spent between renders
     int64_t scene_user_ms;       // processor time of the same
+    int64_t plugin_ms;           // loading plug-in libraries
+    int64_t parse_ms;            // reading scene files
     int64_t sanity_ms;           // checking meshes
     int64_t node_overhead_bytes; // node records, parameter storage, flags and link tables
     int64_t instance_overhead_bytes;

@@ -17,6 +17,8 @@ struct RtStringPool;
 struct RtSimpleHash;
 struct RtSampleSink;
 struct RtSampleOutputs;
+struct RtSceneFiles;
+struct RtProcedurals;
 
 namespace rv {
 
@@ -39,6 +41,7 @@ struct RtHooks {
     void (*lightTeardown)(RtNode*);                      // nodes -> lights: free the RtLightData
     unsigned (*shapeVertexCount)(const RtNode*);         // userdefs -> objects: varying elements
     bool (*rendering)();                                 // nodes -> render: a render is running
+    void (*applyOverrides)(RtNode*);                     // nodes -> dotrvs: before Initialize
     RtBBox (*rootBounds)(const RtNode* root);            // universe -> objects: world bounds
     void (*flushTextures)();                             // universe -> texture
     void (*flushShape)(RtNode* shape, int flags);        // universe -> objects: per-object caches
@@ -66,6 +69,8 @@ struct RtFrame {
     uint32_t start_ms;          // wall clock; the origin of all elapsed times
     uint64_t start_memory;      // resident bytes at RvBegin
     RtStringPool* strings;      // null when it could not be allocated
+    RtSceneFiles* scene_files;  // references and overrides that wait for nodes, or null
+    RtProcedurals* procedurals; // their lock and libraries, or null
     RtThreadSlot* thread_slots; // worker_slot_count of them, or null before the first render
     const RtHooks* hooks;
 };

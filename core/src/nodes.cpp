@@ -192,6 +192,7 @@ void RvNodeInitialize(RtNode* node)
         return;
     }
     node->initialized = true;
+    the_frame->hooks->applyOverrides(node);
     if (!node->entry->methods || !node->entry->methods->Initialize)
         return;
     ++initialize_depth;

@@ -49,6 +49,7 @@ static const RtHooks hooks = {
     .lightTeardown = finishLight,
     .shapeVertexCount = shapeVertexCount,
     .rendering = RvRendering,
+    .applyOverrides = do_nothing,
     .rootBounds = rootBounds,
     .flushTextures = do_nothing,
     .flushShape = flushShape,

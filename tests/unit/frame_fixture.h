@@ -129,6 +129,7 @@ private:
         .lightTeardown = rv::do_nothing,
         .shapeVertexCount = rv::do_nothing,
         .rendering = rv::do_nothing,
+        .applyOverrides = rv::do_nothing,
         .rootBounds = rv::do_nothing,
         .flushTextures = rv::do_nothing,
         .flushShape = rv::do_nothing,

@@ -1,0 +1,51 @@
+// Scene files (.rvs): the open input or output, reading into the universe and references to nodes
+// that do not exist yet. The exported pair RvRVSLoad and RvRVSWrite stands on this.
+#ifndef RV_DOTRVS_H
+#define RV_DOTRVS_H
+
+#include "list.h"
+#include "rv_scenefile.h"
+
+#include <atomic>
+#include <stdio.h>
+#include <zlib.h>
+
+namespace rv {
+
+inline constexpr unsigned scene_buffer_size = 262144;
+inline constexpr unsigned scene_pushback_size = 98304;
+inline constexpr unsigned scene_token_size = 32768;
+
+// Loads that include statements started and that still run.
+inline std::atomic<int> include_depth{ 0 };
+
+} // namespace rv
+
+// An open scene file. Made by RvRVSCreateFile, opened by RvRVSOpenFile.
+struct RtRVSFile {
+    gzFile gzip;        // a file that is read, or written compressed; null otherwise
+    FILE* plain;        // standard input, a pipe or a file that is written; null otherwise
+    char* file_name;    // as given
+    bool is_stream;     // standard input or a pipe
+    bool is_compressed; // opened to be written with gzip
+    char* buffer;       // scene_buffer_size bytes and one guard byte
+    uint32_t position;  // of the next byte in buffer; scene_buffer_size when it must be refilled
+    char* pending;      // pushed-back text, scene_pushback_size bytes and a zero
+    const char* pending_cursor; // where reading goes on while it is set: pending or another text
+    uint32_t token_count;       // tokens read
+};
+
+RtRVSFile* RvRVSCreateFile(const char* name);
+void RvRVSDestroyFile(RtRVSFile* file);
+// Mode "r" or "w". Null when nothing could be opened.
+RtRVSFile* RvRVSOpenFile(const char* name, const char* mode);
+// 0, or -1 for a pipe whose command failed.
+int RvRVSCloseFile(RtRVSFile* file, const char* mode);
+
+// RvRVSLoad that also appends every node that a block of the file made to `list`, unless null.
+int RvRVSLoadList(const char* filename, RtList* list);
+
+// Applies what override blocks stored for a node of this name; called before it is initialised.
+void RvRVSApplyDelayedOverrides(RtNode* node);
+
+#endif
