@@ -21,6 +21,7 @@
 #include "system/memory.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <new>
 #include <optional>
@@ -136,7 +137,9 @@ struct RtBucketRenderer {
     std::optional<rv::BucketOrder> order; // guarded by `lock`
     std::optional<rv::Progress> progress; // guarded by `progress_lock`
     int padding;                          // of buckets, for the filters
-    int store_pixels;                     // most stored pixels of a bucket
+    int64_t store_pixels;                 // most stored pixels of a bucket
+    std::atomic<int> ready_workers;       // workers that have memory for the samples of a bucket
+    std::atomic<int> failed_workers;      // and those that have not
 };
 
 namespace rv {
@@ -252,9 +255,12 @@ Worker::Worker(RtBucketRenderer& bucket_renderer, int slot_index)
 
 void Worker::run()
 {
+    ++(samples ? renderer.ready_workers : renderer.failed_workers);
+    if (!samples)
+        return;
     RtBucket bucket = {};
     bucket.thread = thread;
-    while (samples && takeBucket(renderer, &bucket)) {
+    while (takeBucket(renderer, &bucket)) {
         announceBucket(bucket.x, bucket.y, bucket.width, bucket.height, thread);
         renderBucket(bucket);
         if (!isStopped() || render_options->flush_buckets_on_halt)
@@ -387,10 +393,12 @@ static void startSchedule(RtBucketRenderer* renderer, int bucket_size)
     const RtOptions& options = *render_options;
     const int stride = pixelStride(options.AA_samples);
     renderer->padding = output_store ? output_store->padding : 0;
-    const int64_t pixels =
-        mostWindowPixels(bucket_size, session.region_width, renderer->padding, stride) *
+    const int64_t columns =
+        mostWindowPixels(bucket_size, session.region_width, renderer->padding, stride);
+    const int64_t rows =
         mostWindowPixels(bucket_size, session.region_height, renderer->padding, stride);
-    renderer->store_pixels = int(std::min<int64_t>(pixels, INT_MAX));
+    if (__builtin_mul_overflow(columns, rows, &renderer->store_pixels))
+        renderer->store_pixels = INT64_MAX; // which no store can hold
     const BucketGrid grid = { session.region_min_x, session.region_min_y, bucket_size,
                               gridCount(session.region_width, bucket_size),
                               gridCount(session.region_height, bucket_size) };
@@ -417,6 +425,9 @@ void runBuckets(RtRenderSession* session)
         Worker(*renderer, 0).run();
     else
         runWorkers(renderer, threads);
+    if (renderer->failed_workers && !renderer->ready_workers)
+        RvMsgError("no bucket was rendered: its samples do not fit into memory; use smaller "
+                   "buckets, narrower filters or fewer AA samples");
     renderer->order.reset();
     hostStats()->bucket_ms += uint32_t(wallMilliseconds() - start);
     if (isStopPending(session))

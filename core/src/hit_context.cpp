@@ -5,7 +5,7 @@
 #include "maths.h"
 #include "options.h"
 #include "rays.h"
-#include "rv_universe.h"
+#include "scene.h"
 
 #include <algorithm>
 #include <math.h>
@@ -93,8 +93,9 @@ void assignLights(RtShaderGlobals* sg)
         assignGroup(sg, shapeParams(shape).light_group);
         return;
     }
-    sg->lights = RvUniverseGetLights();
-    sg->light_count = RvUniverseGetNumLights();
+    const RtScene::NodeVector& lights = *the_frame->scene->shading_lights;
+    sg->lights = lights.empty() ? nullptr : lights.data();
+    sg->light_count = int(lights.size());
 }
 
 // ---- Geometry ----

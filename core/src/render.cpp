@@ -206,6 +206,7 @@ public:
     ~RenderScope()
     {
         image_geometry = nullptr;
+        session_->scene->releaseLights();
         if (session_->mode == RV_RENDER_MODE_CAMERA)
             session_->releaseSamplers();
         RvCritSecEnter(&session_->lock);
@@ -313,6 +314,7 @@ static int prepareScene(RtRenderSession* session)
     }
     updateNodes(session->scene);
     restoreRoot(session->scene);
+    session->scene->holdLights();
     return RV_SUCCESS;
 }
 

@@ -90,11 +90,8 @@ static bool addLight(RtScene* scene, RtNode* light)
 
 static void removeLight(RtScene* scene, const RtNode* light)
 {
-    for (auto it = scene->lights.begin(); it != scene->lights.end(); ++it)
-        if (*it == light) {
-            scene->lights.erase(it);
-            return;
-        }
+    for (RtScene::NodeVector* lights : { &scene->lights, &scene->render_lights })
+        std::erase_if(*lights, [light](const RtNode* other) { return other == light; });
 }
 
 // Only nodes of the library's own type hold the record; another of this kind is laid out otherwise.
@@ -206,6 +203,7 @@ RtScene* sceneCreate(RtFrame* frame)
         return nullptr;
     RtScene* const scene = new (memory) RtScene{};
     scene->frame = frame;
+    scene->shading_lights = &scene->lights;
     frame->scene = scene;
     if (createContainers(scene) && createInternalShaders(scene))
         return scene;
@@ -301,6 +299,19 @@ void RtScene::releaseNode(RtNode* node)
     rv::unlinkNode(nodes, node);
     rv::freeNode(node);
 }
+
+void RtScene::holdLights()
+{
+    const rv::SceneGuard guard(this);
+    shading_lights = &render_lights;
+    try {
+        render_lights = lights;
+    } catch (const std::bad_alloc&) { // reported by the allocator
+        render_lights.clear();
+    }
+}
+
+void RtScene::releaseLights() { shading_lights = &lights; }
 
 void RtScene::setIgnored(const RtArray* names_to_ignore)
 {

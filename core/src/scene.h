@@ -18,7 +18,11 @@ struct RtScene {
     RtList* unbounded_objects; // objects/gobject.cpp, under `lock`
     RtFrame* frame;
     NodeVector lights; // in order of creation; under `lock`
-    RtList* nodes;     // in order of creation; under `lock`
+    // The lights that shading sees: `lights`, and while a render runs a copy that was made before
+    // its workers started, because procedurals may bring more.
+    const NodeVector* shading_lights;
+    NodeVector render_lights;
+    RtList* nodes; // in order of creation; under `lock`
     RtNode* options;
     RtNode* root;
     RtNode* bounded_root;
@@ -39,6 +43,10 @@ struct RtScene {
     void retireNode(RtNode* node);
     // Takes a retired node out of the list and the name table and frees it.
     void releaseNode(RtNode* node);
+    // Between the two, shading sees the lights that there are now; none, after an error, when the
+    // heap is exhausted.
+    void holdLights();
+    void releaseLights();
     // Replaces missing_types with a copy.
     void setIgnored(const RtArray* names);
     // True when `text` stands in missing_types.

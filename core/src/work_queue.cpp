@@ -2,12 +2,30 @@
 #include "work_queue.h"
 
 #include "rv_threads.h"
+#include "system/threads.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace rv {
 
 static constexpr int normal_priority = 2;
+
+// Helpers that all queues of the process may still start. Workers that build many structures at
+// once would otherwise each ask for as many threads as there are workers.
+static constexpr int most_helpers = 63;
+static std::atomic<int> helpers_left{ most_helpers };
+
+// Takes up to `wanted` helpers from the budget; returns how many it got.
+static int takeHelpers(int wanted)
+{
+    int left = helpers_left;
+    int taken;
+    do
+        taken = std::clamp(wanted, 0, left);
+    while (!helpers_left.compare_exchange_weak(left, left - taken));
+    return taken;
+}
 
 void WorkQueue::add(uint32_t item)
 {
@@ -44,15 +62,18 @@ void WorkQueue::work()
 
 void WorkQueue::process(int threads)
 {
-    std::vector<void*> helpers;
-    for (int i = 1; i < threads; ++i)
-        if (void* const thread = RvThreadCreate(helper, this, normal_priority))
-            helpers.push_back(thread);
+    void* helpers[most_helpers];
+    const int budget = takeHelpers(threads - 1);
+    int started = 0;
+    for (; started < budget; ++started)
+        if (!(helpers[started] = tryCreateThread(helper, this, normal_priority)))
+            break;
     work();
-    for (void* const thread : helpers) {
-        RvThreadWait(thread);
-        RvThreadClose(thread);
+    for (int i = 0; i < started; ++i) {
+        RvThreadWait(helpers[i]);
+        RvThreadClose(helpers[i]);
     }
+    helpers_left += budget;
 }
 
 void inParts(int threads, size_t n, const std::function<void(size_t begin, size_t end)>& work)

@@ -2,6 +2,8 @@
 #ifndef RV_WORK_QUEUE_H
 #define RV_WORK_QUEUE_H
 
+#include "system/memory.h"
+
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -19,7 +21,8 @@ public:
     // Adds an item; items may add items.
     void add(uint32_t item);
     // Runs all items on the calling thread and up to threads - 1 others; returns when none is left.
-    // Without threads to be had, the caller does it all. Items must not throw.
+    // Without threads to be had, the caller does it all. Items must not throw; adding one throws
+    // std::bad_alloc when the heap is exhausted.
     void process(int threads);
 
 private:
@@ -29,7 +32,7 @@ private:
     Run run;
     std::mutex lock;
     std::condition_variable changed;
-    std::vector<uint32_t> items;
+    std::vector<uint32_t, CheckedAllocator<uint32_t>> items;
     unsigned unfinished = 0; // waiting or running
 };
 

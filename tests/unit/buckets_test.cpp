@@ -710,6 +710,49 @@ TEST_F(Buckets, without_any_thread_nothing_is_rendered)
               "received abort signal");
 }
 
+TEST_F(Buckets, samples_that_no_store_can_hold_are_reported)
+{
+    makeScene(32, 32, "RGBA RGBA", "gaussian_filter");
+    // 60,032 by 60,032 pixels with the border that the filter reaches.
+    RvNodeSetFlt(RvNodeLookUpByName("filter"), "width", 60000);
+    set("AA_samples", 1);
+    setFlag("abort_on_error", false);
+    for (int threads : { 1, 2 }) {
+        set("threads", threads);
+        EXPECT_EQ(shoot(), RV_SUCCESS);
+        const std::string problems = takeProblems();
+        EXPECT_NE(problems.find("E no bucket was rendered: its samples do not fit into memory; use "
+                                "smaller buckets, narrower filters or fewer AA samples"),
+                  std::string::npos)
+            << problems;
+        EXPECT_TRUE(film().announced.empty());
+    }
+    setFlag("abort_on_error", true);
+    EXPECT_EQ(shoot(), RV_ABORT);
+    takeProblems();
+}
+
+// Procedurals bring lights while other threads walk the list.
+TEST_F(Buckets, lights_made_while_buckets_render_shine_from_the_next_render_on)
+{
+    makeScene(32, 32);
+    RvNode("point_light");
+    std::vector<int> counts;
+    onShade() = [&counts](RtShaderGlobals* sg) {
+        if (counts.empty())
+            for (int i = 0; i < 100; ++i)
+                RvNode("point_light");
+        counts.push_back(sg->light_count);
+    };
+    set("threads", 1);
+    EXPECT_EQ(shoot(), RV_SUCCESS);
+    EXPECT_EQ(std::set<int>(counts.begin(), counts.end()), std::set<int>{ 1 });
+    onShade() = [&counts](RtShaderGlobals* sg) { counts.push_back(sg->light_count); };
+    counts.clear();
+    EXPECT_EQ(shoot(), RV_SUCCESS);
+    EXPECT_EQ(std::set<int>(counts.begin(), counts.end()), std::set<int>{ 101 });
+}
+
 TEST_F(Buckets, options_that_change_while_nodes_are_prepared_never_exceed_the_slots)
 {
     makeScene(64, 64);

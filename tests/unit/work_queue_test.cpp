@@ -2,7 +2,10 @@
 #include "work_queue.h"
 
 #include <atomic>
+#include <chrono>
 #include <gtest/gtest.h>
+#include <thread>
+#include <vector>
 
 TEST(WorkQueue, concurrent_items_that_add_items_all_run_once)
 {
@@ -27,4 +30,31 @@ TEST(WorkQueue, an_empty_queue_is_done_at_once)
 {
     rv::WorkQueue queue([](uint32_t) { FAIL(); });
     queue.process(4);
+}
+
+// 64 workers that build many structures at once share the helpers of the process.
+TEST(WorkQueue, concurrent_queues_share_a_budget_of_threads)
+{
+    std::atomic<int> running = 0, most = 0;
+    const auto processAQueue = [&] {
+        rv::WorkQueue queue([&](uint32_t) {
+            const int now = ++running;
+            for (int seen = most; seen < now && !most.compare_exchange_weak(seen, now);) {
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            --running;
+        });
+        for (uint32_t i = 0; i < 100; ++i)
+            queue.add(i);
+        queue.process(64);
+    };
+    std::vector<std::thread> hosts;
+    for (int i = 0; i < 8; ++i)
+        hosts.emplace_back(processAQueue);
+    for (std::thread& host : hosts)
+        host.join();
+    EXPECT_LE(most, 8 + 63);
+    EXPECT_GT(most, 8);
+    processAQueue(); // the helpers were given back
+    EXPECT_EQ(running, 0);
 }

@@ -12,6 +12,15 @@
 
 namespace rv {
 
+// False for rays that could enter any box, because comparisons with their numbers say nothing:
+// from a host, or through matrices that are singular between two keys.
+static bool isFiniteRay(const RtObjectRay& ray)
+{
+    const float sum =
+        ray.origin.x + ray.origin.y + ray.origin.z + ray.dir.x + ray.dir.y + ray.dir.z;
+    return sum * 0 == 0;
+}
+
 // ---- Hits ----
 
 static RtPoint pointAt(const RtObjectRay& ray, float t)
@@ -283,6 +292,8 @@ void RvIntersectObject(RtGObject* object, const RtTraversal& traversal, const Rt
         return;
     RtObjectRay local = ray;
     if (object->nkeys && !rv::enterSpace(object, traversal, local, hits))
+        return;
+    if (!rv::isFiniteRay(local))
         return;
     const RtAccel* const accel = rv::accelFor(object, traversal, local, hits);
     if (!accel)

@@ -6,6 +6,7 @@
 #include "rv_math.h"
 #include "rv_node.h"
 #include "rv_shapes.h"
+#include "system/checked_heap.h"
 
 #include <stddef.h>
 #include <stdint.h>
@@ -74,7 +75,7 @@ struct RtHitList {
 };
 
 // One structure, built once and then read by all threads.
-struct RtAccel {
+struct RtAccel : rv::CheckedHeap {
     RtAccel() = default;
     RtAccel(const RtAccel&) = delete;
     RtAccel& operator=(const RtAccel&) = delete;

@@ -35,6 +35,12 @@ void RtLeafStats::merge(const RtLeafStats& other)
         of_size[i] += other.of_size[i];
 }
 
+void BuildStats::addInner()
+{
+    ++nodes;
+    ++inner;
+}
+
 void BuildStats::addLeaf(uint32_t count, uint32_t depth)
 {
     if (!count)
@@ -46,6 +52,7 @@ void BuildStats::addLeaf(uint32_t count, uint32_t depth)
 void BuildStats::merge(const BuildStats& other)
 {
     nodes += other.nodes;
+    inner += other.inner;
     leaf.merge(other.leaf);
 }
 

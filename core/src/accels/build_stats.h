@@ -21,9 +21,11 @@ struct RtLeafStats {
 
 // Of the binary tree.
 struct BuildStats {
-    uint64_t nodes;
+    uint64_t nodes; // leaves included
+    uint64_t inner;
     RtLeafStats leaf;
 
+    void addInner();
     // A leaf without primitives is a broken invariant, and fatal.
     void addLeaf(uint32_t count, uint32_t depth);
     void merge(const BuildStats& other);

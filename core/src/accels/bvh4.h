@@ -272,7 +272,8 @@ private:
 
 inline BuildOptions buildOptions(float traversal_cost, uint32_t leaf_alignment)
 {
-    return { traversal_cost, render_options ? std::max(1, render_options->threads) : 1,
+    return { traversal_cost,
+             render_options ? std::clamp(render_options->threads, 1, worker_slot_count) : 1,
              leaf_alignment };
 }
 
@@ -309,11 +310,8 @@ template <class Family> struct Bvh4 : RtAccel {
 // One hierarchy for each interval between two deformation keys.
 template <class Family> struct MotionBvh4 : RtAccel {
     MotionBvh4(const Family& primitives, float traversal_cost)
-        : family(primitives), key_count(primitives.keys()),
-          intervals(new (std::nothrow) Interval[key_count - 1])
+        : family(primitives), key_count(primitives.keys()), intervals(new Interval[key_count - 1])
     {
-        if (!intervals)
-            throw std::bad_alloc();
         const BuildOptions options = buildOptions(traversal_cost, 1);
         for (uint32_t key = 0; key + 1 < key_count; ++key) {
             BuildVector<uint32_t> order;
@@ -333,6 +331,7 @@ template <class Family> struct MotionBvh4 : RtAccel {
     void intersect(RtGObject* object, const RtTraversal& traversal, const RtObjectRay& ray,
                    RtHitList& hits) const override
     {
+        // Always below the last key, whatever the time.
         const KeyPair keys = deformationKeys(object, key_count, ray.time);
         const Interval& interval = intervals[keys.key];
         const Query query = { object, traversal, ray, hits };
@@ -342,7 +341,7 @@ template <class Family> struct MotionBvh4 : RtAccel {
             });
     }
 
-    struct Interval {
+    struct Interval : CheckedHeap {
         LineArray<RtBVH4MotionNode> nodes;
         IndexLeaves<Family> leaves;
     };

@@ -223,14 +223,27 @@ static void findSplitOfFew(const BuildPrim* prims, const BuildRange& range, floa
 
 // ---- Splits ----
 
+// False when a box is so large that costs overflow. Its primitives are halved until the culprit is
+// on its own, or all others would share its leaf.
+static bool hasComparableAreas(const BuildRange& range)
+{
+    return areaOf(range.box) * float(range.size()) <= FLT_MAX;
+}
+
 Split findSplit(const BuildPrim* prims, const BuildRange& range, uint32_t depth,
                 float traversal_cost)
 {
     const uint32_t n = range.size();
     const bool may_be_leaf = n <= most_leaf_primitives;
     Split split = { true, 0, -1, may_be_leaf ? float(n) : std::numeric_limits<float>::infinity() };
-    if (n < 2 || (depth >= split_depth_limit && may_be_leaf))
+    if (n < 2)
         return split;
+    if (depth >= split_depth_limit) {
+        split.leaf = may_be_leaf; // otherwise halves, so that the depth stays bounded
+        return split;
+    }
+    if (!hasComparableAreas(range))
+        return { false, 0, -1, split.cost };
     if (n <= few) {
         findSplitOfFew(prims, range, traversal_cost, &split);
         return split;

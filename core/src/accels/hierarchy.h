@@ -11,12 +11,15 @@
 
 #include "accels/bvh_build.h"
 #include "maths.h"
-#include "system/memory.h"
+#include "system/checked_heap.h"
 #include "work_queue.h"
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
+#include <limits>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <type_traits>
 #include <vector>
@@ -155,7 +158,7 @@ private:
         int slot;
         uint32_t item;
     };
-    struct Item {
+    struct Item : CheckedHeap {
         BuildRange range;
         Split split;
         uint32_t depth2, depth4; // of its root in the binary and the four-wide tree
@@ -192,7 +195,7 @@ private:
     const BuildOptions options;
     std::vector<BuildPrim, PrimAllocator> prims;
     std::mutex items_lock;
-    std::vector<std::unique_ptr<Item>> items;
+    BuildVector<std::unique_ptr<Item>> items;
     WorkQueue queue{ [this](uint32_t item) { run(item); } };
     std::atomic<bool> out_of_memory = false;
 };
@@ -225,7 +228,7 @@ template <class Node, class Family>
 uint32_t HierarchyBuilder<Node, Family>::addItem(const BuildRange& range, const Split& split,
                                                  uint32_t depth2, uint32_t depth4)
 {
-    auto item = std::make_unique<Item>(Item{ range, split, depth2, depth4 });
+    auto item = std::make_unique<Item>(Item{ {}, range, split, depth2, depth4 });
     const std::lock_guard guard(items_lock);
     items.push_back(std::move(item));
     return uint32_t(items.size() - 1);
@@ -332,7 +335,7 @@ int HierarchyBuilder<Node, Family>::makePair(Item& item, uint32_t node, int slot
         ++item.wide_stats.empty;
         return 0;
     }
-    ++item.binary_stats.nodes;
+    item.binary_stats.addInner();
     BuildRange sides[2];
     partition(prims.data(), range, split, sides);
     placeChild(item, node, slot, sides[0], depth2 + 1, depth4, boxes);
@@ -354,7 +357,7 @@ uint32_t HierarchyBuilder<Node, Family>::makeNode(Item& item, const BuildRange& 
         orderBytes(0, 0, 0, item.nodes[index].order);
         return index;
     }
-    ++item.binary_stats.nodes;
+    item.binary_stats.addInner();
     BuildRange sides[2];
     partition(prims.data(), range, split, sides);
     const int left = makePair(item, index, 0, sides[0], depth2 + 1, depth4, boxes);
@@ -368,7 +371,7 @@ uint32_t HierarchyBuilder<Node, Family>::makeNode(Item& item, const BuildRange& 
 template <class Node, class Family>
 void HierarchyBuilder<Node, Family>::assignBases(size_t* node_count, size_t* order_count)
 {
-    std::vector<Item*> open = { items[0].get() };
+    BuildVector<Item*> open = { items[0].get() };
     size_t node_total = 0, order_total = 0;
     while (!open.empty()) {
         Item& item = *open.back();

@@ -138,11 +138,13 @@ bool storeDeep(RtSampleStore* store, int slot, int depth, const RtAOV& aov, cons
     return true;
 }
 
-RtSampleStore* createSampleStore(int pixels, int samples, int thread)
+RtSampleStore* createSampleStore(int64_t pixels, int samples, int thread)
 {
     if (!output_store || pixels < 0 || samples < 0 || thread < 0 || thread >= worker_slot_count)
         return nullptr;
-    const uint64_t slots = uint64_t(pixels) * uint64_t(samples);
+    // Both are at most 2^31 where the product counts, and refused by `allocate` above that.
+    const uint64_t slots =
+        std::min<uint64_t>(uint64_t(pixels), uint64_t{ INT32_MAX } + 1) * uint64_t(samples);
     void* const memory =
         RvMalloc_func(sizeof(RtSampleStore), module_path, __LINE__, "createSampleStore");
     if (!memory)

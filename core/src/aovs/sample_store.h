@@ -19,8 +19,9 @@ struct PixelWindow {
 };
 
 // For windows of up to that many stored pixels, with that many samples each, of the variables of
-// the present output store. Null after an allocation error.
-RtSampleStore* createSampleStore(int pixels, int samples, int thread);
+// the present output store. Null after an allocation error, also when there are more samples than
+// a store can hold.
+RtSampleStore* createSampleStore(int64_t pixels, int samples, int thread);
 void destroySampleStore(RtSampleStore* store);
 
 // Forgets all samples and covers that window from now on.

@@ -3,6 +3,7 @@
 // A handle is a record in a list of open handles, and every call looks its handle up there first.
 // So a handle that was closed already, a null one and the pseudo-handle of RvThreadSelf need no
 // rule of their own: they are not in the list, and the call does nothing.
+#include "system/threads.h"
 #include "rv_memory.h"
 #include "rv_msg.h"
 #include "rv_threads.h"
@@ -97,7 +98,7 @@ static bool startThread(Thread* thread)
     return error == 0;
 }
 
-void* RvThreadCreate(unsigned (*function)(void*), void* data, int priority)
+void* rv::tryCreateThread(unsigned (*function)(void*), void* data, int priority)
 {
     auto* const thread = static_cast<Thread*>(
         RvMalloc_func(sizeof(Thread), "core\\src\\system\\threads", __LINE__, "RvThreadCreate"));
@@ -113,12 +114,19 @@ void* RvThreadCreate(unsigned (*function)(void*), void* data, int priority)
                     .users = 1 }; // the thread, until it has read its orders
     if (!thread || !function || !startThread(thread)) {
         RvFree_func(thread);
-        RvMsgError("thread creation failed");
         return nullptr;
     }
     const Guard guard;
     thread->next_open = open_threads;
     open_threads = thread;
+    return thread;
+}
+
+void* RvThreadCreate(unsigned (*function)(void*), void* data, int priority)
+{
+    void* const thread = rv::tryCreateThread(function, data, priority);
+    if (!thread)
+        RvMsgError("thread creation failed");
     return thread;
 }
 
