@@ -42,6 +42,17 @@ static const RtBRDFMISData& record(const void* data)
     return *static_cast<const RtBRDFMISData*>(data);
 }
 
+// What brdf(lobe) is towards d, times the cosine; 0 below the surface.
+template <class Data, class BRDF>
+static float reflectance(const void* data, const RtVector* d, const BRDF& brdf)
+{
+    if (!data || !d)
+        return 0;
+    const auto& lobe = *static_cast<const Data*>(data);
+    const float cos_d = dot(lobe.N, *d);
+    return cos_d > 0 ? brdf(lobe) * cos_d : 0;
+}
+
 // ---- Stretched Phong ----
 
 static const StretchedPhongData& phongRecord(const void* data)
@@ -71,13 +82,9 @@ RtVector RvStretchedPhongMISSample(const void* data, float u, float v)
 
 float RvStretchedPhongMISBRDF(const void* data, const RtVector* d)
 {
-    if (!data || !d)
-        return 0;
-    const StretchedPhongData& lobe = phongRecord(data);
-    const float cos_d = dot(lobe.N, *d);
-    if (!(cos_d > 0))
-        return 0;
-    return RvStretchedPhongBRDF(d, &lobe.V, &lobe.N, lobe.n, false) * cos_d;
+    return reflectance<StretchedPhongData>(data, d, [d](const StretchedPhongData& lobe) {
+        return RvStretchedPhongBRDF(d, &lobe.V, &lobe.N, lobe.n, false);
+    });
 }
 
 float RvStretchedPhongMISPDF(const void* data, const RtVector* d)
@@ -125,13 +132,9 @@ RtVector RvWardDuerMISSample(const void* data, float u, float v)
 
 float RvWardDuerMISBRDF(const void* data, const RtVector* d)
 {
-    if (!data || !d)
-        return 0;
-    const RtBRDFMISData& lobe = record(data);
-    const float cos_d = dot(lobe.N, *d);
-    if (!(cos_d > 0))
-        return 0;
-    return RvWardDuerBRDF(d, &lobe.V, &lobe.N, &lobe.U, &lobe.W, lobe.lobe_x, lobe.lobe_y) * cos_d;
+    return reflectance<RtBRDFMISData>(data, d, [d](const RtBRDFMISData& lobe) {
+        return RvWardDuerBRDF(d, &lobe.V, &lobe.N, &lobe.U, &lobe.W, lobe.lobe_x, lobe.lobe_y);
+    });
 }
 
 float RvWardDuerMISPDF(const void* data, const RtVector* d)
@@ -167,13 +170,9 @@ RtVector RvCookTorranceMISSample(const void* data, float u, float v)
 
 float RvCookTorranceMISBRDF(const void* data, const RtVector* d)
 {
-    if (!data || !d)
-        return 0;
-    const RtBRDFMISData& lobe = record(data);
-    const float cos_d = dot(lobe.N, *d);
-    if (!(cos_d > 0))
-        return 0;
-    return RvCookTorranceBRDF(d, &lobe.V, &lobe.N, &lobe.U, &lobe.W, lobe.lobe_x) * cos_d;
+    return reflectance<RtBRDFMISData>(data, d, [d](const RtBRDFMISData& lobe) {
+        return RvCookTorranceBRDF(d, &lobe.V, &lobe.N, &lobe.U, &lobe.W, lobe.lobe_x);
+    });
 }
 
 // Of the widened lobe, which is the one that is sampled. Required: negative, not 0, for half
@@ -225,14 +224,10 @@ RtVector RvAshikhminShirleyMISSample(const void* data, float u, float v)
 
 float RvAshikhminShirleyMISBRDF(const void* data, const RtVector* d)
 {
-    if (!data || !d)
-        return 0;
-    const RtBRDFMISData& lobe = record(data);
-    const float cos_d = dot(lobe.N, *d);
-    if (!(cos_d > 0))
-        return 0;
-    return RvAshikhminShirleyBRDF(d, &lobe.V, &lobe.N, &lobe.U, &lobe.W, lobe.lobe_x, lobe.lobe_y) *
-           cos_d;
+    return reflectance<RtBRDFMISData>(data, d, [d](const RtBRDFMISData& lobe) {
+        return RvAshikhminShirleyBRDF(d, &lobe.V, &lobe.N, &lobe.U, &lobe.W, lobe.lobe_x,
+                                      lobe.lobe_y);
+    });
 }
 
 float RvAshikhminShirleyMISPDF(const void* data, const RtVector* d)

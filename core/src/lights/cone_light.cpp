@@ -1,8 +1,6 @@
 // cone_light: sampling of point and spot lights. Declared by cone_light.h.
 #include "lights/cone_light.h"
 
-#include "rays.h"
-
 #include <algorithm>
 
 namespace rv {

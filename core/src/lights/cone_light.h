@@ -6,6 +6,7 @@
 #include "lights/cone.h"
 #include "lights/light_keys.h"
 #include "lights/light_loop.h"
+#include "rays.h"
 
 namespace rv {
 
@@ -31,6 +32,32 @@ bool isBehind(const RtShaderGlobals& sg, const RtPoint& center, float radius);
 
 bool sampleConeLight(ConeLightPoint* point, RtShaderGlobals* sg);
 bool intersectConeLight(ConeLightPoint* point, RtShaderGlobals* sg, const RtRay& ray);
+
+// The methods of a type of light. aim(node, sg) looks at the light from the point of the context
+// and returns false when there is nothing to see; in volumes that point is another for every
+// sample.
+template <bool (*aim)(RtNode*, RtShaderGlobals*)>
+constexpr RtLightMethods coneLightMethods(bool (*bounds)(RtNode*, RtLightBounds*, const RtRay*))
+{
+    return {
+        .LightPrepare =
+            [](RtNode* node, RtShaderGlobals* sg) {
+                if (sg->stage != RV_STAGE_VOLUME && !aim(node, sg))
+                    refuseSamples(sg);
+            },
+        .LightSample =
+            [](RtNode* node, RtShaderGlobals* sg) {
+                return (sg->stage != RV_STAGE_VOLUME || aim(node, sg)) &&
+                       sampleConeLight(lightPoint<ConeLightPoint>(sg), sg);
+            },
+        .LightAmbient = do_nothing,
+        .LightIntersect =
+            [](RtNode*, RtShaderGlobals* sg, const RtRay* ray) {
+                return intersectConeLight(lightPoint<ConeLightPoint>(sg), sg, *ray);
+            },
+        .LightBounds = bounds,
+    };
+}
 
 // Clips a span to what a ray reaches. False when nothing is left.
 bool setBounds(const RaySpan& span, const RtRay& ray, const RtPoint& center, float extent,

@@ -1,6 +1,5 @@
 // point: the "point_light" light node, a point or a sphere.
 #include "lights/cone_light.h"
-#include "rays.h"
 
 #include <algorithm>
 
@@ -92,24 +91,6 @@ static bool aim(RtNode* node, RtShaderGlobals* sg)
     return true;
 }
 
-static void prepare(RtNode* node, RtShaderGlobals* sg)
-{
-    if (sg->stage != RV_STAGE_VOLUME && !aim(node, sg))
-        refuseSamples(sg);
-}
-
-static bool sample(RtNode* node, RtShaderGlobals* sg)
-{
-    if (sg->stage == RV_STAGE_VOLUME && !aim(node, sg))
-        return false;
-    return sampleConeLight(lightPoint<ConeLightPoint>(sg), sg);
-}
-
-static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
-{
-    return intersectConeLight(lightPoint<ConeLightPoint>(sg), sg, *ray);
-}
-
 static bool bounds(RtNode* node, RtLightBounds* bounds, const RtRay* ray)
 {
     const PointLightData* const data = dataOf(node);
@@ -129,13 +110,7 @@ static const RtCommonMethods common = {
     .Finish = finishLight,
 };
 
-static const RtLightMethods light = {
-    .LightPrepare = prepare,
-    .LightSample = sample,
-    .LightAmbient = do_nothing,
-    .LightIntersect = intersect,
-    .LightBounds = bounds,
-};
+static constexpr RtLightMethods light = coneLightMethods<aim>(bounds);
 
 const RtNodeMethods point_light_methods = { &common, &light };
 

@@ -2,7 +2,6 @@
 #include "lights/spot.h"
 
 #include "lights/cone_light.h"
-#include "rays.h"
 #include "rv_msg.h"
 
 #include <algorithm>
@@ -296,24 +295,6 @@ static bool aim(RtNode* node, RtShaderGlobals* sg)
     return true;
 }
 
-static void prepare(RtNode* node, RtShaderGlobals* sg)
-{
-    if (sg->stage != RV_STAGE_VOLUME && !aim(node, sg))
-        refuseSamples(sg);
-}
-
-static bool sample(RtNode* node, RtShaderGlobals* sg)
-{
-    if (sg->stage == RV_STAGE_VOLUME && !aim(node, sg))
-        return false;
-    return sampleConeLight(lightPoint<ConeLightPoint>(sg), sg);
-}
-
-static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
-{
-    return intersectConeLight(lightPoint<ConeLightPoint>(sg), sg, *ray);
-}
-
 // ---- Reach ----
 
 bool spanInCone(const SpotCone& cone, const double o[3], const double d[3], RaySpan* span)
@@ -382,13 +363,7 @@ static const RtCommonMethods common = {
     .Finish = finishLight,
 };
 
-static const RtLightMethods light = {
-    .LightPrepare = prepare,
-    .LightSample = sample,
-    .LightAmbient = do_nothing,
-    .LightIntersect = intersect,
-    .LightBounds = bounds,
-};
+static constexpr RtLightMethods light = coneLightMethods<aim>(bounds);
 
 const RtNodeMethods spot_light_methods = { &common, &light };
 
