@@ -1,0 +1,161 @@
+#!/usr/bin/env python3
+"""Writes what the scenes of the gallery include but nobody would write by hand: the board, the
+game on it, the forest and the paint of the pool balls.
+
+    generate.py FOLDER     default: the folder "generated" beside this script
+"""
+import math
+import random
+import sys
+from pathlib import Path
+
+IDENTITY = ((1, 0, 0), (0, 1, 0), (0, 0, 1))
+
+
+def number(x):
+    return f"{x:.6g}"
+
+
+def rows(axes, place):
+    """Sixteen numbers of a matrix from the images of the axes and of the origin."""
+    lines = [" ".join(map(number, axis)) + " 0" for axis in axes]
+    return "  ".join(lines + [" ".join(map(number, place)) + " 1"])
+
+
+def turned(angle, size=1.0):
+    c, s = math.cos(angle) * size, math.sin(angle) * size
+    return ((c, 0, -s), (0, size, 0), (s, 0, c))
+
+
+def block(kind, **parameters):
+    lines = [f" {name} {value}" for name, value in parameters.items()]
+    return "\n".join([kind, "{"] + lines + ["}", ""])
+
+
+def instance(name, node, matrix, shader=None):
+    parameters = {"name": name, "node": node, "visibility": 65535, "matrix": matrix}
+    if shader:
+        parameters["shader"] = shader
+    return block("ginstance", **parameters)
+
+
+def paint(name, colour, **more):
+    return block("standard", name=name, Kd=0.8, Kd_color=" ".join(map(number, colour)), **more)
+
+
+def board():
+    """Eight by eight squares of half a unit, one mesh with two shaders, in a frame."""
+    points, corners, shaders = [], [], []
+    for row in range(8):
+        for column in range(8):
+            x, z = column / 2 - 2, row / 2 - 2
+            first = len(points)
+            points += [(x, 0, z), (x, 0, z + 0.5), (x + 0.5, 0, z + 0.5), (x + 0.5, 0, z)]
+            corners += range(first, first + 4)
+            shaders.append((row + column) % 2)
+    mesh = block(
+        "polymesh", name="board", nsides="64 1 UINT " + "4 " * 64,
+        vidxs=f"{len(corners)} 1 UINT " + " ".join(map(str, corners)),
+        vlist=f"{len(points)} 1 POINT " + " ".join(number(c) for p in points for c in p),
+        shidxs="64 1 BYTE " + " ".join(map(str, shaders)),
+        shader="2 1 NODE light_square dark_square")
+    return "\n".join([
+        paint("light_square", (0.78, 0.66, 0.47), Ks=0.1, specular_roughness=0.3),
+        paint("dark_square", (0.2, 0.1, 0.06), Ks=0.1, specular_roughness=0.3),
+        paint("frame_wood", (0.12, 0.06, 0.035), Ks=0.1, specular_roughness=0.4),
+        block("box", name="frame", min="-2.2 -0.16 -2.2", max="2.2 -0.002 2.2",
+              shader="frame_wood"),
+        paint("cloth", (0.25, 0.27, 0.3)),
+        block("plane", name="table", point="0 -0.16 0", normal="0 1 0", shader="cloth"), mesh])
+
+
+def game():
+    """Chessmen on their squares; the random numbers are those of one seed."""
+    source = random.Random(7)
+    squares = [(column, row) for column in range(8) for row in range(8)]
+    source.shuffle(squares)
+    lines = []
+    for i, (column, row) in enumerate(sorted(squares[:26])):
+        kind = "rook" if source.random() < 0.45 else "bishop"
+        colour = "ivory" if row > 3 else "ebony"
+        place = (column / 2 - 1.75, 0, row / 2 - 1.75)
+        matrix = rows(turned(source.uniform(0, 2 * math.pi)), place)
+        lines.append(instance(f"man{i}", kind, matrix, colour))
+    return "\n".join(lines)
+
+
+def falling_rook():
+    """A quarter of a turn in eight steps about the edge of the base."""
+    keys = []
+    for i in range(9):
+        angle = math.radians(14 + 44 * i / 8)
+        c, s = math.cos(angle), math.sin(angle)
+        pivot = (-0.75 + 0.2, 0, 0.25)
+        axes = ((c, s, 0), (-s, c, 0), (0, 0, 1))
+        # About the edge at x = -0.2 of the piece, towards the left.
+        place = (pivot[0] - 0.2 + 0.2 - 0.2 * 0 + 0.2 * c - 0.2, pivot[1] + 0.2 * s, pivot[2])
+        keys.append(rows(axes, place))
+    return instance("falling_rook", "rook", "1 9 MATRIX " + "  ".join(keys), "ivory")
+
+
+def forest(rows_of_trees=64):
+    source = random.Random(3)
+    lines = [block("plane", name="meadow", normal="0 1 0", shader="grass")]
+    for row in range(rows_of_trees):
+        for column in range(48):
+            x = (column - 24) * 560 + source.uniform(-230, 230)
+            z = 3800 - row * 560 + source.uniform(-230, 230)
+            if abs(x - 900 * math.sin(z / 2600)) < 620:  # a glade winds through the wood
+                continue
+            matrix = rows(turned(source.uniform(0, 2 * math.pi), source.uniform(0.7, 1.35)),
+                          (x, 0, z))
+            lines.append(instance(f"tree{row}_{column}", "beech", matrix))
+    return "\n".join(lines)
+
+
+def panes():
+    colours = [(0.95, 0.25, 0.2), (0.98, 0.85, 0.2), (0.25, 0.75, 0.35), (0.2, 0.45, 0.95)]
+    lines = []
+    for i, colour in enumerate(colours):
+        name = f"film{i}"
+        # Opacity: what of each colour is held back.
+        held = " ".join(number(1 - c) for c in colour)
+        lines.append(block("standard", name=name, Kd=0.25, Kd_color=" ".join(map(number, colour)),
+                           Ks=0.2, specular_roughness=0.1, opacity=held))
+        angle = 0.5 + 0.3 * i
+        x, z = -0.95 + 0.52 * i, 0.15 + 0.12 * (i % 2)
+        dx, dz = 0.3 * math.cos(angle), 0.3 * math.sin(angle)
+        corners = [(x - dx, 0.02, z - dz), (x + dx, 0.02, z + dz),
+                   (x + dx, 0.95, z + dz), (x - dx, 0.95, z - dz)]
+        lines.append(block(
+            "polymesh", name=f"pane{i}", nsides=4, vidxs="4 1 UINT 0 1 2 3",
+            vlist="4 1 POINT " + " ".join(number(c) for p in corners for c in p),
+            opaque="off", shader=name))
+    return "\n".join(lines)
+
+
+def pool_materials():
+    """The materials that the table's file names, balls in their usual colours."""
+    balls = [(0.95, 0.75, 0.05), (0.05, 0.12, 0.55), (0.75, 0.05, 0.04), (0.25, 0.06, 0.4),
+             (0.95, 0.35, 0.04), (0.02, 0.3, 0.12), (0.35, 0.04, 0.05), (0.02, 0.02, 0.02)]
+    gloss = dict(Ks=0.2, specular_roughness=0.08, Kr=0.5, Fresnel="on", Krn=0.04)
+    lines = [paint("felt", (0.04, 0.34, 0.14)), paint("cueRubber", (0.05, 0.05, 0.05)),
+             paint("black", (0.2, 0.085, 0.05), Ks=0.15, specular_roughness=0.2),
+             paint("chrome", (0.3, 0.3, 0.3), Ks=0.5, specular_roughness=0.15),
+             paint("Material", (0.8, 0.82, 0.79)), paint("Material.002", (0.6, 0.5, 0.4)),
+             paint("cueTip", (0.05, 0.3, 0.5)), paint("cueBrass", (0.5, 0.38, 0.14), Ks=0.4),
+             paint("cueBody", (0.5, 0.36, 0.16)), paint("cueFront", (0.7, 0.55, 0.33)),
+             paint("cueEnd", (0.1, 0.05, 0.04)), paint("ballCue", (0.86, 0.84, 0.78), **gloss)]
+    lines += [paint(f"ballN{i}", balls[(i - 1) % 8], **gloss) for i in range(1, 16)]
+    return "\n".join(lines)
+
+
+def main():
+    folder = Path(sys.argv[1]) if len(sys.argv) > 1 else Path(__file__).parent / "generated"
+    folder.mkdir(parents=True, exist_ok=True)
+    for write in (board, game, falling_rook, forest, panes, pool_materials):
+        (folder / f"{write.__name__}.rvs").write_text(write() + "\n")
+
+
+if __name__ == "__main__":
+    main()
