@@ -1,9 +1,11 @@
 // Tests of the queue of work that makes more work.
 #include "work_queue.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -57,4 +59,28 @@ TEST(WorkQueue, concurrent_queues_share_a_budget_of_threads)
     EXPECT_GT(most, 8);
     processAQueue(); // the helpers were given back
     EXPECT_EQ(running, 0);
+}
+
+// Parts of 32768 are what threads share.
+TEST(InParts, concurrent_parts_cover_everything_once)
+{
+    for (const size_t n :
+         { 0u, 1u, 1000u, 32767u, 32768u, 32769u, 65535u, 65536u, 98304u, 100000u })
+        for (const int threads : { 0, 1, 2, 5 }) {
+            std::mutex lock;
+            std::vector<std::pair<size_t, size_t>> parts;
+            rv::inParts(threads, n, [&](size_t begin, size_t end) {
+                const std::lock_guard guard(lock);
+                parts.emplace_back(begin, end);
+            });
+            std::sort(parts.begin(), parts.end());
+            size_t covered = 0;
+            for (const auto& [begin, end] : parts) {
+                EXPECT_EQ(begin, covered) << n << " " << threads;
+                EXPECT_TRUE(begin < end || n == 0) << n << " " << threads;
+                covered = end;
+            }
+            EXPECT_EQ(covered, n) << threads;
+            EXPECT_EQ(parts.size() > 1, threads > 1 && n > 32768) << n << " " << threads;
+        }
 }

@@ -204,3 +204,22 @@ TEST(SlabTest, a_ray_in_a_face_of_a_box_meets_it)
     EXPECT_FALSE(rv::slabTest(box, { { 0.5f, 0.5f, -1 }, { 0, 0, 1 }, 0, 0, 0 }, 0.5f));
     EXPECT_FALSE(rv::slabTest(box, { { 0.5f, 0.5f, -1 }, { 0, 0, 1 }, 3, 0, 0 }, 100));
 }
+
+TEST(SlabTest, no_distance_is_made_of_what_is_no_number)
+{
+    const RtBBox box = { { 0, 0, 0 }, { 1, 1, 1 } };
+    const float nan = NAN;
+    for (const RtPoint& origin : { RtPoint{ nan, nan, nan }, RtPoint{ nan, 0.5f, -1 } })
+        for (const RtVector& dir : { RtVector{ nan, nan, nan }, RtVector{ 0.5f, nan, 1 },
+                                     RtVector{ 0, 0, 1 }, RtVector{ 1, 1, 1 } }) {
+            const rv::SlabHit hit = rv::slabTest(box, { origin, dir, 0.25f, 0, 0 }, 100);
+            EXPECT_FALSE(std::isnan(hit.tnear) || std::isnan(hit.tfar));
+            if (hit) {
+                EXPECT_GE(hit.tnear, 0.25f);
+                EXPECT_LE(hit.tfar, 100);
+            }
+        }
+    // An axis that is a number still decides.
+    EXPECT_FALSE(rv::slabTest(box, { { nan, 5, 0.5f }, { 1, 0, 1 }, 0, 0, 0 }, 100));
+    EXPECT_FALSE(rv::slabTest(box, { { 0.5f, 0.5f, 5 }, { nan, nan, 1 }, 0, 0, 0 }, 100));
+}

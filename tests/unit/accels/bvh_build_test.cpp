@@ -2,14 +2,14 @@
 // counts.
 #include "accels/hierarchy.h"
 
+#include "accels/tree_tools.h"
 #include "golden.h"
 #include "universe_fixture.h"
-
-#include <random>
 
 namespace {
 
 using nlohmann::json;
+using namespace tree_tools;
 
 RtBBox boxOf(const json& numbers)
 {
@@ -27,26 +27,11 @@ Prims primsOf(const std::vector<RtBBox>& boxes)
     return prims;
 }
 
-RtBBox cube(float x, float y, float z, float size = 1)
-{
-    return { { x, y, z }, { x + size, y + size, z + size } };
-}
-
 rv::Split split(const Prims& prims, uint32_t depth = 0, float cost = 1.5f)
 {
     return rv::findSplit(prims.data(), rv::wholeRange(prims.data(), uint32_t(prims.size())), depth,
                          cost);
 }
-
-// A family of boxes at one or more keys.
-struct Boxes {
-    const std::vector<RtBBox>* boxes;
-    uint32_t key_count = 1;
-
-    uint32_t count() const { return uint32_t(boxes->size() / key_count); }
-    uint32_t keys() const { return key_count; }
-    RtBBox box(uint32_t prim, uint32_t key) const { return (*boxes)[key * count() + prim]; }
-};
 
 template <class Node> struct Tree {
     rv::LineArray<Node> nodes;
@@ -68,36 +53,9 @@ std::unique_ptr<Tree<Node>> build(const std::vector<RtBBox>& boxes, uint32_t key
     return tree;
 }
 
-std::vector<RtBBox> randomBoxes(uint32_t n, float size = 0.1f, unsigned seed = 1)
-{
-    std::mt19937 random(seed);
-    std::uniform_real_distribution<float> uniform(0, 10);
-    std::vector<RtBBox> boxes;
-    for (uint32_t i = 0; i < n; ++i)
-        boxes.push_back(cube(uniform(random), uniform(random), uniform(random), size));
-    return boxes;
-}
-
-RtBBox slotBox(const RtBVH4Node& node, int slot, int)
-{
-    return { { node.rows[0][slot], node.rows[2][slot], node.rows[4][slot] },
-             { node.rows[1][slot], node.rows[3][slot], node.rows[5][slot] } };
-}
-
-RtBBox slotBox(const RtBVH4MotionNode& node, int slot, int key)
-{
-    return { { node.rows[key][slot], node.rows[4 + key][slot], node.rows[8 + key][slot] },
-             { node.rows[2 + key][slot], node.rows[6 + key][slot], node.rows[10 + key][slot] } };
-}
-
 bool contains(const RtBBox& outer, const RtBBox& inner)
 {
     return RvBBoxInside(outer, inner.min) && RvBBoxInside(outer, inner.max);
-}
-
-template <class Node> bool isEmptySlot(const Node& node, int slot)
-{
-    return node.child[slot] == rv::no_child;
 }
 
 // Checks that every box holds what is below it, and collects the primitives of all leaves.
@@ -134,10 +92,7 @@ void expectComplete(const Tree<Node>& tree, const std::vector<RtBBox>& boxes, ui
     const Boxes family = { &boxes, keys };
     std::vector<uint32_t> found;
     checkBelow(tree, family, 0, &found);
-    std::sort(found.begin(), found.end());
-    ASSERT_EQ(found.size(), family.count());
-    for (uint32_t i = 0; i < found.size(); ++i)
-        EXPECT_EQ(found[i], i);
+    expectHoldsAll(found, family.count());
 }
 
 } // namespace
@@ -214,6 +169,23 @@ TEST(BvhBuild, more_primitives_than_a_leaf_may_hold_are_always_split)
     EXPECT_EQ(sides[1].size(), 32768u);
 }
 
+TEST(BvhBuild, at_the_depth_limit_what_is_too_much_for_a_leaf_is_halved)
+{
+    Prims prims = primsOf(randomBoxes(70001)); // spread: above the limit a plane parts them
+    EXPECT_GE(split(prims, 63).plane, 0);
+    for (const uint32_t depth : { 64u, 65u, 80u }) {
+        const rv::Split got = split(prims, depth);
+        EXPECT_FALSE(got.leaf) << depth;
+        EXPECT_EQ(got.plane, -1) << depth;
+    }
+    rv::BuildRange sides[2];
+    rv::partition(prims.data(), rv::wholeRange(prims.data(), 70001), split(prims, 64), sides);
+    EXPECT_EQ(sides[0].size(), 35000u);
+    EXPECT_EQ(sides[1].size(), 35001u);
+    for (const rv::BuildRange& side : sides)
+        EXPECT_TRUE(rv::findSplit(prims.data(), side, 65, 1.5f).leaf);
+}
+
 TEST(BvhBuild, a_partition_keeps_low_coordinates_left_and_bounds_both_sides)
 {
     const std::vector<RtBBox> boxes = randomBoxes(500);
@@ -258,6 +230,24 @@ TEST(BvhBuild, coordinates_that_are_no_numbers_do_not_spoil_the_boxes_of_others)
     EXPECT_EQ(tree->order.size(), boxes.size());
 }
 
+// The area of a box of that size is beyond the numbers.
+TEST(BvhBuild, one_huge_primitive_does_not_make_a_leaf_of_all_others)
+{
+    for (const float huge : { 1e30f, 3e38f, INFINITY })
+        for (const size_t place : { 0u, 500u, 999u }) {
+            std::vector<RtBBox> boxes = randomBoxes(1000);
+            boxes[place] = { { -huge, -huge, -huge }, { huge, huge, huge } };
+            const auto tree = build<RtBVH4Node>(boxes);
+            EXPECT_GT(tree->nodes.size(), 1u) << huge << " " << place;
+            EXPECT_LT(tree->wide_stats.leaf.most_primitives, 1000u) << huge << " " << place;
+            expectHoldsAll(tree->order, 1000);
+            boxes.insert(boxes.end(), boxes.begin(), boxes.begin() + 1000);
+            const auto moving = build<RtBVH4MotionNode>(boxes, 2);
+            EXPECT_GT(moving->nodes.size(), 1u) << huge << " " << place;
+            expectHoldsAll(moving->order, 1000);
+        }
+}
+
 // ---- Order of slots ----
 
 TEST(BvhBuild, slots_are_ordered_by_octant)
@@ -293,10 +283,14 @@ TEST(BvhBuild, a_hierarchy_of_one_leaf_uses_the_first_slot)
         EXPECT_EQ(slotBox(root, slot, 0).min.x, 3.40282347e38f);
         EXPECT_EQ(slotBox(root, slot, 0).max.z, -3.40282347e38f);
     }
-    EXPECT_EQ(root.order[0], 0xE4);
+    // Parted by x at all three places, as it were.
+    for (int octant = 0; octant < 8; ++octant)
+        EXPECT_EQ(root.order[octant], octant & 1 ? 3 + 4 * 2 + 16 * 1 + 64 * 0 : 0xE4) << octant;
     EXPECT_EQ(tree->wide_stats.empty, 3u);
     EXPECT_EQ(tree->wide_stats.leaf.leaves, 1u);
     EXPECT_EQ(tree->binary_stats.leaf.primitives, 3u);
+    EXPECT_EQ(tree->binary_stats.nodes, 1u);
+    EXPECT_EQ(tree->binary_stats.inner, 0u);
 }
 
 TEST(BvhBuild, a_side_that_is_a_leaf_takes_the_first_slot_of_its_pair)
@@ -361,6 +355,21 @@ TEST(BvhBuild, concurrent_builds_make_the_tree_of_one_thread)
     }
 }
 
+TEST(BvhBuild, concurrent_builds_of_moving_boxes_make_the_tree_of_one_thread)
+{
+    std::vector<RtBBox> boxes = randomBoxes(50000, 0.05f, 1);
+    for (const RtBBox& box : randomBoxes(50000, 0.1f, 2))
+        boxes.push_back(box);
+    const auto reference = build<RtBVH4MotionNode>(boxes, 2);
+    for (int threads : { 1, 2, 5 }) {
+        const auto tree = build<RtBVH4MotionNode>(boxes, 2, threads);
+        ASSERT_EQ(tree->nodes.size(), reference->nodes.size()) << threads;
+        EXPECT_EQ(memcmp(tree->nodes.data(), reference->nodes.data(), reference->nodes.bytes()), 0)
+            << threads;
+        EXPECT_EQ(tree->order, reference->order) << threads;
+    }
+}
+
 TEST(BvhBuild, aligned_leaves_of_up_to_four_stay_in_one_block)
 {
     const std::vector<RtBBox> boxes = randomBoxes(20000);
@@ -394,6 +403,7 @@ TEST(BvhBuild, counts_agree_with_the_tree)
     EXPECT_EQ(tree->wide_stats.leaf.primitives, 5000u);
     EXPECT_EQ(tree->binary_stats.leaf.leaves, leaves);
     EXPECT_EQ(tree->binary_stats.nodes, 2 * leaves - 1); // as in every binary tree
+    EXPECT_EQ(tree->binary_stats.inner, leaves - 1);
 }
 
 TEST(BvhBuild, leaf_counts_keep_extremes_sums_and_sizes)
@@ -410,6 +420,21 @@ TEST(BvhBuild, leaf_counts_keep_extremes_sums_and_sizes)
     EXPECT_EQ(stats.leaf.most_depth, 10u);
     const uint64_t sizes[5] = { 1, 1, 1, 1, 2 };
     EXPECT_TRUE(std::equal(sizes, sizes + 5, stats.leaf.of_size));
+}
+
+TEST(BvhBuild, counts_of_the_parts_of_a_tree_add_up)
+{
+    BuildStats first = {}, second = {};
+    for (uint32_t i = 0; i < 2; ++i)
+        first.addInner();
+    for (uint32_t i = 0; i < 5; ++i)
+        second.addInner();
+    second.addLeaf(3, 7);
+    first.merge(second);
+    EXPECT_EQ(first.inner, 7u);
+    EXPECT_EQ(first.nodes, 8u);
+    EXPECT_EQ(first.leaf.leaves, 1u);
+    EXPECT_EQ(first.leaf.least_depth, 7u);
 }
 
 using BuildStatsDeathTest = Universe;
