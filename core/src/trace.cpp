@@ -128,8 +128,8 @@ uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
 
 static void noteDepth(const RtRay& ray)
 {
-    uint32_t& max_depth = the_frame->stats[threadOf(ray)]->rays.max_depth;
-    max_depth = std::max<uint32_t>(max_depth, ray.level);
+    uint64_t& max_depth = the_frame->stats[threadOf(ray)]->rays.max_depth;
+    max_depth = std::max<uint64_t>(max_depth, ray.level);
 }
 
 // Counts the ray, finds its hits and counts them.

@@ -213,6 +213,14 @@ static const RtAccel* accelFor(RtGObject* object, const RtTraversal& traversal,
     return object->accel.load(std::memory_order_acquire);
 }
 
+// Counts an object once, however many rays hit it. Instances stand for the shape they show.
+static void noteHit(RtGObject* object, int thread)
+{
+    if (!object->was_hit.load(std::memory_order_relaxed) &&
+        !object->was_hit.exchange(true, std::memory_order_relaxed))
+        ++the_frame->stats[thread]->geometry[geometryRow(object)].objects_hit;
+}
+
 SlabHit slabTest(const RtBBox& box, const RtObjectRay& ray, float maxdist)
 {
     const float origin[3] = { ray.origin.x, ray.origin.y, ray.origin.z };
@@ -250,6 +258,7 @@ void RvAccelInsertHit(RtHitList& hits, float t, float u, float v, const RtTraver
     const uint32_t position = rv::positionOf(hits, t);
     if (position == hits.capacity)
         return;
+    ++hits.inserted;
     if (flags.opaque) {
         hits.count = position + 1;
         hits.maxdist = t;
@@ -290,5 +299,8 @@ void RvIntersectObject(RtGObject* object, const RtTraversal& traversal, const Rt
     RtGObject* const shape = rv::innermost(object);
     local.ignore_prim =
         rv::isOrigin(shape, traversal, hits) ? traversal.from_prim : rv_no_primitive;
+    const uint32_t inserted = hits.inserted;
     accel->intersect(shape, traversal, local, hits);
+    if (hits.inserted != inserted)
+        rv::noteHit(shape, traversal.thread);
 }

@@ -535,6 +535,12 @@ RtGeometryRow geometryRow(RtObjectKind kind)
     }
 }
 
+RtGeometryRow geometryRow(const RtGObject* object)
+{
+    const bool is_mesh = object->kind == RV_KIND_POLYMESH && object->data;
+    return is_mesh ? meshOf(object)->row : geometryRow(object->kind);
+}
+
 // ---- User bounds ----
 
 static RtBBox enlargedBox(const RtBBox& box, float slack)
