@@ -138,6 +138,8 @@ static uint32_t trace(const RtRay& ray, uint32_t capacity, RtHit* hits)
     countRay(ray);
     const uint32_t count = findHits(ray, capacity, hits);
     countHits(ray, count);
+    for (uint32_t i = 0; i < count; ++i)
+        noteHit(hits[i].object, threadOf(ray));
     return count;
 }
 

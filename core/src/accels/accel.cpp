@@ -213,14 +213,6 @@ static const RtAccel* accelFor(RtGObject* object, const RtTraversal& traversal,
     return object->accel.load(std::memory_order_acquire);
 }
 
-// Counts an object once, however many rays hit it. Instances stand for the shape they show.
-static void noteHit(RtGObject* object, int thread)
-{
-    if (!object->was_hit.load(std::memory_order_relaxed) &&
-        !object->was_hit.exchange(true, std::memory_order_relaxed))
-        ++the_frame->stats[thread]->geometry[geometryRow(object)].objects_hit;
-}
-
 SlabHit slabTest(const RtBBox& box, const RtObjectRay& ray, float maxdist)
 {
     const float origin[3] = { ray.origin.x, ray.origin.y, ray.origin.z };
@@ -301,6 +293,6 @@ void RvIntersectObject(RtGObject* object, const RtTraversal& traversal, const Rt
         rv::isOrigin(shape, traversal, hits) ? traversal.from_prim : rv_no_primitive;
     const uint32_t inserted = hits.inserted;
     accel->intersect(shape, traversal, local, hits);
-    if (hits.inserted != inserted)
+    if (hits.inserted != inserted && rv::isContainer(shape))
         rv::noteHit(shape, traversal.thread);
 }

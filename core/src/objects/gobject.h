@@ -211,6 +211,14 @@ void enterScene(RtGObject* object);
 // stand for other surfaces, have rows of their own.
 RtGeometryRow geometryRow(RtObjectKind kind);
 RtGeometryRow geometryRow(const RtGObject* object);
+// Counts an object that a ray of a thread hit, however often that happens once. Instances stand for
+// the shape they show.
+void countFirstHit(RtGObject* object, int thread);
+inline void noteHit(RtGObject* object, int thread)
+{
+    if (!object->was_hit.load(std::memory_order_relaxed))
+        countFirstHit(object, thread);
+}
 
 // Places in child arrays keep the record of an object alive, though not its contents, when its
 // node goes: the object is then invisible, has no node and an empty box.
