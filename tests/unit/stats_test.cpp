@@ -494,6 +494,33 @@ TEST_F(StatisticsOfObjects, identical_keys_and_identity_are_issues)
     EXPECT_EQ(sum().identical_motion_matrices, 1u);
 }
 
+TEST_F(StatisticsOfObjects, memory_of_an_edited_mesh_is_freed_and_added_not_initial)
+{
+    makeSquares();
+    shoot();
+    const RtGeometryCount& row = rv::hostStats()->geometry[RV_GEOMETRY_POLYMESHES];
+    const int64_t initial = row.initial_bytes, before = row.bytes();
+    EXPECT_GT(initial, 0);
+    RtNode* const square = RvNodeLookUpByName("square");
+    setArray<RtPoint>(square, "vlist", RV_TYPE_POINT,
+                      { { -9, -9, -4 }, { 9, -9, -4 }, { 9, 9, -4 }, { -9, 9, -4 }, {} });
+    EXPECT_EQ(shoot(), RV_SUCCESS);
+    EXPECT_EQ(row.initial_bytes, initial);
+    EXPECT_EQ(row.bytes(), before + int64_t(sizeof(RtPoint)));
+    RvNodeDestroy(square);
+    EXPECT_EQ(row.bytes(), 0);
+}
+
+TEST_F(StatisticsOfObjects, memory_of_a_list_is_freed_with_it)
+{
+    makeSquares();
+    shoot();
+    const RtGeometryCount& row = rv::hostStats()->geometry[RV_GEOMETRY_LISTS];
+    EXPECT_EQ(row.bytes(), int64_t(6 * sizeof(void*)));
+    RvNodeDestroy(scene()->bounded_root);
+    EXPECT_EQ(row.bytes(), int64_t(2 * sizeof(void*)));
+}
+
 // ---- A stored report ----
 
 // What machines and moments change becomes "#"; lines that are there only at times are left out.

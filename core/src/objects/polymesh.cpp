@@ -113,6 +113,7 @@ static void recreateMesh(RtNode* node, PolyMesh* params, RtGObject* object)
         std::swap(fresh->uniform_idxs, mesh->uniform_idxs);
     dropAccel(object);
     std::swap(*fresh, *mesh); // instances refer to the record in its place
+    std::swap(fresh->bytes, mesh->bytes); // what the new arrays take is counted as a change
     destroyMesh(fresh);
     object->nkeys_shape = mesh->nkeys;
     object->nvarying = mesh->nvertices;
