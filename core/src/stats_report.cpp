@@ -1,34 +1,27 @@
-// stats_report: the text of the statistics report and its performance warnings. Declared by
-// stats.h.
+// stats_report: the sections of the statistics report. Declared by stats.h; the warnings at its end
+// are those of stats_warnings.cpp.
 //
 // Titles stand at the left; rows one step to the right, so that their columns meet the brackets of
-// the title. Whatever is divided by zero is 0.
+// the title.
 #include "duration.h"
-#include "msg.h"
-#include "stats.h"
+#include "stats_lines.h"
 
 #include <algorithm>
 #include <stdio.h>
-#include <string.h>
 
 namespace rv {
 
 using Count = unsigned long long; // as printf knows it
 
-static constexpr int mask = RV_LOG_STATS;
 static constexpr int accel_mask = RV_LOG_STATS | RV_LOG_DEBUG;
 
+void separator()
+{
+    RvMsgInfoMasked(stats_mask, "---------------------------------------------"
+                                "--------------------------------------------");
+}
+
 // ---- Numbers ----
-
-template <class A, class B> static double ratio(A part, B whole)
-{
-    return whole ? double(part) / double(whole) : 0;
-}
-
-template <class A, class B> static double percent(A part, B whole)
-{
-    return whole ? double(part) * 100 / double(whole) : 0;
-}
 
 static double megabytes(int64_t bytes) { return double(bytes) * 9.536743e-07; }
 
@@ -45,45 +38,9 @@ static TimeText timeText(int64_t milliseconds)
     return time;
 }
 
-// Wall clock and processor time of some work, and on how many threads it ran.
-struct Work {
-    int64_t wall_ms, processor_ms, threads;
-
-    double utilization() const { return wall_ms ? percent(processor_ms, wall_ms * threads) : 100; }
-};
-
-static int64_t threadCount(const RtStats& counts) { return std::max<int64_t>(counts.threads, 1); }
-
-static Work sceneWork(const RtStats& counts)
-{
-    return { counts.scene_ms, counts.scene_user_ms, threadCount(counts) };
-}
-
-static Work renderWork(const RtStats& counts)
-{
-    return { counts.render_ms, counts.render_user_ms, threadCount(counts) };
-}
-
-// ---- Lines ----
-
-// The lines of the scope stand one step further to the right.
-class Rows {
-public:
-    Rows() { RvMsgTab(1); }
-    ~Rows() { RvMsgTab(-1); }
-    Rows(const Rows&) = delete;
-    Rows& operator=(const Rows&) = delete;
-};
-
-static void separator()
-{
-    RvMsgInfoMasked(mask, "---------------------------------------------"
-                          "--------------------------------------------");
-}
+// ---- Times ----
 
 enum Shown { when_not_zero, always };
-
-// ---- Times ----
 
 struct TimeRow {
     const char* label;
@@ -96,21 +53,21 @@ template <size_t n> static void printTimes(const TimeRow (&rows)[n])
 {
     for (const TimeRow& row : rows)
         if (row.ms || row.shown == always)
-            RvMsgInfoMasked(mask, "%-25s%s%s", row.label, timeText(row.ms).text, row.suffix);
+            RvMsgInfoMasked(stats_mask, "%-25s%s%s", row.label, timeText(row.ms).text, row.suffix);
 }
 
 static void printTotal(const Work& work)
 {
     const int64_t unaccounted = work.wall_ms - work.processor_ms / work.threads;
     if (unaccounted > 0)
-        RvMsgInfoMasked(mask, "%-25s%s", "system/unaccounted", timeText(unaccounted).text);
-    RvMsgInfoMasked(mask, "%-25s%s  (%5.2f%% machine utilization)", "total",
+        RvMsgInfoMasked(stats_mask, "%-25s%s", "system/unaccounted", timeText(unaccounted).text);
+    RvMsgInfoMasked(stats_mask, "%-25s%s  (%5.2f%% machine utilization)", "total",
                     timeText(work.wall_ms).text, work.utilization());
 }
 
 static void printCreation(const Report& report)
 {
-    RvMsgInfoMasked(mask, "scene creation time:");
+    RvMsgInfoMasked(stats_mask, "scene creation time:");
     const Rows rows;
     printTimes({
         { "plugin loading", report.counts.plugin_ms },
@@ -144,7 +101,7 @@ static void printRender(const Report& report)
     const char* const remark =
         s.threads > 1 ? "  (multi-threaded render, this value may not be reliable)" : "";
     separator();
-    RvMsgInfoMasked(mask, "render time:");
+    RvMsgInfoMasked(stats_mask, "render time:");
     const Rows rows;
     printTimes({
         { "node init", s.setup_ms },
@@ -178,9 +135,9 @@ static void printMemoryRow(const MemoryRow& row)
     if (!row.bytes && row.shown != always)
         return;
     if (row.remark)
-        RvMsgInfoMasked(mask, "%-28s%8.2f (%s)", row.label, megabytes(row.bytes), row.remark);
+        RvMsgInfoMasked(stats_mask, "%-28s%8.2f (%s)", row.label, megabytes(row.bytes), row.remark);
     else
-        RvMsgInfoMasked(mask, "%-28s%8.2f", row.label, megabytes(row.bytes));
+        RvMsgInfoMasked(stats_mask, "%-28s%8.2f", row.label, megabytes(row.bytes));
 }
 
 // Prints the rows and returns what they add up to.
@@ -198,7 +155,7 @@ static void printMemory(const Report& report)
 {
     const RtStats& s = report.counts;
     separator();
-    RvMsgInfoMasked(mask, "memory consumed in mb:");
+    RvMsgInfoMasked(stats_mask, "memory consumed in mb:");
     const Rows rows;
     const int64_t listed = printMemoryRows({
         { "at startup", report.startup_bytes, always },
@@ -259,7 +216,7 @@ template <class Counts, class Print> static void forRayTypes(const Counts& count
 
 static void printMaxDepth(const RtStats& s)
 {
-    RvMsgInfoMasked(mask, "max depth                   %8lu",
+    RvMsgInfoMasked(stats_mask, "max depth                   %8lu",
                     static_cast<unsigned long>(s.rays.max_depth));
 }
 
@@ -271,12 +228,13 @@ static void printPackets(const Report& report)
     if (!counts[RV_ROW_CAMERA].packets)
         return;
     separator();
-    RvMsgInfoMasked(mask, "ray packet counts:                    (rays/pixel, rays/sample) (%% "
-                          "total) (avg. size) (avg. util%%)");
+    RvMsgInfoMasked(stats_mask,
+                    "ray packet counts:                    (rays/pixel, rays/sample) (%% "
+                    "total) (avg. size) (avg. util%%)");
     const Rows rows;
     forRayTypes(counts, [&](const char* name, const RtPacketCount& count) {
         RvMsgInfoMasked(
-            mask, "%-13s           %12llu (%10.2f, %11.2f) (%6.2f%%) (%9.2f) (%9.2f%%)", name,
+            stats_mask, "%-13s           %12llu (%10.2f, %11.2f) (%6.2f%%) (%9.2f) (%9.2f%%)", name,
             Count(count.packets), ratio(count.rays, s.pixels), ratio(count.rays, s.samples),
             percent(count.packets, counts[RV_ROW_TOTAL].packets), ratio(count.rays, count.packets),
             percent(count.rays, count.packets * packet_rays));
@@ -291,12 +249,13 @@ static void printRays(const Report& report)
     if (!counts[RV_ROW_CAMERA].rays)
         return;
     separator();
-    RvMsgInfoMasked(mask, "ray counts:                           (/pixel , /sample) (%% total) "
-                          "(avg. hits) (max hits)");
+    RvMsgInfoMasked(stats_mask,
+                    "ray counts:                           (/pixel , /sample) (%% total) "
+                    "(avg. hits) (max hits)");
     const Rows rows;
     forRayTypes(counts, [&](const char* name, const RtRayCount& count) {
-        RvMsgInfoMasked(mask, "%-13s           %12llu (%7.2f, %7.2f) (%6.2f%%) (%9.2f) (%8d)", name,
-                        Count(count.rays), ratio(count.rays, s.pixels),
+        RvMsgInfoMasked(stats_mask, "%-13s           %12llu (%7.2f, %7.2f) (%6.2f%%) (%9.2f) (%8d)",
+                        name, Count(count.rays), ratio(count.rays, s.pixels),
                         ratio(count.rays, s.samples),
                         percent(count.rays, counts[RV_ROW_TOTAL].rays),
                         ratio(count.hits, count.rays), int(count.max_hits));
@@ -325,13 +284,14 @@ static void printLighting(const Report& report)
         }))
         return;
     separator();
-    RvMsgInfoMasked(mask, "lighting calculations:                (/pixel , /sample)    secondary "
-                          "(/pixel , /sample)");
+    RvMsgInfoMasked(stats_mask,
+                    "lighting calculations:                (/pixel , /sample)    secondary "
+                    "(/pixel , /sample)");
     const Rows rows;
     for (const auto& type : types) {
         const RtLightingCount& count = s.lighting[type.row];
         if (count.primary || count.secondary)
-            RvMsgInfoMasked(mask, "%-16s        %12llu (%7.2f, %7.2f) %12llu (%7.2f, %7.2f)",
+            RvMsgInfoMasked(stats_mask, "%-16s        %12llu (%7.2f, %7.2f) %12llu (%7.2f, %7.2f)",
                             type.name, Count(count.primary), ratio(count.primary, s.pixels),
                             ratio(count.primary, s.samples), Count(count.secondary),
                             ratio(count.secondary, s.pixels), ratio(count.secondary, s.samples));
@@ -366,10 +326,11 @@ static void printShaderCalls(const Report& report)
     const ShaderCalls& calls = s.shader_calls[RV_PASS_PIXELS];
     if (!totalCalls(calls))
         return;
-    RvMsgInfoMasked(mask, "shader calls:                         (/pixel , /sample) (%% total)");
+    RvMsgInfoMasked(stats_mask,
+                    "shader calls:                         (/pixel , /sample) (%% total)");
     const Rows rows;
     forShaderCalls(calls, [&](const char* name, Count count, double share) {
-        RvMsgInfoMasked(mask, "%-12s            %12llu (%7.2f, %7.2f) (%6.2f%%)", name, count,
+        RvMsgInfoMasked(stats_mask, "%-12s            %12llu (%7.2f, %7.2f) (%6.2f%%)", name, count,
                         ratio(count, s.pixels), ratio(count, s.samples), share);
     });
 }
@@ -380,28 +341,29 @@ static void printShaderCalls(const Report& report)
 static void printPointTables(const RtStats& s, RtPass pass, uint64_t points)
 {
     const auto& counts = s.rays.rows[pass];
-    RvMsgInfoMasked(mask, "ray counts:                          (/point ) (%% total) (avg. hits) "
-                          "(max hits)");
+    RvMsgInfoMasked(stats_mask,
+                    "ray counts:                          (/point ) (%% total) (avg. hits) "
+                    "(max hits)");
     {
         const Rows rows;
         forRayTypes(counts, [&](const char* name, const RtRayCount& count) {
-            RvMsgInfoMasked(mask, "%-13s          %12llu (%7.2f) (%6.2f%%) (%9.2f) (%8d)", name,
-                            Count(count.rays), ratio(count.rays, points),
+            RvMsgInfoMasked(stats_mask, "%-13s          %12llu (%7.2f) (%6.2f%%) (%9.2f) (%8d)",
+                            name, Count(count.rays), ratio(count.rays, points),
                             percent(count.rays, counts[RV_ROW_TOTAL].rays),
                             ratio(count.hits, count.rays), int(count.max_hits));
         });
     }
-    RvMsgInfoMasked(mask, "shader calls:                        (/point ) (%% total)");
+    RvMsgInfoMasked(stats_mask, "shader calls:                        (/point ) (%% total)");
     const Rows rows;
     forShaderCalls(s.shader_calls[pass], [&](const char* name, Count count, double share) {
-        RvMsgInfoMasked(mask, "%-12s           %12llu (%7.2f) (%6.2f%%)", name, count,
+        RvMsgInfoMasked(stats_mask, "%-12s           %12llu (%7.2f) (%6.2f%%)", name, count,
                         ratio(count, points), share);
     });
 }
 
 static void printLookups(const RtStats& s, uint64_t lookups)
 {
-    RvMsgInfoMasked(mask, "lookups                     %8llu (%7.2f, %7.2f)", Count(lookups),
+    RvMsgInfoMasked(stats_mask, "lookups                     %8llu (%7.2f, %7.2f)", Count(lookups),
                     ratio(lookups, s.pixels), ratio(lookups, s.samples));
 }
 
@@ -412,18 +374,18 @@ static void printPointClouds(const Report& report)
     if (!s.sss_lookups)
         return;
     separator();
-    RvMsgInfoMasked(mask, "sss lookups:                          (/pixel , /sample)");
+    RvMsgInfoMasked(stats_mask, "sss lookups:                          (/pixel , /sample)");
     const Rows rows;
     printLookups(s, s.sss_lookups);
     if (s.sss_computed)
-        RvMsgInfoMasked(mask, "  computed samples          %8llu (%6.2f%%)", Count(s.sss_computed),
-                        percent(s.sss_computed, stored.total));
+        RvMsgInfoMasked(stats_mask, "  computed samples          %8llu (%6.2f%%)",
+                        Count(s.sss_computed), percent(s.sss_computed, stored.total));
     if (!stored.objects)
         return;
-    RvMsgInfoMasked(mask, "point clouds                %8u", unsigned(stored.objects));
-    RvMsgInfoMasked(mask, "generated points            %8llu (%6.2f%% non-zero samples)",
+    RvMsgInfoMasked(stats_mask, "point clouds                %8u", unsigned(stored.objects));
+    RvMsgInfoMasked(stats_mask, "generated points            %8llu (%6.2f%% non-zero samples)",
                     Count(s.sss_generated), percent(stored.total, s.sss_generated));
-    RvMsgInfoMasked(mask, "stored points               %8llu (min: %u, avg: %.2f, max: %u)",
+    RvMsgInfoMasked(stats_mask, "stored points               %8llu (min: %u, avg: %.2f, max: %u)",
                     Count(stored.total), stored.least, ratio(stored.total, stored.objects),
                     stored.most);
     printPointTables(s, RV_PASS_SSS, s.sss_generated);
@@ -435,14 +397,14 @@ static void printHairCaches(const Report& report)
     if (!s.hair_lookups)
         return;
     separator();
-    RvMsgInfoMasked(mask, "hair cache lookups:                   (/pixel , /sample)");
+    RvMsgInfoMasked(stats_mask, "hair cache lookups:                   (/pixel , /sample)");
     const Rows rows;
     printLookups(s, s.hair_lookups);
     if (s.hair_caches) {
-        RvMsgInfoMasked(mask, "hair caches                 %8u", unsigned(s.hair_caches));
-        RvMsgInfoMasked(mask, "generated points            %8llu", Count(s.hair_generated));
-        RvMsgInfoMasked(mask, "computed points             %8llu (%6.2f%%)", Count(s.hair_computed),
-                        percent(s.hair_computed, s.hair_generated));
+        RvMsgInfoMasked(stats_mask, "hair caches                 %8u", unsigned(s.hair_caches));
+        RvMsgInfoMasked(stats_mask, "generated points            %8llu", Count(s.hair_generated));
+        RvMsgInfoMasked(stats_mask, "computed points             %8llu (%6.2f%%)",
+                        Count(s.hair_computed), percent(s.hair_computed, s.hair_generated));
     }
     if (s.rays.rows[RV_PASS_HAIR][RV_ROW_TOTAL].rays)
         printPointTables(s, RV_PASS_HAIR, s.hair_generated);
@@ -452,11 +414,11 @@ static void printDisplacement(const Report& report)
 {
     if (!report.counts.displaced_meshes)
         return;
-    RvMsgInfoMasked(mask, "displacement:");
+    RvMsgInfoMasked(stats_mask, "displacement:");
     const Rows rows;
-    RvMsgInfoMasked(mask, "meshes                      %8u",
+    RvMsgInfoMasked(stats_mask, "meshes                      %8u",
                     unsigned(report.counts.displaced_meshes));
-    RvMsgInfoMasked(mask, "shader calls            %12llu",
+    RvMsgInfoMasked(stats_mask, "shader calls            %12llu",
                     Count(report.counts.displacement_calls));
 }
 
@@ -465,8 +427,8 @@ static void printDisplacement(const Report& report)
 static void printGeometryRow(const char* name, const RtGeometryCount& count)
 {
     if (count.objects)
-        RvMsgInfoMasked(mask, "%-12s               %9u (%5.1f%%) (%9u) (%10.2f, %10.2f)", name,
-                        count.objects, percent(count.objects_hit, count.objects),
+        RvMsgInfoMasked(stats_mask, "%-12s               %9u (%5.1f%%) (%9u) (%10.2f, %10.2f)",
+                        name, count.objects, percent(count.objects_hit, count.objects),
                         unsigned(count.instances), megabytes(count.initial_bytes),
                         megabytes(count.bytes()));
 }
@@ -478,7 +440,7 @@ static void printGeometry(const Report& report)
     };
     separator();
     RvMsgInfoMasked(
-        mask,
+        stats_mask,
         "geometry:                             (%% hit ) (instances) (  init mem,  final mem)");
     const Rows rows;
     RtGeometryCount total = {};
@@ -509,13 +471,13 @@ static void printElements(const Report& report)
                      [&](const auto& kind) { return (s.*kind.elements).total; }))
         return;
     separator();
-    RvMsgInfoMasked(mask,
+    RvMsgInfoMasked(stats_mask,
                     "geometric elements:                   (      min) (       avg.) (      max)");
     const Rows rows;
     for (const auto& kind : kinds) {
         const RtElementCount& elements = s.*kind.elements;
         if (elements.total)
-            RvMsgInfoMasked(mask, "%-20s    %12llu (%9u) (%11.1f) (%9u)", kind.name,
+            RvMsgInfoMasked(stats_mask, "%-20s    %12llu (%9u) (%11.1f) (%9u)", kind.name,
                             Count(elements.total), elements.least,
                             ratio(elements.total, s.geometry[kind.objects].objects), elements.most);
     }
@@ -525,7 +487,7 @@ static void printTriangleRow(const char* name, const RtElementCount& triangles, 
                              const char* suffix)
 {
     if (triangles.objects)
-        RvMsgInfoMasked(mask, "%-16s        %12llu (%9u) (%11.1f) (%9u) (%9.2f)%s", name,
+        RvMsgInfoMasked(stats_mask, "%-16s        %12llu (%9u) (%11.1f) (%9u) (%9.2f)%s", name,
                         Count(triangles.total), triangles.least,
                         ratio(triangles.total, triangles.objects), triangles.most,
                         ratio(triangles.total, elements), suffix);
@@ -558,14 +520,15 @@ static void printTriangles(const Report& report)
     if (!s.unique_triangles)
         return;
     separator();
-    RvMsgInfoMasked(mask, "triangle tesselation:                 (      min) (       avg.) (      "
-                          "max) (/ element) (%% total)");
+    RvMsgInfoMasked(stats_mask,
+                    "triangle tesselation:                 (      min) (       avg.) (      "
+                    "max) (/ element) (%% total)");
     const Rows rows;
     printTriangleRow("polymeshes", s.triangles, s.polygons.total, "");
     printSubdivisions(s);
-    RvMsgInfoMasked(mask, "unique triangles:       %12llu", Count(s.unique_triangles));
+    RvMsgInfoMasked(stats_mask, "unique triangles:       %12llu", Count(s.unique_triangles));
     if (s.visible_triangles != s.unique_triangles)
-        RvMsgInfoMasked(mask, "visible triangles:      %12llu", Count(s.visible_triangles));
+        RvMsgInfoMasked(stats_mask, "visible triangles:      %12llu", Count(s.visible_triangles));
 }
 
 static void printMeshMemory(const Report& report)
@@ -631,123 +594,16 @@ static void printTextures(const Report& report)
     const char* const end = report.textures.data() + report.textures.size();
     for (const char* line = report.textures.data(); line < end;) {
         const char* const line_end = std::find(line, end, '\n');
-        RvMsgInfoMasked(mask, "%.*s", int(line_end - line), line);
+        RvMsgInfoMasked(stats_mask, "%.*s", int(line_end - line), line);
         line = line_end + 1;
     }
-}
-
-// ---- Performance warnings ----
-
-// What can be wrong with a render. Nothing is said unless one of the first four is.
-struct Problems {
-    double rays_per_pixel;
-    bool traces_much;
-    bool has_poor_bounds;
-    bool wastes_threads;
-    double creation_percentage;
-    bool creates_slowly;
-
-    bool any() const { return traces_much || has_poor_bounds || wastes_threads || creates_slowly; }
-};
-
-static Problems findProblems(const RtStats& s)
-{
-    static constexpr double most_rays_per_pixel = 2000;
-    static constexpr double least_utilization = 50, most_creation = 20; // percent
-    static constexpr int64_t long_render_ms = 20 * 60000, long_creation_ms = 10 * 60000;
-    const double rays = ratio(s.rays.rows[RV_PASS_PIXELS][RV_ROW_TOTAL].rays, s.pixels);
-    const double creation = percent(s.scene_ms, s.render_ms + s.scene_ms);
-    return {
-        .rays_per_pixel = rays,
-        .traces_much = rays > most_rays_per_pixel,
-        .has_poor_bounds = s.poor_bounds_displaced || s.poor_bounds_procedural,
-        .wastes_threads =
-            renderWork(s).utilization() < least_utilization && s.render_ms > long_render_ms,
-        .creation_percentage = creation,
-        .creates_slowly = creation > most_creation && s.scene_ms > long_creation_ms,
-    };
-}
-
-static const char* haveEnding(uint32_t count) { return count == 1 ? " has" : "s have"; }
-
-static void warnOfPoorBounds(const RtStats& s)
-{
-    if (s.poor_bounds_displaced)
-        RvMsgWarningMasked(
-            mask,
-            "%d displaced object%s very poor bounds. This can severely affect ray tracing "
-            "performance. You should check the \"height\" parameter on your displaced objects.",
-            int(s.poor_bounds_displaced), haveEnding(s.poor_bounds_displaced));
-    if (s.poor_bounds_procedural)
-        RvMsgWarningMasked(
-            mask,
-            "%d on-demand procedural%s very poor bounds. This can severely affect ray tracing "
-            "performance. You should check the bounds being passed from the host application.",
-            int(s.poor_bounds_procedural), haveEnding(s.poor_bounds_procedural));
-}
-
-static void warnOfSlowCreation(const RtStats& s)
-{
-    const struct {
-        uint32_t count;
-        const char* text;
-    } issues[] = {
-        { s.identical_motion_matrices,
-          "matrices were motion blurred even though they were identical." },
-        { s.identity_matrices, "matrices were identity - skipping these will save some memory "
-                               "allocations and reduce fragmentation" },
-        { s.static_motion_meshes, "meshes were motion blurred even though they were static" },
-        { s.static_motion_curves,
-          "curves objects were motion blurred even though they were static" },
-        { s.static_motion_points,
-          "points objects were motion blurred even though they were static" },
-        { s.curves_with_motion_radius, "curves objects had motion blurred radius information which "
-                                       "is not supported and ignored" },
-    };
-    if (std::none_of(std::begin(issues), std::end(issues),
-                     [](const auto& issue) { return issue.count; }))
-        return;
-    RvMsgWarningMasked(mask,
-                       "Scene creation time could be reduced by fixing the following issues:");
-    for (const auto& issue : issues)
-        if (issue.count)
-            RvMsgWarningMasked(mask, "%d %s", int(issue.count), issue.text);
-}
-
-// Required: issues of scene creation by themselves are not worth the block.
-static void printWarnings(const Report& report)
-{
-    const RtStats& s = report.counts;
-    const Problems problems = findProblems(s);
-    if (!problems.any())
-        return;
-    separator();
-    RvMsgWarningMasked(mask, "performance warnings:");
-    const Rows rows;
-    if (problems.traces_much)
-        RvMsgWarningMasked(mask,
-                           "You are tracing %.00f rays per pixel. You may want to double check "
-                           "your sampling settings.",
-                           problems.rays_per_pixel);
-    warnOfPoorBounds(s);
-    if (problems.wastes_threads)
-        RvMsgWarningMasked(mask,
-                           "Rendering utilization was only %.00f%%. Your render may be bound by a "
-                           "single threaded process or I/O.",
-                           renderWork(s).utilization());
-    if (problems.creates_slowly)
-        RvMsgWarningMasked(mask,
-                           "Scene creation was a significant amount of total time (%.00f%%). "
-                           "Consider optimizing this process first.",
-                           problems.creation_percentage);
-    warnOfSlowCreation(s);
 }
 
 // ---- The report ----
 
 void printReport(const Report& report)
 {
-    RvMsgInfoMasked(mask, "%s", "");
+    RvMsgInfoMasked(stats_mask, "%s", "");
     separator();
     for (const auto printSection :
          { printCreation, printRender, printMemory, printPackets, printRays, printLighting,

@@ -112,7 +112,7 @@ static void recreateMesh(RtNode* node, PolyMesh* params, RtGObject* object)
     if (same_faces) // faces that were removed before do not come back
         std::swap(fresh->uniform_idxs, mesh->uniform_idxs);
     dropAccel(object);
-    std::swap(*fresh, *mesh); // instances refer to the record in its place
+    std::swap(*fresh, *mesh);             // instances refer to the record in its place
     std::swap(fresh->bytes, mesh->bytes); // what the new arrays take is counted as a change
     destroyMesh(fresh);
     object->nkeys_shape = mesh->nkeys;
