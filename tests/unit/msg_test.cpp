@@ -149,6 +149,29 @@ TEST_F(MessageLog, shows_a_message_only_where_every_bit_of_its_mask_is_enabled)
                                          "        | stats" }));
 }
 
+TEST_F(MessageLog, tells_whether_anybody_would_read_a_message)
+{
+    const int mask = RV_LOG_DEBUG | RV_LOG_STATS;
+    RvMsgSetLogFileFlags(0);
+    RvMsgSetConsoleFlags(RV_LOG_STATS);
+    EXPECT_FALSE(rv::isLogged(mask));
+    EXPECT_TRUE(rv::isLogged(RV_LOG_STATS));
+    RvMsgSetConsoleFlags(mask);
+    EXPECT_TRUE(rv::isLogged(mask));
+    RvMsgSetCallback(nullptr);
+    EXPECT_FALSE(rv::isLogged(mask)) << "nobody is called";
+    RvMsgResetCallback();
+    RvMsgSetConsoleFlags(0);
+    RvMsgSetLogFileFlags(mask);
+    EXPECT_FALSE(rv::isLogged(mask)) << "there is no log file";
+    plainLogFile();
+    RvMsgSetLogFileFlags(mask);
+    EXPECT_TRUE(rv::isLogged(mask));
+    rv::the_frame = nullptr;
+    EXPECT_FALSE(rv::isLogged(mask));
+    rv::the_frame = &frame;
+}
+
 TEST_F(MessageLog, passes_mask_severity_text_and_level_to_the_callback)
 {
     RvMsgSetConsoleFlags(RV_LOG_ALL & ~RV_LOG_INFO);

@@ -466,6 +466,19 @@ TEST_F(StringPool, summary_calls_it_saved_from_the_first_byte_on)
     }
 }
 
+TEST_F(StringPool, its_size_is_that_of_the_pool_and_of_each_string_once)
+{
+    const int64_t empty = pool->bytes();
+    EXPECT_EQ(empty, int64_t(sizeof(RtStringPool) + 16 * (sizeof(RtStringPool::Slot) + 1)));
+    pool->Add("abc");
+    pool->Add("abc");
+    EXPECT_EQ(pool->bytes(), empty + 4);
+    pool->Remove("abc");
+    EXPECT_EQ(pool->bytes(), empty + 4);
+    pool->Remove("abc");
+    EXPECT_EQ(pool->bytes(), empty);
+}
+
 TEST_F(StringPool, creation_reports_an_exhausted_heap_at_every_step)
 {
     for (int granted = 0; granted < 3; ++granted) { // the record, the table, the lock

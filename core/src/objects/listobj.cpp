@@ -153,7 +153,7 @@ static void countList(const RtAggrList& list)
 {
     RtStats& stats = *threadStats();
     ++stats.geometry[RV_GEOMETRY_LISTS].objects;
-    stats.geometry[RV_GEOMETRY_LISTS].initial_bytes += int64_t(childBytes(list.count));
+    stats.geometry[RV_GEOMETRY_LISTS].initial_bytes += int64_t(childBytes(list.capacity));
     stats.list_children.add(list.count);
 }
 
@@ -171,6 +171,7 @@ RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
     }
     *list = {};
     list->children = static_cast<RtGObject**>(children);
+    list->capacity = capacity;
     list->nkeys = list->depth = 1;
     fillChildren(list, owner, nodes);
     list->revisions = sumOfRevisions(*list);
@@ -185,6 +186,7 @@ void destroyAggrList(RtAggrList* list)
         return;
     for (uint32_t i = 0; i < list->count; ++i)
         dropMembership(list->children[i]);
+    threadStats()->geometry[RV_GEOMETRY_LISTS].freed_bytes += int64_t(childBytes(list->capacity));
     RvFree_func(list->children);
     RvFree_func(list);
 }

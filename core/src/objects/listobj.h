@@ -8,6 +8,7 @@
 // an empty box until the list is next updated.
 struct RtAggrList {
     uint32_t count;
+    uint32_t capacity; // of the child array
     RtGObject** children;
     uint32_t nkeys;     // motion keys at which children are bounded; 1: over their whole motion
     uint32_t depth;     // lists inside each other, this one included

@@ -70,6 +70,9 @@ static void countMesh(const RtPolyMesh& mesh)
 {
     RtStats* const stats = threadStats();
     ++stats->geometry[mesh.row].objects;
+    stats->unique_triangles += mesh.ntriangles;
+    if (mesh.object->visibility)
+        stats->visible_triangles += mesh.ntriangles;
     if (mesh.row != RV_GEOMETRY_POLYMESHES)
         return;
     stats->polygons.add(mesh.npolygons);
@@ -109,7 +112,8 @@ static void recreateMesh(RtNode* node, PolyMesh* params, RtGObject* object)
     if (same_faces) // faces that were removed before do not come back
         std::swap(fresh->uniform_idxs, mesh->uniform_idxs);
     dropAccel(object);
-    std::swap(*fresh, *mesh); // instances refer to the record in its place
+    std::swap(*fresh, *mesh);             // instances refer to the record in its place
+    std::swap(fresh->bytes, mesh->bytes); // what the new arrays take is counted as a change
     destroyMesh(fresh);
     object->nkeys_shape = mesh->nkeys;
     object->nvarying = mesh->nvertices;
