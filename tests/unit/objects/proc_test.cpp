@@ -689,8 +689,9 @@ TEST_F(Proc, instances_load_and_share_it)
 {
     RtNode* const proc = procOfCode("p", 2);
     RvNodeSetInt(proc, "visibility", 0);
-    instanceOf(proc, "i", shape_fixture::translation(5, 0, 0));
-    instanceOf(proc, "j", shape_fixture::translation(-5, 0, 0));
+    for (const auto& [x, name] : { std::pair(5.f, "i"), std::pair(-5.f, "j") })
+        RvNodeSetInt(instanceOf(proc, name, shape_fixture::translation(x, 0, 0)), "visibility",
+                     RV_RAY_ALL);
     code().make = makeDisc;
     prepare();
     EXPECT_FALSE(isHit(down()));
@@ -915,14 +916,15 @@ int loadCluster(RtProcVtable* vtable)
         return 1;
     };
     vtable->NumNodes = [](void*) { return 30; };
-    vtable->GetNode = [](void* user_ptr, int i) {
+    vtable->GetNode = [](void* user_ptr, int i) -> RtNode* {
         const RtNode* const proc = static_cast<const RtNode*>(user_ptr);
+        if (i == 28 && proc->creator)
+            return nullptr;
         RtNode* const node = RvNode(i == 29 ? "point_light" : i == 28 ? "procedural" : "sphere");
         if (i == 28) {
             RvNodeSetPnt(node, "min", -0.3f, -0.3f, -0.3f);
             RvNodeSetPnt(node, "max", 0.3f, 0.3f, 0.3f);
-            if (!proc->creator)
-                RvNodeSetPtr(node, "funcptr", reinterpret_cast<void*>(loadCluster));
+            RvNodeSetPtr(node, "funcptr", reinterpret_cast<void*>(loadCluster));
         } else if (i < 28) {
             const float t = float(i);
             const RtPoint center = { 0.4f * sinf(t), 0.4f * cosf(t), 0.2f * sinf(3 * t) };
