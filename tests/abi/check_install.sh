@@ -35,6 +35,15 @@ done
 expect_output "$tmp/consumer/consumer"
 echo "ok: find_package(Ruvell)"
 
+{
+    cp -r "$here/../../examples/plugins" "$tmp/plugins"
+    "$CMAKE" -S "$tmp/plugins" -B "$tmp/plugins/build" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+        -DCMAKE_C_COMPILER="$CC" && "$CMAKE" --build "$tmp/plugins/build"
+} >"$tmp/log" 2>&1 || { cat "$tmp/log"; echo "FAIL: the sample plug-ins"; exit 1; }
+(cd "$tmp/plugins/build" && ./show) | grep -q "^63 shapes$" ||
+    { echo "FAIL: the sample plug-ins do not load"; exit 1; }
+echo "ok: sample plug-ins"
+
 if ! command -v pkg-config >/dev/null; then
     echo "pkg-config is not installed: ruvell.pc was not tried"
     exit 0
