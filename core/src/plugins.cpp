@@ -15,6 +15,7 @@
 #include "system/clock.h"
 #include "system/dyn_library.h"
 #include "system/file_tools.h"
+#include "system/machine.h"
 #include "version.h"
 
 #include <algorithm>
@@ -233,13 +234,26 @@ static bool mayLoad(const char* function)
     return !RvRendering();
 }
 
-// Milliseconds since the start, which count as time spent on plug-ins.
-static uint32_t countTime(uint32_t start)
-{
-    const uint32_t elapsed = wallMilliseconds() - start;
-    hostStats()->plugin_ms += elapsed;
-    return elapsed;
-}
+// Counts what loading plug-ins takes while it is in scope.
+class LoadingCost {
+public:
+    ~LoadingCost()
+    {
+        const int64_t grown = int64_t(residentMemory()) - int64_t(bytes_before);
+        hostStats()->plugin_bytes += std::max<int64_t>(grown, 0);
+    }
+    // Milliseconds so far, which count as time spent on plug-ins.
+    uint32_t countTime() const
+    {
+        const uint32_t elapsed = wallMilliseconds() - start;
+        hostStats()->plugin_ms += elapsed;
+        return elapsed;
+    }
+
+private:
+    const uint32_t start = wallMilliseconds();
+    const uint64_t bytes_before = residentMemory();
+};
 
 } // namespace rv
 
@@ -248,11 +262,11 @@ void RvLoadPlugins(const char* directories)
     if (!rv::the_frame || !directories || !rv::mayLoad("RvLoadPlugins"))
         return;
     RvMsgInfo("loading plugins from %s ...", directories);
-    const uint32_t start = rv::wallMilliseconds();
+    const rv::LoadingCost cost;
     RvMsgTab(1);
     const rv::Loaded loaded = rv::loadFolders(directories);
     RvMsgTab(-1);
-    const uint32_t elapsed = rv::countTime(start);
+    const uint32_t elapsed = cost.countTime();
     if (loaded.plugins == 0)
         RvMsgInfo("no plugins loaded");
     else
@@ -267,9 +281,9 @@ void RvLoadPlugin(const char* path)
     RvMsgInfo("loading plugin: %s ...", path);
     if (rv::isLoaded(path))
         return;
-    const uint32_t start = rv::wallMilliseconds();
+    const rv::LoadingCost cost;
     const int count = RvLoadPluginsFromLib(path);
-    const uint32_t elapsed = rv::countTime(start);
+    const uint32_t elapsed = cost.countTime();
     if (count == 0)
         RvMsgInfo("no plugins loaded");
     else

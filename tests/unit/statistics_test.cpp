@@ -16,7 +16,7 @@ static bool drawUniform(float u, float v, Direction* d)
 
 static constexpr int draws = 200000;
 
-TEST(Statistics, tails_of_the_chi_square_distribution)
+TEST(ChiSquare, tails_of_the_chi_square_distribution)
 {
     static const struct {
         double statistic, degrees, p;
@@ -35,7 +35,7 @@ TEST(Statistics, tails_of_the_chi_square_distribution)
             << row.statistic << " of " << row.degrees;
 }
 
-TEST(Statistics, cells_cover_the_sphere_once)
+TEST(ChiSquare, cells_cover_the_sphere_once)
 {
     for (const double sharpness : { 1.0, 3.0 }) {
         const SphereCells cells({ 1, 2, -0.5 }, sharpness);
@@ -47,7 +47,7 @@ TEST(Statistics, cells_cover_the_sphere_once)
     }
 }
 
-TEST(Statistics, a_direction_falls_into_the_cell_that_integrates_it)
+TEST(ChiSquare, a_direction_falls_into_the_cell_that_integrates_it)
 {
     for (const double sharpness : { 1.0, 2.5 }) {
         const SphereCells cells({ 0.3, -0.2, 0.9 }, sharpness);
@@ -62,7 +62,7 @@ TEST(Statistics, a_direction_falls_into_the_cell_that_integrates_it)
     }
 }
 
-TEST(Statistics, a_right_density_is_accepted)
+TEST(ChiSquare, a_right_density_is_accepted)
 {
     const auto density = [](const Direction&) { return 1 / (4 * M_PI); };
     int rejected = 0;
@@ -72,7 +72,7 @@ TEST(Statistics, a_right_density_is_accepted)
     EXPECT_LE(rejected, 2);
 }
 
-TEST(Statistics, a_density_that_is_a_little_wrong_is_rejected)
+TEST(ChiSquare, a_density_that_is_a_little_wrong_is_rejected)
 {
     const auto tilted = [](const Direction& d) { return (1 + 0.15 * d.z) / (4 * M_PI); };
     const auto spotted = [](const Direction& d) { return d.x > 0.95 ? 0 : 1 / (4 * M_PI); };
@@ -81,7 +81,7 @@ TEST(Statistics, a_density_that_is_a_little_wrong_is_rejected)
     EXPECT_LT(testSampler(cells, draws, 1, drawUniform, spotted, 8).chi_square.p, 1e-6);
 }
 
-TEST(Statistics, samples_without_a_direction_are_part_of_the_test)
+TEST(ChiSquare, samples_without_a_direction_are_part_of_the_test)
 {
     const auto half = [](float u, float v, Direction* d) {
         return drawUniform(u, v, d) && d->z > 0;
@@ -96,7 +96,7 @@ TEST(Statistics, samples_without_a_direction_are_part_of_the_test)
     EXPECT_LT(testSampler(cells, draws, 1, half, renormalised, 2).chi_square.p, 1e-6);
 }
 
-TEST(Statistics, cells_that_expect_little_are_merged)
+TEST(ChiSquare, cells_that_expect_little_are_merged)
 {
     const ChiSquare merged = chiSquareTest({ 1, 0, 2, 3, 100 }, { 1, 1, 2, 2, 100 });
     EXPECT_EQ(merged.degrees_of_freedom, 1);
@@ -105,7 +105,7 @@ TEST(Statistics, cells_that_expect_little_are_merged)
     EXPECT_LT(impossible.p, 1e-6) << "what cannot be drawn was drawn";
 }
 
-TEST(Statistics, an_estimate_knows_its_error)
+TEST(ChiSquare, an_estimate_knows_its_error)
 {
     const Estimate e = estimate(100000, 1, [](float u, float) { return double(u); });
     EXPECT_NEAR(e.mean, 0.5, 4 * e.standard_error);

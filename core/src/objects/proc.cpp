@@ -501,6 +501,7 @@ static void countProcedural(const RtAggrList& list)
     RtGeometryCount& count = threadStats()->geometry[RV_GEOMETRY_PROCS];
     ++count.objects;
     count.initial_bytes += int64_t(childBytes(list.count));
+    threadStats()->procedural_children.add(list.count);
 }
 
 static void checkBounds(const RtNode* proc, const RtAggrList& list)
