@@ -163,23 +163,23 @@ void StringWriter::operator()(SceneText* out, const char* text) const
         out->write("NULL", 4);
         return;
     }
-    constexpr size_t max_length = scene_token_size - 3; // with the backslashes, without the quotes
+    size_t room = scene_token_size - 4; // of the longest token, without its quotes
     out->write('"');
-    size_t length = 0;
-    for (const char* quote; (quote = strchr(text, '"')); text = quote + 1) {
-        const size_t piece = size_t(quote - text);
-        if (length + piece + 2 > max_length)
+    for (;; ++text) {
+        const size_t piece = strcspn(text, "\"");
+        const size_t escaped = text[piece] ? 2 : 0;
+        if (piece + escaped > room) {
+            RvMsgError("string longer than %d characters", int{ scene_token_size });
+            out->write(text, std::min(piece, room));
             break;
+        }
         out->write(text, piece);
-        out->write("\\\"", 2);
-        length += piece + 2;
+        if (!escaped)
+            break;
+        out->write("\\\"", escaped);
+        text += piece;
+        room -= piece + escaped;
     }
-    size_t rest = strlen(text);
-    if (length + rest > max_length) {
-        RvMsgError("string longer than %d characters", int{ scene_token_size });
-        rest = std::min(max_length - length, strcspn(text, "\""));
-    }
-    out->write(text, rest);
     out->write('"');
 }
 

@@ -14,21 +14,13 @@ namespace rv {
 
 static constexpr int digit_count = 8; // significant
 
-static const uint64_t integer_powers[] = { 1,
-                                           10,
-                                           100,
-                                           1000,
-                                           10000,
-                                           100000,
-                                           1000000,
-                                           10000000,
-                                           100000000,
-                                           1000000000,
-                                           10000000000,
-                                           100000000000 };
+static const uint64_t integer_powers[] = { 1,         10,         100,         1000,
+                                           10000,     100000,     1000000,     10000000,
+                                           100000000, 1000000000, 10000000000, 100000000000 };
 static constexpr int min_exponent = -4; // below it the text has an exponent
-static const double powers[] = { 1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2,
-                                 1e3,  1e4,  1e5,  1e6,  1e7, 1e8 };
+static const double powers[] = {
+    1e-4, 1e-3, 1e-2, 1e-1, 1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8
+};
 
 // floor(log10) of a number whose logarithm to base two has this floor.
 static int decimalExponent(float magnitude, int binary_exponent)
