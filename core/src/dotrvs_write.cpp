@@ -388,8 +388,8 @@ WrittenTransform::WrittenTransform(RtNode* shape) : node(shape)
 void RvRVSWriteNode(rv::SceneText* out, RtNode* node, bool only_changed)
 {
     if (node->creator) {
-        for (const char* text : { "### created by ", RvNodeGetName(node->creator) })
-            out->write(text ? text : "NULL");
+        out->write("### created by ");
+        out->write(RvNodeGetName(node->creator));
         out->newline();
     }
     out->write(node->source ? "ginstance" : node->entry->name);
@@ -684,8 +684,10 @@ static void writeHeader(SceneText* out)
 {
     char now[32];
     localTimeText(now);
-    for (const char* text : { "### exported: ", now, "\n### from:     ", RvGetVersionInfo() })
-        out->write(text);
+    out->write("### exported: ");
+    out->write(now);
+    out->write("\n### from:     ");
+    out->write(RvGetVersionInfo());
     out->write("\n\n\n\n");
 }
 
