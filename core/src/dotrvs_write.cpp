@@ -38,10 +38,16 @@ static void beginLine(SceneText* out, const char* param)
     out->write(' ');
 }
 
-static void writeLine(SceneText* out, const char* param, const char* word)
+static const char* nameOf(const RtNode* node)
+{
+    const char* const name = RvNodeGetName(node);
+    return name ? name : "NULL";
+}
+
+static void writeNodeLine(SceneText* out, const char* param, const RtNode* node)
 {
     beginLine(out, param);
-    out->write(word ? word : "NULL");
+    out->write(nameOf(node));
     out->newline();
 }
 
@@ -95,7 +101,7 @@ static void writeLinks(SceneText* out, const RtNode* node, const RtParamEntry& p
 {
     const RtLinkRecord& record = node->links[param.index];
     if (!(record.slot[0] & component_marker)) {
-        writeLine(out, param.name, RvNodeGetName(linkedNode(record.slot[0])));
+        writeNodeLine(out, param.name, linkedNode(record.slot[0]));
         return;
     }
     for (int i = 0; i < 4; ++i)
@@ -105,7 +111,7 @@ static void writeLinks(SceneText* out, const RtNode* node, const RtParamEntry& p
             out->write('.');
             out->write(componentLetter(param.type, i));
             out->write(' ');
-            out->write(RvNodeGetName(source) ? RvNodeGetName(source) : "NULL");
+            out->write(nameOf(source));
             out->newline();
         }
 }
@@ -389,14 +395,14 @@ void RvRVSWriteNode(rv::SceneText* out, RtNode* node, bool only_changed)
 {
     if (node->creator) {
         out->write("### created by ");
-        out->write(RvNodeGetName(node->creator));
+        out->write(rv::nameOf(node->creator));
         out->newline();
     }
     out->write(node->source ? "ginstance" : node->entry->name);
     out->write("\n{\n");
-    rv::writeLine(out, "name", RvNodeGetName(node));
+    rv::writeNodeLine(out, "name", node);
     if (node->source)
-        rv::writeLine(out, "node", RvNodeGetName(node->source));
+        rv::writeNodeLine(out, "node", node->source);
     {
         const rv::WrittenTransform transform(node);
         RvRVSWriteNodeBuiltinParams(out, node, only_changed);
@@ -404,7 +410,7 @@ void RvRVSWriteNode(rv::SceneText* out, RtNode* node, bool only_changed)
     for (unsigned i = 0; i < node->user_param_count; ++i)
         rv::writeUserParam(out, node, node->user_params[i]);
     if (node->before)
-        rv::writeLine(out, "@before", RvNodeGetName(node->before));
+        rv::writeNodeLine(out, "@before", node->before);
     out->write("}\n\n");
 }
 
