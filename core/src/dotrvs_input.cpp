@@ -387,7 +387,7 @@ size_t RvRVSReadWord(RtRVSFile* file, char* word)
     else if (*word == '"')
         RvRVSUnquote(word);
     rv::useSlashes(word);
-    return strlen(word);
+    return length;
 }
 
 // ---- Plain numbers ----

@@ -112,7 +112,8 @@ int RvRVSTokenKind(const char* token);
 // Takes the quotes or angle brackets off a text. Required: whatever its last character is, and a
 // text of fewer than three characters becomes empty.
 void RvRVSUnquote(char* text);
-// Reads a token without its quotes and with slashes for backslashes. Returns its length.
+// Reads a token without its quotes and with slashes for backslashes. Returns the length of the
+// token, which is 0 at the end of the input only.
 size_t RvRVSReadWord(RtRVSFile* file, char* word);
 
 #endif
