@@ -68,7 +68,7 @@ TEST_F(SceneFiles, the_arrays_of_an_override_grow_by_doubling)
     std::string text = "override\n{\n";
     for (int i = 0; i < 41; ++i) {
         text += node_tools::formatted(" s p%d %d\n", i, i);
-        loadWell(text + "}\n");
+        loadWell(std::string(text).append("}\n"));
         const RtNode* const stored = overrideOf("s");
         const unsigned length = i < 20 ? 20 : i < 40 ? 40 : 80;
         EXPECT_EQ(RvNodeGetArray(stored, "param_name")->nelements, length);
@@ -77,9 +77,10 @@ TEST_F(SceneFiles, the_arrays_of_an_override_grow_by_doubling)
     }
     const RtNode* const stored = overrideOf("s");
     for (unsigned i = 0; i < 41; ++i) {
-        EXPECT_EQ(RvArrayGetStr(RvNodeGetArray(stored, "param_name"), i), "p" + std::to_string(i));
+        EXPECT_EQ(RvArrayGetStr(RvNodeGetArray(stored, "param_name"), i),
+                  node_tools::formatted("p%u", i));
         const RtArray* const text_of = RvArrayGetArray(RvNodeGetArray(stored, "param_value"), i);
-        EXPECT_EQ(static_cast<const char*>(text_of->data), std::to_string(i) + "\n");
+        EXPECT_EQ(static_cast<const char*>(text_of->data), node_tools::formatted("%u\n", i));
     }
 }
 
