@@ -252,7 +252,8 @@ static bool resolve(const RtRVSFwdRef& reference, bool is_reported)
     }
     if (is_reported)
         reportAtLine(reference, [&] { RvMsgWarning("tag not found: %s", reference.target); });
-    applyValue(reference, nullptr);
+    if (is_reported || !reference.is_link) // a link to null is nothing but a warning
+        applyValue(reference, nullptr);
     return false;
 }
 

@@ -150,7 +150,8 @@ TEST_F(SceneFiles, tokens_that_are_put_back_come_as_they_were)
 TEST_F(SceneFiles, the_longest_tokens_can_be_put_back)
 {
     TextInput input("");
-    const std::string longest = std::string(1, '"') + std::string(32766, 'x');
+    std::string longest(32767, 'x');
+    longest[0] = '"';
     rv::pushBack(
         input.file,
         { { longest.c_str(), true }, { longest.c_str(), true }, { longest.c_str(), true } });
@@ -278,7 +279,7 @@ static std::string randomNumber(std::mt19937& random)
     switch (pick(12)) {
     case 0: return odd[pick(std::size(odd))];
     case 1: return digits(1 + pick(40));
-    case 2: return std::string(pick(2) ? "-" : "+") + digits(1 + pick(22));
+    case 2: return std::string(1, pick(2) ? '-' : '+').append(digits(1 + pick(22)));
     case 3: return digits(pick(25)) + "." + digits(pick(25)) + "e-" + digits(1 + pick(3));
     case 4: return digits(1 + pick(4)) + "e" + (pick(2) ? "+" : "") + digits(1 + pick(3));
     case 5: return formatted("%.17g", std::bit_cast<double>(uint64_t(random()) << 32 | random()));
@@ -292,7 +293,10 @@ static std::string randomNumber(std::mt19937& random)
         return formatted("%.*g", int(15 + pick(12)), middle);
     }
     default:
-        return std::string(pick(3) ? "" : "-") + digits(1 + pick(3)) + "." + digits(1 + pick(8));
+        return std::string(pick(3) ? "" : "-")
+            .append(digits(1 + pick(3)))
+            .append(".")
+            .append(digits(1 + pick(8)));
     }
 }
 

@@ -93,7 +93,7 @@ protected:
         const RtArray* const array = RvNodeGetArray(node(name), param);
         std::string text;
         for (unsigned i = 0; array && i < rv::totalElements(array); ++i)
-            text += (i ? " " : "") + nodeName(rv::elementsOf<void*>(array)[i]);
+            text.append(i ? " " : "").append(nodeName(rv::elementsOf<void*>(array)[i]));
         return text;
     }
 
