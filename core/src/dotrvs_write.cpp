@@ -263,6 +263,8 @@ void SceneWriter::expand(RtNode* procedural)
     RvNodeSetBool(procedural, "load_at_init", true);
     const RtListNode* const last = RvListTail(scene->nodes);
     RvNodeInitialize(procedural);
+    if (RtGObject* const object = shapeObject(procedural))
+        loadProcedural(object); // it was prepared before, for rays to load it
     ++depth;
     if (last->next)
         walk(last->next);

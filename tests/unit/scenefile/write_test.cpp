@@ -194,12 +194,13 @@ TEST_F(SceneWriting, a_failing_write_leaves_the_older_file)
     RvNodeSetArray(node, "data", array);
     for (const char* const name : { "a.rvs", "a.gz" }) {
         std::ofstream(folder.file(name)) << "old";
-        // At the last byte, in the middle and at once.
+        // At the end, in the middle and at once. The time in the header makes a compressed file
+        // a byte or two longer or shorter.
         ASSERT_EQ(RvRVSWrite(folder.file("whole").append(name).c_str(), everything, false), 0);
         const auto size = std::filesystem::file_size(folder.file("whole").append(name));
         std::filesystem::remove(folder.file("whole").append(name));
         messages().clear();
-        for (const rlim_t limit : { rlim_t(size - 1), rlim_t(size / 2), rlim_t(1) }) {
+        for (const rlim_t limit : { rlim_t(size - 6), rlim_t(size / 2), rlim_t(1) }) {
             int result;
             {
                 const FileSizeLimit full(limit);
@@ -559,4 +560,22 @@ TEST_F(SceneWriting, a_loaded_procedural_is_left_out_and_its_nodes_are_written)
     rv::RvNodeInitialize(maker);
     rv::RvNodeInitialize(instance);
     EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE)), "made");
+}
+
+// Rays may not have come to it yet.
+TEST_F(SceneWriting, a_procedural_that_waits_for_rays_is_opened)
+{
+    recipe = { [] { return named("sphere", "made"); } };
+    for (const bool preserves : { false, true }) {
+        RvNodeSetBool(RvUniverseGetOptions(), "preserve_scene_data", preserves);
+        RtNode* const maker = proceduralNode("maker", loadRecipe);
+        RvNodeSetPnt(maker, "min", -0.5f, -0.5f, -0.5f);
+        RvNodeSetPnt(maker, "max", 0.5f, 0.5f, 0.5f);
+        rv::RvNodeInitialize(maker);
+        ASSERT_TRUE(rv::objectOf(maker));
+        EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE, true)), "made");
+        EXPECT_EQ(takeProblem(), "");
+        TearDown();
+        SetUp();
+    }
 }
