@@ -15,7 +15,7 @@ FLOORS = [
     ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene node_watch"
                    " image_geometry camera_data"),
-    ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_values dotrvs_write override plugins obj"
+    ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_values dotrvs_blocks dotrvs_write override plugins obj"
                                 " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
     ("shading and lights", "shaderglobals shader_eval shader_geometry bump radiosity importance brdf brdf_mis"
                            " integrators noise texture sss shaders/ lights/ cameras/"),

@@ -52,6 +52,14 @@ protected:
         std::string path;
     };
 
+    // Has getters and setters ignore a parameter, "type.name".
+    static void ignore(const char* param)
+    {
+        RtArray* const names = RvArray(1, 1, RV_TYPE_STRING, param);
+        rv::the_frame->scene->setIgnored(names);
+        RvArrayDestroy(names);
+    }
+
     // Texts of plain messages that begin like this.
     static std::vector<std::string> told(const std::string& beginning)
     {
@@ -186,12 +194,13 @@ TEST_F(SceneWriting, a_failing_write_leaves_the_older_file)
     RvNodeSetArray(node, "data", array);
     for (const char* const name : { "a.rvs", "a.gz" }) {
         std::ofstream(folder.file(name)) << "old";
-        // At the last byte, in the middle and at once.
+        // At the end, in the middle and at once. The time in the header makes a compressed file
+        // a byte or two longer or shorter.
         ASSERT_EQ(RvRVSWrite(folder.file("whole").append(name).c_str(), everything, false), 0);
         const auto size = std::filesystem::file_size(folder.file("whole").append(name));
         std::filesystem::remove(folder.file("whole").append(name));
         messages().clear();
-        for (const rlim_t limit : { rlim_t(size - 1), rlim_t(size / 2), rlim_t(1) }) {
+        for (const rlim_t limit : { rlim_t(size - 6), rlim_t(size / 2), rlim_t(1) }) {
             int result;
             {
                 const FileSizeLimit full(limit);
@@ -252,14 +261,14 @@ TEST_F(SceneWriting, begin_and_end_are_told)
     ASSERT_EQ(RvRVSWrite(name.c_str(), 0x1F, false), 0);
     EXPECT_EQ(told("writing"), std::vector<std::string>{ "writing " + name + " (mask=0x1F) ..." });
     ASSERT_EQ(told("wrote").size(), 1u);
-    EXPECT_TRUE(matches(told("wrote")[0], "wrote 3 nodes in 18 lines in 0:[0-9]{2}\\.[0-9]{2}"))
+    EXPECT_TRUE(matches(told("wrote")[0], "wrote 3 nodes in 19 lines in 0:[0-9]{2}\\.[0-9]{2}"))
         << told("wrote")[0];
     const std::string text = folder.read("a.rvs");
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 19); // one more than was told
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 20); // one more than was told
     for (const LoggedMessage& m : messages())
         EXPECT_EQ(m.tab, 0) << m.text;
     ASSERT_EQ(RvRVSWrite(name.c_str(), 0x1F, false), 0);
-    EXPECT_TRUE(matches(told("wrote")[1], "wrote 3 nodes in 37 lines in 0:.*")) << told("wrote")[1];
+    EXPECT_TRUE(matches(told("wrote")[1], "wrote 3 nodes in 39 lines in 0:.*")) << told("wrote")[1];
 }
 
 TEST_F(SceneWriting, messages_on_the_way_are_indented)
@@ -347,7 +356,7 @@ TEST_F(SceneWriting, preserved_scenes_keep_their_arrays)
 TEST_F(SceneWriting, an_array_that_cannot_be_read_is_warned_about)
 {
     RtNode* const sphere = named("sphere", "s");
-    rv::the_frame->scene->setIgnored(RvArray(1, 1, RV_TYPE_STRING, "sphere.trace_sets"));
+    ignore("sphere.trace_sets");
     sceneText(RV_NODE_SHADER);
     EXPECT_EQ(takeProblem(), "s: could not read ARRAY parameter \"trace_sets\"");
     EXPECT_NE(sphere, nullptr);
@@ -392,7 +401,8 @@ TEST_F(SceneWriting, internal_nodes_are_left_out)
 TEST_F(SceneWriting, instances_of_nothing_are_left_out)
 {
     named("ginstance", "empty");
-    RvNodeSetPtr(named("ginstance", "filled"), "node", named("sphere", "ball"));
+    RtNode* const filled = named("ginstance", "filled");
+    RvNodeSetPtr(filled, "node", named("sphere", "ball"));
     EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE)), "filled ball");
 }
 
@@ -432,8 +442,9 @@ TEST_F(SceneWriting, falloff_nodes_of_lights_are_written_with_them)
     named("lambert", "other");
     RvNodeSetPtr(one, "falloff", named("lambert", "a"));
     // The array of the light is emptied before these are reached.
-    RvNodeSetArray(many, "falloff",
-                   RvArray(2, 1, RV_TYPE_POINTER, named("lambert", "b"), named("lambert", "c")));
+    RtNode* const b = named("lambert", "b");
+    RtNode* const c = named("lambert", "c");
+    RvNodeSetArray(many, "falloff", RvArray(2, 1, RV_TYPE_POINTER, b, c));
     EXPECT_EQ(nodeNames(sceneText(RV_NODE_LIGHT)), "one many number a b c");
 }
 
@@ -447,7 +458,7 @@ TEST_F(SceneWriting, a_light_parameter_that_cannot_be_read_is_warned_about)
         },
         RV_NODE_LIGHT, RV_TYPE_NONE);
     named("many", "floats");
-    rv::the_frame->scene->setIgnored(RvArray(1, 1, RV_TYPE_STRING, "spot_light.volume_density"));
+    ignore("spot_light.volume_density");
     EXPECT_EQ(nodeNames(sceneText(RV_NODE_LIGHT)), "spot floats");
     EXPECT_EQ(takeProblem(), "spot: could not read POINTER parameter \"volume_density\" | "
                              "floats: could not read POINTER parameter \"falloff\"");
@@ -549,4 +560,22 @@ TEST_F(SceneWriting, a_loaded_procedural_is_left_out_and_its_nodes_are_written)
     rv::RvNodeInitialize(maker);
     rv::RvNodeInitialize(instance);
     EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE)), "made");
+}
+
+// Rays may not have come to it yet.
+TEST_F(SceneWriting, a_procedural_that_waits_for_rays_is_opened)
+{
+    recipe = { [] { return named("sphere", "made"); } };
+    for (const bool preserves : { false, true }) {
+        RvNodeSetBool(RvUniverseGetOptions(), "preserve_scene_data", preserves);
+        RtNode* const maker = proceduralNode("maker", loadRecipe);
+        RvNodeSetPnt(maker, "min", -0.5f, -0.5f, -0.5f);
+        RvNodeSetPnt(maker, "max", 0.5f, 0.5f, 0.5f);
+        rv::RvNodeInitialize(maker);
+        ASSERT_TRUE(rv::objectOf(maker));
+        EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE, true)), "made");
+        EXPECT_EQ(takeProblem(), "");
+        TearDown();
+        SetUp();
+    }
 }

@@ -2,7 +2,7 @@
 #ifndef RV_WRITE_TOOLS_H
 #define RV_WRITE_TOOLS_H
 
-#include "dotrvs_write.h"
+#include "dotrvs_blocks.h"
 #include "node_tools.h"
 #include "rv_scenefile.h"
 

@@ -132,9 +132,12 @@ TEST_F(SceneValues, a_string_is_cut_to_what_can_be_read)
         size_t length;
         bool is_cut;
     } rows[] = {
-        { 32764, "", 32766, false },   { 32765, "", 32766, true },   { 100000, "", 32766, true },
-        { 32762, "\"", 32766, false }, { 32763, "\"", 32765, true }, // no backslash without its
-                                                                     // quote
+        { 32764, "", 32766, false },
+        { 32765, "", 32766, true },
+        { 100000, "", 32766, true },
+        { 32762, "\"", 32766, false },
+        { 32763, "\"", 32765, true }, // no backslash without its
+                                      // quote
         { 32764, "\"", 32766, true },
     };
     for (const auto& row : rows) {

@@ -1,6 +1,6 @@
 // The blocks of a scene file that is written. RvRVSWrite (rv_scenefile.h) walks the nodes.
-#ifndef RV_DOTRVS_WRITE_H
-#define RV_DOTRVS_WRITE_H
+#ifndef RV_DOTRVS_BLOCKS_H
+#define RV_DOTRVS_BLOCKS_H
 
 #include "dotrvs_values.h"
 #include "nodes.h"
