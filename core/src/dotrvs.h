@@ -13,8 +13,10 @@
 namespace rv {
 
 inline constexpr unsigned scene_buffer_size = 262144;
-inline constexpr unsigned scene_pushback_size = 98304;
 inline constexpr unsigned scene_token_size = 32768;
+inline constexpr unsigned scene_token_areas = 4;
+// Three tokens, each closed by up to three characters.
+inline constexpr unsigned scene_pushback_size = 3 * (scene_token_size + 2);
 
 // Loads that include statements started and that still run.
 inline std::atomic<int> include_depth{ 0 };
@@ -30,16 +32,24 @@ struct RtRVSFile {
     bool is_compressed; // opened to be written with gzip
     char* buffer;       // scene_buffer_size bytes and one guard byte
     uint32_t position;  // of the next byte in buffer; scene_buffer_size when it must be refilled
-    char* pending;      // pushed-back text, scene_pushback_size bytes and a zero
-    const char* pending_cursor; // where reading goes on while it is set: pending or another text
+    char* pending;      // pushed-back tokens, scene_pushback_size bytes and a zero
+    const char* pending_cursor; // where in `pending` reading goes on while it is set
     uint32_t token_count;       // tokens read
+    const char* text;           // what is read instead of a stream, or null
+    size_t text_length;         // bytes of `text` that are not in the buffer yet
+    uint32_t length;            // bytes of the buffer that the input filled
+    bool is_cut;                // the last token was quoted and ended by a comment
+    bool has_failed;            // a read error was reported
+    char* areas;                // scene_token_areas places for tokens
 };
 
 RtRVSFile* RvRVSCreateFile(const char* name);
+// Frees the record; what it had open must be closed.
 void RvRVSDestroyFile(RtRVSFile* file);
-// Mode "r" or "w". Null when nothing could be opened.
+// Mode "r" or "w". Null when nothing could be opened; errno then tells why.
 RtRVSFile* RvRVSOpenFile(const char* name, const char* mode);
-// 0, or -1 for a pipe whose command failed.
+// 0 with the record freed, or -1 for a pipe whose command failed. Required: the record of a failed
+// pipe is left to the caller, for RvRVSDestroyFile.
 int RvRVSCloseFile(RtRVSFile* file, const char* mode);
 
 // RvRVSLoad that also appends every node that a block of the file made to `list`, unless null.

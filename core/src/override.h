@@ -1,13 +1,19 @@
-// The "override" node type.
+// The "override" node type and the override blocks of scene files.
 #ifndef RV_OVERRIDE_H
 #define RV_OVERRIDE_H
 
 #include "declare.h"
+
+struct RtRVSFile;
 
 namespace rv {
 
 extern const RtNodeMethods override_methods;
 
 } // namespace rv
+
+// Reads the block of an override statement: assignments to nodes that exist are carried out, those
+// to other nodes are kept until RvRVSApplyDelayedOverrides.
+void RvRVSParseOverride(RtRVSFile* file);
 
 #endif

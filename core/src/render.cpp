@@ -6,6 +6,8 @@
 #include "cameras/camera.h"
 #include "counters.h"
 #include "declare.h"
+#include "dotrvs.h"
+#include "dotrvs_references.h"
 #include "hemi_tables.h"
 #include "lights/lights.h"
 #include "list.h"
@@ -49,7 +51,7 @@ static const RtHooks hooks = {
     .lightTeardown = finishLight,
     .shapeVertexCount = shapeVertexCount,
     .rendering = RvRendering,
-    .applyOverrides = do_nothing,
+    .applyOverrides = RvRVSApplyDelayedOverrides,
     .rootBounds = rootBounds,
     .flushTextures = do_nothing,
     .flushShape = flushShape,
@@ -85,6 +87,8 @@ static bool fillFrame(RtFrame* frame)
     frame->node_entries = RvList(nullptr);
     frame->entry_names = simpleHash_new();
     frame->libraries = RvList(nullptr);
+    if (!createSceneFiles(frame))
+        return false;
     return frame->strings && frame->node_entries && frame->entry_names && frame->libraries;
 }
 
@@ -127,6 +131,7 @@ static void releaseContents(RtFrame* frame)
 static void discardUniverse(RtFrame* frame)
 {
     sessionDestroy(frame->session);
+    destroySceneFiles(frame);
     releaseContents(frame);
     freeFrame(frame);
 }
@@ -432,6 +437,7 @@ void RvEnd(void)
     RvMsgTab(1);
     rv::sessionDestroy(frame->session);
     frame->session = nullptr;
+    rv::destroySceneFiles(frame);
     const bool unload_plugins = !rv::render_options || rv::render_options->unload_plugins;
     rv::sceneDestroy(frame->scene);
     rv::scene_file_line = -1;

@@ -3,6 +3,7 @@
 
 #include "array.h"
 #include "counters.h"
+#include "node_watch.h"
 #include "options.h"
 #include "rv_msg.h"
 #include "strpool.h"
@@ -290,6 +291,8 @@ void RtScene::retireNode(RtNode* node)
         rv::leaveByKind(this, node);
         rv::forgetPointersTo(this, node);
     }
+    if (rv::node_retired)
+        rv::node_retired(node);
     rv::uninitializeNode(node); // without the lock: it may wait for threads that make nodes
 }
 

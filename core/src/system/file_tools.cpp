@@ -86,12 +86,6 @@ static bool nameMatches(const char* name, const char* extension)
     return *dot == '.' && strcmp(dot + 1, extension) == 0;
 }
 
-static bool isFolder(const char* path)
-{
-    struct stat info;
-    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
-}
-
 char** RvFindFiles(const char* directory, const char* extension, unsigned* count)
 {
     *count = 0;
@@ -110,7 +104,7 @@ char** RvFindFiles(const char* directory, const char* extension, unsigned* count
             continue;
         char* const path = found->texts[*count];
         const int length = snprintf(path, path_bytes, "%s/%s", directory, item->d_name);
-        if (unsigned(length) >= path_bytes || isFolder(path)) // a cut path names another file
+        if (unsigned(length) >= path_bytes || rv::isFolder(path)) // a cut path names another file
             continue;
         found->paths[(*count)++] = path;
     }
@@ -118,3 +112,17 @@ char** RvFindFiles(const char* directory, const char* extension, unsigned* count
         closedir(folder);
     return found->paths;
 }
+
+namespace rv {
+
+bool isFolder(const char* path)
+{
+    struct stat info;
+    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+FILE* openPipe(const char* command, const char* mode) { return popen(command, mode); }
+
+int closePipe(FILE* pipe) { return pclose(pipe); }
+
+} // namespace rv
