@@ -30,6 +30,7 @@ enum class Topic {
     missing_file,
     array,
     declaration,
+    nesting,
     unseen, // cannot be checked
     text,   // NULs and the like
 };

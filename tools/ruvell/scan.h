@@ -33,6 +33,9 @@ struct FileUse {
     Kind kind = none;
     std::string name;
     Place place;
+
+    // What a string parameter of a type names.
+    static Kind kindOf(const RtNodeEntry* entry, const char* parameter);
 };
 
 // One parameter assignment as it was read.
@@ -80,7 +83,7 @@ public:
 private:
     struct UserParameter {
         int type;    // as the reader sees it: RV_TYPE_ARRAY for whatever takes an array
-        int element; // of an array; RV_TYPE_NONE while unknown
+        int element; // of the array
     };
     using UserParameters = std::unordered_map<std::string, UserParameter>;
 
@@ -97,7 +100,6 @@ private:
         uint32_t file; // index into file_names
         size_t load;
         int segment = 0;
-        bool is_deferred = false; // references wait for the end of the load
     };
 
     // The node whose parameters are being read.
@@ -117,8 +119,19 @@ private:
         std::string name;                    // as written
         const char* declared_name = nullptr; // null for a user parameter
         const char* const* enumeration = nullptr;
-        UserParameter* user = nullptr;
         Place place;
+    };
+
+    struct Header {
+        int type;
+        uint64_t count; // of all keys
+        bool is_given;  // false when a single value stands in place of an array
+    };
+
+    // The elements of an array as they are read, in numbers where an element takes several.
+    struct Elements {
+        Header header;
+        uint64_t count, found;
     };
 
     struct Reference {
@@ -137,29 +150,46 @@ private:
     };
 
     // Reading
-    void scanFile(const std::string& path, uint32_t file);
-    void scanStatements(Input& in);
+    bool scanFile(const std::string& path, uint32_t file);
+    bool scanStatements(Input& in);
     bool scanStatement(Input& in);
     void scanBlock(Input& in, const std::string& type, const RtNodeEntry* entry);
     void skipBlock(Input& in, const std::string& type, const Place& begin);
     void reportUnknownType(Input& in, const std::string& type);
     bool scanInclude(Input& in);
-    void includeFile(const std::string& path, const Place& place);
+    bool includeFile(const std::string& path, const Place& place);
     void scanOverrides(Input& in);
+    bool scanOverride(Input& in, const Place& begin);
     bool scanDelayedOverride(Input& in, const std::string& node);
     bool scanParameter(Input& in, Block& block);
     Parameter lookUp(Block& block, const std::string& name);
     void scanDeclaration(Input& in, Block& block);
-    void scanValue(Input& in, Block& block, Parameter& parameter);
+    void declare(Block& block, const std::string& name, const std::vector<std::string>& words,
+                 const Place& place);
+    void scanValue(Input& in, Block& block, const Parameter& parameter);
     void scanReference(Input& in, Block& block, const Parameter& parameter);
     void scanBoolean(Input& in, Block& block, const Parameter& parameter);
     void scanNumbers(Input& in, Block& block, const Parameter& parameter, int count);
     void scanString(Input& in, Block& block, const Parameter& parameter);
     void scanNodeName(Input& in, Block& block, const Parameter& parameter);
     void scanEnumeration(Input& in, Block& block, const Parameter& parameter);
-    void scanArray(Input& in, Block& block, Parameter& parameter, int depth);
-    void scanElements(Input& in, Block& block, const Parameter& parameter, int type, uint64_t count,
-                      bool has_header, int depth);
+    bool scanArray(Input& in, Block& block, const Parameter& parameter, int depth);
+    void checkHeader(const Parameter& parameter, const std::string& a, const std::string& b,
+                     uint64_t elements, uint64_t keys);
+    bool scanElements(Input& in, Block& block, const Parameter& parameter, const Header& header,
+                      int depth);
+    bool scanArrayElements(Input& in, Block& block, const Parameter& parameter,
+                           const Header& header, int depth);
+    void scanNumberElements(Input& in, Block& block, const Parameter& parameter,
+                            Elements& elements);
+    void scanBooleanElements(Input& in, Block& block, const Parameter& parameter,
+                             Elements& elements);
+    void scanTextElements(Input& in, Block& block, const Parameter& parameter, Elements& elements);
+    bool goesOn(Input& in, Block& block, const Parameter& parameter, const Elements& elements,
+                std::string_view token);
+    void reportElement(Input& in, Block& block, Topic topic, const Place& place,
+                       const std::string& message, const std::string& hint = "");
+    static std::string tooFew(const Parameter& parameter, const Elements& elements);
     void reportUnknownParameter(Block& block, const std::string& name, const Place& place);
     void reportText(const Input& in);
 

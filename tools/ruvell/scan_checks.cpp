@@ -5,7 +5,6 @@
 #include "scene_paths.h"
 #include <algorithm>
 #include <cstring>
-#include <sstream>
 #include <unistd.h>
 
 namespace ruvell {
@@ -82,7 +81,7 @@ void SceneScan::checkReferences()
             if (site.is_boolean)
                 report(Topic::bad_boolean, Weight::error, site.place,
                        site.what + ": " + inQuotes(target) + " is neither true nor false",
-                       "one of yes, no, on, off, true, false, 1, 0");
+                       boolean_words);
             else if (!may_come)
                 report(Topic::undefined_name, Weight::error, site.place,
                        site.what + " names " + inQuotes(target) + ", which no block defines", near);
@@ -151,16 +150,14 @@ SceneScan::Opening SceneScan::openScene(const std::string& name, const Place& pl
     }
     *path = firstReadable(sceneCandidates(name, procedural_searchpath));
     if (path->empty()) {
+        const char* reason = isFolder(name) ? "it is a folder"
+                             : exists(name) ? "not allowed to read it"
+                                            : "not found";
         report(Topic::missing_file, Weight::error, place,
-               "cannot open " + inQuotes(name) + ": " +
-                   (exists(name) ? "not allowed to read it" : "not found"),
+               "cannot open " + inQuotes(name) + ": " + reason,
                name.starts_with('/')
                    ? ""
                    : "looked for in the current folder and in \"procedural_searchpath\"");
-        return Opening::fails;
-    }
-    if (isFolder(*path)) {
-        report(Topic::missing_file, Weight::error, place, inQuotes(name) + " is a folder");
         return Opening::fails;
     }
     if (options.safe)
@@ -194,8 +191,7 @@ void SceneScan::scanScene(const std::string& name, const std::string& shown)
 
 void SceneScan::finish()
 {
-    size_t seen = 0;
-    followProcedurals(seen);
+    followProcedurals(0);
     // An override may give a node of a procedural another file, which may hold nodes again.
     while (!is_stopped && applyOverrides()) {
     }
@@ -283,15 +279,6 @@ void SceneScan::checkOverrides()
 
 // ---- Outputs ----
 
-static std::vector<std::string> words(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> result;
-    for (std::string word; stream >> word;)
-        result.push_back(word);
-    return result;
-}
-
 void SceneScan::checkOutputNode(const std::string& statement, const std::string& name, int kind)
 {
     const char* what = kind == RV_NODE_DRIVER ? "driver" : "filter";
@@ -312,7 +299,7 @@ void SceneScan::checkOutputNode(const std::string& statement, const std::string&
 void SceneScan::checkOutputs()
 {
     for (const std::string& statement : outputs) {
-        const std::vector<std::string> parts = words(statement);
+        const std::vector<std::string> parts = splitWords(statement);
         if (parts.size() != 1 && parts.size() != 4) {
             report(Topic::other, Weight::error, outputs_place,
                    "output " + inQuotes(statement) + " has " + std::to_string(parts.size()) +

@@ -128,7 +128,7 @@ void SceneLexer::skipRestOfLine()
     countNewline();
 }
 
-void SceneLexer::skipBlanks()
+bool SceneLexer::skipBlanks()
 {
     for (;;) {
         const int c = nextChar();
@@ -137,10 +137,10 @@ void SceneLexer::skipBlanks()
         else if (c == '\n')
             countNewline();
         else if (c == end_marker)
-            return;
+            return false;
         else if (c != '\t' && c != ' ') {
             unget();
-            return;
+            return true;
         }
     }
 }

@@ -34,7 +34,8 @@ public:
     // Whether the token read last began with a quote.
     bool wasQuoted() const { return token_length > 0 && token[0] == '"'; }
 
-    void skipBlanks();
+    // False at an end marker, which is passed as well.
+    bool skipBlanks();
     int readChar();
     int peek(); // the next character, which stays to be read
     // True when the input is used up; a byte 0xFF in the middle of it does not count.

@@ -77,11 +77,11 @@ std::string firstExisting(const std::vector<std::string>& paths)
     return found == paths.end() ? "" : *found;
 }
 
-static bool isReadable(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
-
 std::string firstReadable(const std::vector<std::string>& paths)
 {
-    const auto found = std::find_if(paths.begin(), paths.end(), isReadable);
+    const auto found = std::find_if(paths.begin(), paths.end(), [](const std::string& path) {
+        return access(path.c_str(), R_OK) == 0 && !isFolder(path);
+    });
     return found == paths.end() ? "" : *found;
 }
 

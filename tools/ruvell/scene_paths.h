@@ -27,7 +27,7 @@ std::vector<std::string> searchPathEntries(const std::string& list);
 std::string joinPath(const std::string& folder, const std::string& name);
 // The first of these paths that exists, empty when none does.
 std::string firstExisting(const std::vector<std::string>& paths);
-// The first that can be read, a folder too.
+// The first that is a file to be read.
 std::string firstReadable(const std::vector<std::string>& paths);
 
 // Where the scene reader looks for a file, in this order.
