@@ -15,7 +15,9 @@
 #include "msg.h"
 #include "nodeentry.h"
 #include "objects/gobject.h"
+#include "objects/proc.h"
 #include "options.h"
+#include "plugins.h"
 #include "render_session.h"
 #include "render_steps.h"
 #include "rv_universe.h"
@@ -181,13 +183,6 @@ static bool fillUniverse(RtFrame* frame)
         return false;
     frame->session = sessionCreate(frame->scene);
     return frame->session && createOptions(frame->scene);
-}
-
-// Plug-in libraries stay loaded when the host wants them to.
-static void reportKeptPlugins()
-{
-    RvMsgInfoMasked(RV_LOG_DEBUG | RV_LOG_PLUGINS,
-                    "skipping plugin unloading because unload_plugins=FALSE");
 }
 
 // Sets a stop request, if a render runs that has none yet.
@@ -441,8 +436,9 @@ void RvEnd(void)
     const bool unload_plugins = !rv::render_options || rv::render_options->unload_plugins;
     rv::sceneDestroy(frame->scene);
     rv::scene_file_line = -1;
-    if (!unload_plugins)
-        rv::reportKeptPlugins();
+    rv::uninstallPlugins();
+    rv::unloadPlugins(unload_plugins);
+    rv::destroyProcedurals(unload_plugins);
     rv::releaseContents(frame);
     RvMsgTab(-1);
     RvMsgInfo("Ruvell shutdown");

@@ -1,4 +1,6 @@
 // version: what this library is, and which plug-ins it accepts. Declared by rv_plugins.h.
+#include "version.h"
+
 #include "rv_plugins.h"
 
 #include <errno.h>
@@ -49,3 +51,26 @@ bool RvCheckAPIVersion(const char* arch, const char* major, const char* minor)
     const bool is_whole_number = end != minor && *end == '\0' && errno == 0;
     return is_whole_number && number < first_incompatible_minor;
 }
+
+namespace rv {
+
+// Copies the text up to the next dot, cut to the size, and returns what follows the dot.
+template <size_t size> static const char* takeComponent(const char* text, char (&component)[size])
+{
+    const size_t length = strcspn(text, ".");
+    const size_t kept = length < size ? length : size - 1;
+    memcpy(component, text, kept);
+    component[kept] = '\0';
+    return text[length] ? text + length + 1 : text + length;
+}
+
+bool acceptsVersion(const char* text)
+{
+    char arch[64], major[64], minor[64];
+    text = takeComponent(text, arch);
+    text = takeComponent(text, major);
+    takeComponent(text, minor);
+    return RvCheckAPIVersion(arch, major, minor);
+}
+
+} // namespace rv

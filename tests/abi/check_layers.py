@@ -11,11 +11,11 @@ from pathlib import Path
 # The floors, lowest first. A module is a file without its extension or, ending in "/", a folder.
 FLOORS = [
     ("foundation", "frame hooks msg memory strpool shash hash list duration version counters"
-                   " text thread_slot tag_group simd color work_queue hemi_tables sample_sink system/"),
+                   " text thread_slot tag_group simd color work_queue hemi_tables number_text sample_sink system/"),
     ("node model", "maths array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene node_watch"
                    " image_geometry camera_data"),
-    ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_write override plugins obj"
+    ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_values dotrvs_write override plugins obj"
                                 " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
     ("shading and lights", "shaderglobals shader_eval shader_geometry bump radiosity importance brdf brdf_mis"
                            " integrators noise texture sss shaders/ lights/ cameras/"),

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <span>
+#include <utility>
 
 namespace ruvell {
 
@@ -18,6 +19,9 @@ enum ExitCode {
     exit_interrupted = 130
 };
 
+// Each exit code with its meaning.
+std::span<const std::pair<int, const char*>> exitCodeTexts();
+
 struct Command {
     const char* name;
     const char* summary;          // one line, shown in the list of sub-commands
@@ -27,6 +31,12 @@ struct Command {
     bool is_hidden = false;       // works, but is left out of help, completion and man page
 };
 
+extern const Command command_completion;
+extern const Command command_convert;
+extern const Command command_info;
+extern const Command command_manual;
+extern const Command command_nodes;
+extern const Command command_render;
 extern const Command command_version;
 
 // In the order of the help.

@@ -1,8 +1,8 @@
 // Errors, warnings and suggestions of the command itself.
 #include "report.h"
+#include "terminal.h"
+#include "text.h"
 #include <algorithm>
-#include <cctype>
-#include <cstdio>
 #include <numeric>
 #include <utility>
 
@@ -10,19 +10,14 @@ namespace ruvell {
 
 static void report(const char* severity, const std::string& text)
 {
-    std::fprintf(stderr, "ruvell: %s: %s\n", severity, text.c_str());
+    writeLine(std::string("ruvell: ") + severity + ": " + text);
 }
 
 void reportError(const std::string& text) { report("error", text); }
 
 void reportWarning(const std::string& text) { report("warning", text); }
 
-static char lowerCase(char c)
-{
-    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-}
-
-// Number of letters to insert, remove or change to make one word of the other, case aside.
+// Number of letters to insert, remove or change to make one word of the other.
 static size_t editDistance(std::string_view from, std::string_view to)
 {
     std::vector<size_t> row(to.size() + 1);
@@ -30,7 +25,7 @@ static size_t editDistance(std::string_view from, std::string_view to)
     for (size_t i = 0; i < from.size(); ++i) {
         size_t diagonal = std::exchange(row[0], i + 1);
         for (size_t j = 0; j < to.size(); ++j) {
-            const size_t change = diagonal + (lowerCase(from[i]) != lowerCase(to[j]));
+            const size_t change = diagonal + (from[i] != to[j]);
             diagonal = row[j + 1];
             row[j + 1] = std::min({ row[j] + 1, row[j + 1] + 1, change });
         }
@@ -48,7 +43,7 @@ std::vector<std::string> nearestNames(std::string_view wrong, const std::vector<
     for (const std::string& name : known) {
         if (name.size() > wrong.size() + tolerance || wrong.size() > name.size() + tolerance)
             continue;
-        const size_t distance = editDistance(wrong, name);
+        const size_t distance = editDistance(lowered(std::string(wrong)), lowered(name));
         if (distance <= tolerance)
             near.emplace_back(distance, name);
     }

@@ -2,12 +2,12 @@
 #include "drivers/image_writer.h"
 
 #include "rv_plugins.h"
+#include "system/part_file.h"
 
 #include <algorithm>
 #include <errno.h>
 #include <exception>
 #include <filesystem>
-#include <random>
 #include <stdio.h>
 #include <string.h>
 #include <utility>
@@ -82,50 +82,6 @@ struct ImageWriter {
     }
 };
 
-// ---- Paths ----
-
-// Where a file really lies, independent of the current folder. Links keep pointing at it, also one
-// whose target does not exist yet.
-static fs::path placeOf(const std::string& name)
-{
-    constexpr int max_links = 40;
-    std::error_code error;
-    fs::path place = fs::absolute(name, error);
-    for (int i = 0; i < max_links && !error && fs::is_symlink(place, error); ++i)
-        place = place.parent_path() / fs::read_symlink(place, error);
-    return place;
-}
-
-// An older file may be replaced when it is one, and when it could be written to.
-static bool isReplaceable(const fs::path& place)
-{
-    std::error_code error;
-    const fs::file_status status = fs::status(place, error);
-    if (!fs::exists(status))
-        return status.type() == fs::file_type::not_found;
-    FILE* const file = fs::is_regular_file(status) ? fopen(place.c_str(), "r+b") : nullptr;
-    if (file)
-        fclose(file);
-    return file;
-}
-
-// A new file in the same folder, under a name that no one uses. Null when there can be none.
-static FILE* createPart(const fs::path& place, fs::path* part)
-{
-    constexpr int attempts = 100;
-    std::random_device random;
-    for (int i = 0; i < attempts; ++i) {
-        char name[64];
-        snprintf(name, sizeof name, ".part-%08x%08x", random(), random());
-        *part = place.parent_path() / (name + place.extension().string());
-        if (FILE* const file = fopen(part->c_str(), "w+bx"))
-            return file;
-        if (errno != EEXIST)
-            return nullptr;
-    }
-    return nullptr;
-}
-
 // ---- Creation ----
 
 static OIIO::TypeDesc storedType(ChannelFormat format)
@@ -188,7 +144,7 @@ static ImageWriterPtr createFile(const std::string& name)
     if (!place.has_filename() || !isReplaceable(place))
         return nullptr;
     fs::path part;
-    FILE* const file = createPart(place, &part);
+    FILE* const file = createPart(place, place.extension().string(), &part);
     if (!file)
         return nullptr;
     try {

@@ -9,6 +9,7 @@
 #include "hash.h"
 #include "msg.h"
 #include "objects/polymesh.h"
+#include "objects/proc.h"
 #include "options.h"
 #include "scene.h"
 #include "system/critical_section.h"
@@ -647,6 +648,8 @@ void RvGObjectBuildAccel(RtNode* node, int thread)
     RtGObject* const original = rv::shapeObject(owner);
     if (!original)
         return;
+    if (original->kind == RV_KIND_PROCEDURAL) // without the lock: loading takes one of its own
+        rv::loadProcedural(original);
     rv::buildAccel(original, thread);
     if (!original->accel)
         return;

@@ -103,7 +103,7 @@ static bool scanChild(MotionScan* scan, const RtGObject* child)
 }
 
 // Bounding every child per key is worth it when all motion has the same keys.
-static void optimizeMotion(RtAggrList* list)
+void optimizeMotion(RtAggrList* list)
 {
     list->nkeys = 1;
     MotionScan scan = { 1, 0, 0 };
@@ -119,7 +119,7 @@ static void optimizeMotion(RtAggrList* list)
 
 // ---- The record ----
 
-static size_t childBytes(uint32_t count) { return count * sizeof(RtGObject*); }
+size_t childBytes(uint32_t count) { return count * sizeof(RtGObject*); }
 
 static void fillChildren(RtAggrList* list, const RtNode* owner, const RtList* nodes)
 {
@@ -175,7 +175,6 @@ RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
     fillChildren(list, owner, nodes);
     list->revisions = sumOfRevisions(*list);
     optimizeMotion(list);
-    countList(*list);
     return list;
 }
 
@@ -259,6 +258,7 @@ static void initialize(RtNode* node, void* params)
     self.obj_list = nullptr;
     if (!list)
         return;
+    countList(*list);
     measureDepth(list);
     if (list->depth == rv_nesting_limit + 1)
         RvMsgWarning("%s: more than %u object lists are inside each other; the innermost are not "
@@ -268,12 +268,32 @@ static void initialize(RtNode* node, void* params)
         destroyAggrList(list);
 }
 
+// Procedurals find out themselves whether what they hold has changed.
+static bool isProcedural(const RtNode* node)
+{
+    return node->entry->kind_methods == procedural_methods.kind_methods;
+}
+
 // By the child's own method, which may derive more from its parameters than a box; then what that
 // method leaves to do.
 static void updateChild(RtNode* node)
 {
-    updateIfNeeded(node);
+    if (isProcedural(node))
+        node->entry->methods->Update(node, node->params);
+    else
+        updateIfNeeded(node);
     RvGObjectUpdate(node);
+}
+
+bool updateChildren(RtAggrList* list)
+{
+    const bool had_lost_children = dropLostChildren(list);
+    for (uint32_t i = 0; i < list->count; ++i)
+        updateChild(list->children[i]->node);
+    const uint64_t revisions = sumOfRevisions(*list);
+    const bool is_changed = had_lost_children || revisions != list->revisions;
+    list->revisions = revisions;
+    return is_changed;
 }
 
 static void update(RtNode* node, void*)
@@ -282,13 +302,7 @@ static void update(RtNode* node, void*)
     if (!object)
         return;
     RtAggrList* const list = listOf(object);
-    const bool had_lost_children = dropLostChildren(list);
-    for (uint32_t i = 0; i < list->count; ++i)
-        updateChild(list->children[i]->node);
-    const uint64_t revisions = sumOfRevisions(*list);
-    const bool is_changed = had_lost_children || revisions != list->revisions;
-    list->revisions = revisions;
-    if (is_changed && object->rebuild == RV_REBUILD_NONE)
+    if (updateChildren(list) && object->rebuild == RV_REBUILD_NONE)
         object->rebuild = RV_REBUILD_TRANSFORM;
     if (object->rebuild != RV_REBUILD_NONE)
         optimizeMotion(list);
@@ -312,13 +326,18 @@ static bool spansShutter(const RtArray* samples)
            elementsOf<float>(samples)[0] == 0 && elementsOf<float>(samples)[1] == 1;
 }
 
-static RtAccel* prepareIntersection(RtGObject* object, int thread)
+RtAccel* createChildAccel(const RtGObject* object, RtAggrList* list, int thread)
 {
-    dropLostChildren(listOf(object));
+    dropLostChildren(list);
     // The keys of a list are those of its children, which move over the whole shutter.
     if (!spansShutter(shapeParams(object->node).deform_time_samples))
-        listOf(object)->nkeys = 1;
-    return createListAccel(listOf(object), shapeParams(object->node).unbounded, thread);
+        list->nkeys = 1;
+    return createListAccel(list, shapeParams(object->node).unbounded, thread);
+}
+
+static RtAccel* prepareIntersection(RtGObject* object, int thread)
+{
+    return createChildAccel(object, listOf(object), thread);
 }
 
 static const RtCommonMethods common = {

@@ -24,6 +24,14 @@ namespace rv {
 RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes);
 void destroyAggrList(RtAggrList* list);
 
+// Bytes of the child array.
+size_t childBytes(uint32_t count);
+
+// For Update methods. The first brings the children up to date: true when one has changed or is
+// gone. The second finds the motion keys anew.
+bool updateChildren(RtAggrList* list);
+void optimizeMotion(RtAggrList* list);
+
 // Bounds of a child in the space of the list at one of the list's keys. Boxes interpolated between
 // keys bound the child in between. Empty for children without extent.
 RtBBox childBounds(const RtAggrList& list, uint32_t child, uint32_t key);
@@ -33,6 +41,9 @@ RtBBox listBounds(const RtAggrList& list);
 // Removes the children whose nodes are gone; true when there were any. Positions change: the
 // structure over the list must not be used any more.
 bool dropLostChildren(RtAggrList* list);
+
+// The structure of an object that holds the children of a list; those that are gone leave first.
+RtAccel* createChildAccel(const RtGObject* object, RtAggrList* list, int thread);
 
 // The structure over the children of a list (accels/).
 RtAccel* createListAccel(RtAggrList* list, bool force_list, int thread);

@@ -13,16 +13,20 @@ namespace rv {
 static constexpr char platform_extension[] = ".so";
 static constexpr size_t extension_length = sizeof platform_extension - 1;
 
-// Of the last load of each thread that failed.
-static thread_local char load_error[1024];
+// Of the last load or look-up of each thread that failed.
+static thread_local char last_error[1024];
+
+static void keepSystemError()
+{
+    const char* const reason = dlerror();
+    snprintf(last_error, sizeof last_error, "%s", reason ? reason : "unknown error");
+}
 
 static void* openFile(const char* path)
 {
     void* const library = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (!library) {
-        const char* const reason = dlerror();
-        snprintf(load_error, sizeof load_error, "%s", reason ? reason : "unknown error");
-    }
+    if (!library)
+        keepSystemError();
     return library;
 }
 
@@ -56,7 +60,7 @@ static void* openWithPlatformExtension(const char* path, size_t stem_length)
     char* const full = withPlatformExtension(path, stem_length);
     void* const library = full ? openPath(full) : nullptr;
     if (!full)
-        snprintf(load_error, sizeof load_error, "%s: out of memory", path);
+        snprintf(last_error, sizeof last_error, "%s: out of memory", path);
     RvFree_func(full);
     return library;
 }
@@ -70,7 +74,7 @@ static bool hasExtension(const char* path)
 void* libraryLoad(const char* path)
 {
     if (!path || !*path) { // the system would open the running program
-        snprintf(load_error, sizeof load_error, "no library named");
+        snprintf(last_error, sizeof last_error, "no library named");
         return nullptr;
     }
     const size_t length = strlen(path);
@@ -86,7 +90,12 @@ void* libraryLoad(const char* path)
 
 void* librarySymbol(void* library, const char* name)
 {
-    return library && name ? dlsym(library, name) : nullptr;
+    if (!library || !name)
+        return nullptr;
+    void* const symbol = dlsym(library, name);
+    if (!symbol)
+        keepSystemError();
+    return symbol;
 }
 
 void libraryClose(void* library)
@@ -95,6 +104,6 @@ void libraryClose(void* library)
         dlclose(library);
 }
 
-const char* libraryError() { return load_error; }
+const char* libraryError() { return last_error; }
 
 } // namespace rv

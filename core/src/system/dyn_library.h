@@ -11,7 +11,7 @@ void* libraryLoad(const char* path);
 void* librarySymbol(void* library, const char* name);
 void libraryClose(void* library);
 
-// Why the last load of this thread failed, without a trailing newline.
+// Why the last load or look-up of this thread failed, without a trailing newline.
 const char* libraryError();
 
 } // namespace rv

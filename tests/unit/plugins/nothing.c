@@ -1,0 +1,5 @@
+/* A library that is no plug-in. */
+#include "rv_base.h"
+
+RV_API int rv_test_nothing(void);
+int rv_test_nothing(void) { return 0; }

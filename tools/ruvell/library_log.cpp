@@ -1,0 +1,321 @@
+// Routing of the library's messages.
+#include "library_log.h"
+#include "build_info.h"
+#include "report.h"
+#include "terminal.h"
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <regex>
+#include <ruvell/rv.h>
+#include <sstream>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace ruvell {
+
+// ---- State: one log for the process, as the library has ----
+
+struct CloseFile {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+
+struct Listener {
+    int mask;
+    MessageListener listen;
+};
+
+static std::mutex log_mutex; // guards all of the below against messages from several threads
+static LogSettings log_settings;
+static std::unique_ptr<FILE, CloseFile> log_file;
+static std::vector<Listener> listeners;
+static int capture_file = -1; // where the library writes during loads
+
+// ---- Which messages go where ----
+
+static int consoleFlags()
+{
+    if (log_settings.quiet)
+        return RV_LOG_ERRORS;
+    int flags = RV_LOG_WARNINGS | RV_LOG_ERRORS;
+    if (log_settings.verbosity >= 1)
+        flags |= RV_LOG_INFO | RV_LOG_LOADING | RV_LOG_PLUGINS | RV_LOG_NAN;
+    if (log_settings.verbosity >= 2)
+        flags |= RV_LOG_DEBUG;
+    return flags;
+}
+
+static int logFileFlags()
+{
+    if (!log_file)
+        return 0;
+    const int detail = log_settings.verbosity >= 2 ? RV_LOG_DEBUG : 0;
+    return RV_LOG_INFO | RV_LOG_WARNINGS | RV_LOG_ERRORS | RV_LOG_STATS | RV_LOG_LOADING |
+           RV_LOG_PLUGINS | RV_LOG_PROGRESS | RV_LOG_NAN | detail;
+}
+
+static bool holds(int flags, int mask) { return (mask & flags) == mask; }
+
+static const char* const severity_columns[] = { "        ", "WARNING ", "ERROR   ", "FATAL   " };
+
+static Severity severityOf(const std::string& column)
+{
+    int severity = severity_plain;
+    while (severity < severity_fatal && column != severity_columns[severity])
+        ++severity;
+    return static_cast<Severity>(severity);
+}
+
+// ---- Destinations ----
+
+static void showOnConsole(Severity severity, const std::string& text, int tab)
+{
+    switch (severity) {
+    case severity_plain: writeLine(std::string(static_cast<size_t>(2 * tab), ' ') + text); break;
+    case severity_warning: reportWarning(text); break;
+    default: reportError(text); break;
+    }
+}
+
+// In the manner of the library's own log file.
+static void writeToLogFile(Severity severity, const std::string& text, int tab)
+{
+    const uint32_t seconds = RvMsgUtilGetElapsedTime() / 1000;
+    std::fprintf(log_file.get(), "%02u:%02u:%02u %4dmb %s|%*s%s\n", seconds / 3600 % 99,
+                 seconds / 60 % 60, seconds % 60, static_cast<int>(RvMsgUtilGetUsedMemory() >> 20),
+                 severity_columns[severity], tab + 1, "", text.c_str());
+    std::fflush(log_file.get());
+}
+
+static void receiveMessage(int mask, int severity, const char* text, int tab)
+{
+    const std::lock_guard guard(log_mutex);
+    const auto kind = static_cast<Severity>(severity);
+    if (holds(consoleFlags(), mask))
+        showOnConsole(kind, text, tab);
+    if (holds(logFileFlags(), mask))
+        writeToLogFile(kind, text, tab);
+    for (const Listener& listener : listeners)
+        if (holds(listener.mask, mask))
+            listener.listen(mask, text, tab);
+}
+
+static int wantedFlags()
+{
+    int flags = consoleFlags() | logFileFlags();
+    for (const Listener& listener : listeners)
+        flags |= listener.mask;
+    return flags;
+}
+
+// ---- Set-up ----
+
+void addLogOptions(CLI::App& app, LogSettings& settings)
+{
+    app.add_flag("-v,--verbose", settings.verbosity,
+                 "Say more: what is being done; twice: every detail");
+    app.add_flag("-q,--quiet", settings.quiet, "Say nothing but errors");
+    app.add_option("--log-file", settings.log_file, "Write a log with times and memory to FILE")
+        ->type_name("FILE");
+}
+
+bool openLog(const LogSettings& settings)
+{
+    log_settings = settings;
+    if (settings.log_file.empty())
+        return true;
+    log_file.reset(std::fopen(settings.log_file.c_str(), "w"));
+    if (!log_file)
+        reportError("cannot write the log file " + settings.log_file + ": " + std::strerror(errno));
+    return log_file != nullptr;
+}
+
+void attachLog()
+{
+    RvMsgSetCallback(receiveMessage);
+    RvMsgSetConsoleFlags(wantedFlags());
+    RvMsgInfo("built as: %s",
+              buildInfo().c_str()); // after the header, which says the same of the interface
+}
+
+void setListener(int mask, MessageListener listener)
+{
+    const std::lock_guard guard(log_mutex);
+    listeners.push_back({ mask, std::move(listener) });
+}
+
+// ---- Loads: reading back what the library wrote ----
+
+namespace {
+
+// While it lives, the library writes its messages into the anonymous file.
+class CaptureScope {
+public:
+    CaptureScope()
+    {
+        if (capture_file < 0)
+            capture_file = memfd_create("ruvell-messages", MFD_CLOEXEC);
+        RvMsgSetLogFileFlags(consoleFlags() | logFileFlags() | RV_LOG_INFO | RV_LOG_WARNINGS |
+                             RV_LOG_ERRORS | RV_LOG_TIMESTAMP | RV_LOG_MEMORY);
+        RvMsgSetLogFileName(("/proc/self/fd/" + std::to_string(capture_file)).c_str());
+        start = lseek(capture_file, 0, SEEK_END); // now: the first call in a universe empties it
+        RvMsgSetConsoleFlags(0);
+        RvMsgResetCallback();
+    }
+    ~CaptureScope()
+    {
+        RvMsgSetCallback(receiveMessage);
+        RvMsgSetLogFileFlags(0);
+        RvMsgSetConsoleFlags(wantedFlags());
+    }
+    CaptureScope(const CaptureScope&) = delete;
+    CaptureScope& operator=(const CaptureScope&) = delete;
+
+    std::string text() const;
+
+private:
+    off_t start = 0;
+};
+
+} // namespace
+
+std::string CaptureScope::text() const
+{
+    std::string text;
+    char buffer[65536];
+    for (off_t offset = start;;) {
+        const ssize_t count = pread(capture_file, buffer, sizeof buffer, offset);
+        if (count <= 0)
+            return text;
+        text.append(buffer, static_cast<size_t>(count));
+        offset += count;
+    }
+}
+
+// A line is "HH:MM:SS", the memory, the severity column, tab + 1 blanks, for warnings and errors
+// during parsing "line N: ", and the text. Lines of another form continue the text before.
+static std::vector<LoadMessage> parseLog(const std::string& log)
+{
+    static const std::regex form("[0-9]{2}:[0-9]{2}:[0-9]{2} +[0-9]+mb "
+                                 "(        |WARNING |ERROR   |FATAL   )\\|( +)(.*)");
+    static const std::regex located("line ([0-9]{1,9}): (.*)");
+    std::vector<LoadMessage> messages;
+    std::istringstream lines(log);
+    for (std::string line; std::getline(lines, line);) {
+        std::smatch part;
+        if (!std::regex_match(line, part, form)) {
+            if (!messages.empty())
+                messages.back().text += "\n" + line;
+            continue;
+        }
+        LoadMessage message;
+        message.severity = severityOf(part[1].str());
+        message.tab = static_cast<int>(part[2].length()) - 1;
+        message.text = part[3].str();
+        if (message.severity != severity_plain && std::regex_match(message.text, part, located)) {
+            message.line = std::atoi(part[1].str().c_str());
+            message.text = part[2].str();
+        }
+        messages.push_back(message);
+    }
+    return messages;
+}
+
+// ---- Loads: which file a message is about ----
+
+namespace {
+
+// A file being loaded. Its messages are indented deeper than the line that announced it.
+struct OpenFile {
+    std::string name;
+    int tab;
+    std::string included; // the last file it has included, if any
+};
+
+} // namespace
+
+// The name in "loading NAME ..."; empty for other messages, among them those about plug-ins.
+static std::string announcedFile(const LoadMessage& message)
+{
+    static const std::regex form("loading (?!plugins from |plugin: )(.*) \\.\\.\\.");
+    std::smatch part;
+    if (message.severity != severity_plain)
+        return "";
+    if (message.text == "reading from stdin ...")
+        return "standard input";
+    return std::regex_match(message.text, part, form) ? part[1].str() : "";
+}
+
+static void closeEndedFiles(std::vector<OpenFile>& open, const LoadMessage& message)
+{
+    while (!open.empty() && message.tab <= open.back().tab) {
+        const std::string ended = open.back().name;
+        open.pop_back();
+        if (!open.empty())
+            open.back().included = ended;
+    }
+}
+
+// Names the file and mends the line. The library counts lines afresh after an include, so there the
+// number means lines after that.
+static void locate(LoadMessage& message, const std::vector<OpenFile>& open)
+{
+    if (open.empty())
+        return;
+    const OpenFile* file = &open.back();
+    const bool could_not_open = message.text.starts_with(file->name + ": ");
+    if (could_not_open && open.size() > 1)
+        file = &open[open.size() - 2];
+    else if (could_not_open)
+        return;
+    message.file = file->name;
+    if (!file->included.empty() && message.line > 0) {
+        message.text += " (line " + std::to_string(message.line) + " after the one that includes " +
+                        file->included + ")";
+        message.line = 0;
+    }
+}
+
+static void locateAll(std::vector<LoadMessage>& messages)
+{
+    std::vector<OpenFile> open;
+    for (LoadMessage& message : messages) {
+        closeEndedFiles(open, message);
+        if (const std::string name = announcedFile(message); !name.empty())
+            open.push_back({ name, message.tab, "" });
+        else if (message.severity != severity_plain)
+            locate(message, open);
+    }
+}
+
+std::string LoadMessage::located() const
+{
+    if (file.empty())
+        return text;
+    return file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
+}
+
+std::vector<LoadMessage> captureMessages(const std::function<void()>& load)
+{
+    CaptureScope scope;
+    load();
+    std::vector<LoadMessage> messages = parseLog(scope.text());
+    locateAll(messages);
+    return messages;
+}
+
+void showMessages(const std::vector<LoadMessage>& messages)
+{
+    const std::lock_guard guard(log_mutex);
+    for (const LoadMessage& message : messages) {
+        const bool is_detail = message.severity == severity_plain && log_settings.verbosity == 0;
+        if (message.severity >= severity_error || !(is_detail || log_settings.quiet))
+            showOnConsole(message.severity, message.located(), message.tab);
+        if (log_file)
+            writeToLogFile(message.severity, message.located(), message.tab);
+    }
+}
+
+} // namespace ruvell

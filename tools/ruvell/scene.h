@@ -1,0 +1,45 @@
+// Universes and what is loaded into them, the same for every sub-command that reads scenes.
+#ifndef RUVELL_SCENE_H
+#define RUVELL_SCENE_H
+
+#include "library_log.h"
+#include <CLI/CLI.hpp>
+#include <ruvell/rv.h>
+#include <string>
+#include <vector>
+
+namespace ruvell {
+
+struct SceneSettings {
+    std::vector<std::string> plugin_dirs;
+    std::vector<std::string> search_dirs;
+    LogSettings log;
+};
+
+// Declares --plugins, --search and the options of the log.
+void addSceneOptions(CLI::App& app, SceneSettings& settings);
+
+// Declares --plugins alone, for commands without a scene.
+void addPluginOption(CLI::App& app, SceneSettings& settings);
+
+// An open universe with its messages routed and the plug-ins loaded; closed with the scope.
+class Universe {
+public:
+    explicit Universe(const SceneSettings& settings);
+    ~Universe();
+    Universe(const Universe&) = delete;
+    Universe& operator=(const Universe&) = delete;
+};
+
+// Loads scene files, "-" for standard input, into the open universe, one after the other, and shows
+// the messages. False after the first that fails.
+bool loadScenes(const SceneSettings& settings, const std::vector<std::string>& files);
+
+// Nodes of the kinds in the mask, in order of creation.
+std::vector<RtNode*> nodesOfKind(unsigned int mask);
+
+std::vector<std::string> namesOf(const std::vector<RtNode*>& nodes);
+
+} // namespace ruvell
+
+#endif

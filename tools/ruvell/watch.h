@@ -1,0 +1,56 @@
+// Ctrl-C and --timeout. A thread of its own waits for both, so that nothing happens inside of a
+// signal handler.
+//
+// During a render the first Ctrl-C, or the end of the time, asks the library to finish the running
+// buckets; the image is then written as far as it got. At other times there is nothing to save and
+// the process ends. A second Ctrl-C ends it at once, whatever goes on.
+#ifndef RUVELL_WATCH_H
+#define RUVELL_WATCH_H
+
+#include "duration.h"
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace ruvell {
+
+class Watch {
+public:
+    // Starts watching; create it before any other thread. tick is called about five times a second
+    // while a render runs.
+    Watch(std::optional<Milliseconds> timeout, std::function<void()> tick);
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+    // RvRender for a camera image, and its result.
+    int render();
+
+    // exit_interrupted or exit_timeout once the work was told to stop; exit_success before.
+    int stopCode() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void run();
+    void waitForEvent();
+    void receiveSignal();
+    void stop(int code, const char* why);
+
+    const std::optional<Clock::time_point> deadline;
+    const std::function<void()> tick;
+    int signals = -1;  // readable when Ctrl-C was pressed
+    int finished = -1; // readable when the watch is to end
+
+    mutable std::mutex mutex; // guards the rest
+    bool is_rendering = false;
+    bool has_ended = false;
+    int code = 0;
+
+    std::thread thread;
+};
+
+} // namespace ruvell
+
+#endif
