@@ -2,6 +2,7 @@
 #include "findings.h"
 #include <algorithm>
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 namespace ruvell {
 
@@ -84,67 +85,17 @@ std::string describe(const Finding& finding)
     return text;
 }
 
-// ---- JSON ----
-
-// Length of the UTF-8 sequence that begins at text[i]; 0 when there is none.
-static size_t sequenceLength(const std::string& text, size_t i)
-{
-    const auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-    const unsigned first = byte(i);
-    const size_t length = first < 0x80                     ? 1
-                          : first >= 0xC2 && first < 0xE0  ? 2
-                          : first >= 0xE0 && first < 0xF0  ? 3
-                          : first >= 0xF0 && first <= 0xF4 ? 4
-                                                           : 0;
-    if (length == 0 || i + length > text.size())
-        return 0;
-    for (size_t k = 1; k < length; ++k)
-        if (byte(i + k) < 0x80 || byte(i + k) > 0xBF)
-            return 0;
-    if (length > 2) { // overlong forms, surrogates and what lies beyond the last character
-        const unsigned second = byte(i + 1);
-        if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
-            (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F))
-            return 0;
-    }
-    return length;
-}
-
-static std::string quoted(const std::string& text)
-{
-    std::string result = "\"";
-    for (size_t i = 0; i < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const size_t length = sequenceLength(text, i);
-        if (byte == '"' || byte == '\\')
-            (result += '\\') += text[i++];
-        else if (byte < 0x20 || length == 0) { // a byte that is no text stands for itself
-            char escape[8];
-            std::snprintf(escape, sizeof escape, "\\u%04X", byte);
-            result += escape;
-            ++i;
-        } else {
-            result.append(text, i, length);
-            i += length;
-        }
-    }
-    return result + '"';
-}
-
 std::string toJson(const std::vector<Finding>& findings)
 {
-    std::string text = "[";
-    const char* separator = "\n";
-    for (const Finding& finding : findings) {
-        text += separator;
-        text += "  {\"file\": " + quoted(finding.place.file) +
-                ", \"line\": " + std::to_string(finding.place.line) +
-                ", \"severity\": " + quoted(severityName(finding.weight)) +
-                ", \"message\": " + quoted(finding.message) +
-                ", \"hint\": " + quoted(finding.hint) + "}";
-        separator = ",\n";
-    }
-    return text + "\n]\n";
+    using Json = nlohmann::ordered_json;
+    Json list = Json::array();
+    for (const Finding& finding : findings)
+        list.push_back({ { "file", finding.place.file },
+                         { "line", finding.place.line },
+                         { "severity", severityName(finding.weight) },
+                         { "message", finding.message },
+                         { "hint", finding.hint } });
+    return list.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 } // namespace ruvell

@@ -232,6 +232,8 @@ struct OpenFile {
     std::string name;
     int tab;
     std::string included; // the last file it has included, if any
+    int load;             // how many were announced before
+    int segment;          // how many it has included
 };
 
 } // namespace
@@ -253,8 +255,10 @@ static void closeEndedFiles(std::vector<OpenFile>& open, const LoadMessage& mess
     while (!open.empty() && message.tab <= open.back().tab) {
         const std::string ended = open.back().name;
         open.pop_back();
-        if (!open.empty())
+        if (!open.empty()) {
             open.back().included = ended;
+            ++open.back().segment;
+        }
     }
 }
 
@@ -271,6 +275,9 @@ static void locate(LoadMessage& message, const std::vector<OpenFile>& open)
     else if (could_not_open)
         return;
     message.file = file->name;
+    message.load = file->load;
+    message.segment = file->segment;
+    message.counted_line = message.line;
     if (!file->included.empty() && message.line > 0) {
         message.text += " (line " + std::to_string(message.line) + " after the one that includes " +
                         file->included + ")";
@@ -281,10 +288,11 @@ static void locate(LoadMessage& message, const std::vector<OpenFile>& open)
 static void locateAll(std::vector<LoadMessage>& messages)
 {
     std::vector<OpenFile> open;
+    int loads = 0;
     for (LoadMessage& message : messages) {
         closeEndedFiles(open, message);
         if (const std::string name = announcedFile(message); !name.empty())
-            open.push_back({ name, message.tab, "" });
+            open.push_back({ name, message.tab, "", loads++, 0 });
         else if (message.severity != severity_plain)
             locate(message, open);
     }

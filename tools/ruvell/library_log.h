@@ -44,6 +44,12 @@ struct LoadMessage {
     std::string file; // empty outside of a file
     std::string text; // without file and line
 
+    // Where the library was: in the how-manieth file of the capture, behind how many of the files
+    // it includes, on which line as the library counts them.
+    int load = -1;
+    int segment = 0;
+    int counted_line = 0;
+
     // "scene.rvs:12: text", as far as they are known.
     std::string located() const;
 };

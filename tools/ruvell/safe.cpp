@@ -10,7 +10,9 @@
 #include <dlfcn.h>
 #include <new>
 #include <stdexcept>
+#include <sys/mman.h>
 #include <unistd.h>
+#include <utility>
 
 namespace ruvell {
 
@@ -44,30 +46,32 @@ void addSafetyOptions(CLI::App& app, SafetySettings& settings)
 
 // ---- Rules ----
 
-SafetyRules::SafetyRules(const SafetySettings& safety, const std::vector<std::string>& scenes,
+SafetyRules::SafetyRules(const SafetySettings& safety, const SceneSources& sources,
                          const TrustedPaths& trusted_paths)
     : settings(safety), trusted(trusted_paths)
 {
     for (const std::string& root : settings.roots)
         roots.push_back(realPath(root));
-    for (const std::string& scene : scenes) {
-        const std::string found = firstReadable(sceneCandidates(scene, ""));
+    for (const SceneSource& source : sources.list()) {
+        const std::string found = firstReadable(sceneCandidates(source.path, ""));
         if (found.empty())
             continue;
         files.push_back(realPath(found));
         if (settings.roots.empty())
-            roots.push_back(realPath(folderOf(found)));
+            roots.push_back(realPath(source.shown == source.path ? folderOf(found) : "."));
     }
+    for (const auto* paths : { &trusted.searched, &trusted.read })
+        for (const std::string& path : *paths)
+            files.push_back(realPath(path));
     if (settings.max_memory == 0)
         settings.max_memory = physicalMemory() / 2;
 }
 
 bool SafetyRules::isReadable(const std::string& real) const
 {
-    if (std::find(files.begin(), files.end(), real) != files.end())
-        return true;
-    return std::any_of(roots.begin(), roots.end(),
-                       [&](const std::string& root) { return isInside(real, root); });
+    const auto holds = [&](const std::string& path) { return isInside(real, path); };
+    return std::any_of(files.begin(), files.end(), holds) ||
+           std::any_of(roots.begin(), roots.end(), holds);
 }
 
 static std::string shownPath(const std::string& path, const std::string& real)
@@ -83,6 +87,8 @@ std::string SafetyRules::refuseReading(const std::string& path) const
 
 std::string SafetyRules::refuseWriting(const std::string& path) const
 {
+    if (isDanglingLink(path))
+        return "writing through the symbolic link \"" + path + '"';
     const std::string real = realPath(path);
     if (std::find(files.begin(), files.end(), real) != files.end())
         return "writing over the scene " + shownPath(path, real);
@@ -127,6 +133,9 @@ static std::string libraryFolder()
 
 void SafetyRules::enforce(const std::vector<std::string>& outputs) const
 {
+    static bool is_enforced = false;
+    if (std::exchange(is_enforced, true))
+        return;
     std::snprintf(out_of_memory, sizeof out_of_memory,
                   "ruvell: error: the scene needs more memory than the %llu MB of --max-memory\n",
                   static_cast<unsigned long long>(settings.max_memory >> 20));
@@ -136,8 +145,7 @@ void SafetyRules::enforce(const std::vector<std::string>& outputs) const
 
     Confinement confinement;
     confinement.readable = roots;
-    for (const auto* paths : { &files, &trusted.read })
-        confinement.readable.insert(confinement.readable.end(), paths->begin(), paths->end());
+    confinement.readable.insert(confinement.readable.end(), files.begin(), files.end());
     confinement.readable.push_back(joinPath(libraryFolder(), "ruvell.mtd"));
     for (const auto* paths : { &outputs, &trusted.written })
         for (const std::string& file : *paths)
@@ -149,37 +157,65 @@ void SafetyRules::enforce(const std::vector<std::string>& outputs) const
                   missing.c_str());
 }
 
-// ---- Standard input ----
+// ---- Scenes ----
 
-InputCopy::InputCopy()
+static bool writeAll(int file, const char* data, ssize_t size)
 {
-    const char* folder = std::getenv("TMPDIR");
-    file_path = joinPath(folder && *folder ? folder : "/tmp", "ruvell-XXXXXX");
-    const int file = mkstemp(file_path.data());
-    if (file < 0)
-        throw std::runtime_error("cannot keep standard input in " + file_path + ": " +
-                                 systemError());
+    while (size > 0) {
+        const ssize_t written = write(file, data, static_cast<size_t>(size));
+        if (written <= 0)
+            return false;
+        data += written;
+        size -= written;
+    }
+    return true;
+}
+
+static int copyInput()
+{
+    const int file = memfd_create("ruvell-input", MFD_CLOEXEC);
+    bool is_kept = file >= 0;
     char buffer[65536];
-    ssize_t count;
-    bool is_kept = true;
+    ssize_t count = 0;
     while (is_kept && (count = read(STDIN_FILENO, buffer, sizeof buffer)) > 0)
-        for (ssize_t done = 0; is_kept && done < count;) {
-            const ssize_t written = write(file, buffer + done, static_cast<size_t>(count - done));
-            is_kept = written > 0;
-            done += written;
-        }
-    close(file);
-    if (!is_kept) {
-        unlink(file_path.c_str());
-        throw std::runtime_error("cannot keep standard input in " + file_path);
+        is_kept = writeAll(file, buffer, count);
+    if (!is_kept || count < 0) {
+        const std::string reason = systemError();
+        if (file >= 0)
+            close(file);
+        throw std::runtime_error("cannot read standard input: " + reason);
+    }
+    return file;
+}
+
+SceneSources::SceneSources(const std::vector<std::string>& names)
+{
+    for (const std::string& name : names) {
+        if (name == "-" && input_copy < 0)
+            input_copy = copyInput();
+        sources.push_back(name == "-" ? SceneSource{ inputPath(), "standard input" }
+                                      : SceneSource{ name, name });
     }
 }
 
-InputCopy::~InputCopy() { unlink(file_path.c_str()); }
+SceneSources::~SceneSources()
+{
+    if (input_copy >= 0)
+        close(input_copy);
+}
 
-// ---- Scenes ----
+std::string SceneSources::inputPath() const
+{
+    return "/proc/self/fd/" + std::to_string(input_copy);
+}
 
-static bool reportFindings(const Findings& findings)
+std::string SceneSources::shown(const std::string& path) const
+{
+    return path == inputPath() ? "standard input" : path;
+}
+
+// The findings that stand in the way of loading. False when there are any.
+static bool reportObstacles(const Findings& findings)
 {
     bool is_clean = true;
     for (const Finding& finding : findings.sorted())
@@ -190,31 +226,18 @@ static bool reportFindings(const Findings& findings)
     return is_clean;
 }
 
-// Scans the scenes; what standard input held is kept until the process ends.
-bool prepareScenes(std::vector<std::string>& scenes, const SafetySettings& settings,
+bool prepareScenes(const SceneSources& sources, const SafetySettings& settings,
                    const TrustedPaths& trusted)
 {
-    static std::unique_ptr<InputCopy> input;
-    std::vector<std::string> shown = scenes;
-    if (settings.is_on)
-        for (std::string& scene : scenes)
-            if (scene == "-") {
-                if (!input)
-                    input = std::make_unique<InputCopy>();
-                scene = input->path();
-            }
-    SafetySettings own = settings;
-    if (input && settings.roots.empty())
-        own.roots.push_back("."); // the copy lies where nothing else should be read
-
-    const SafetyRules rules(own, scenes, trusted);
+    const SafetyRules rules(settings, sources, trusted);
     Findings findings;
-    SceneScan scan(settings.is_on ? rules.scanOptions() : ScanOptions(), UniverseState::now(),
-                   findings);
-    for (size_t i = 0; i < scenes.size(); ++i)
-        scan.scanScene(scenes[i], shown[i] == "-" ? "standard input" : shown[i]);
+    ScanOptions options = settings.is_on ? rules.scanOptions() : ScanOptions();
+    options.search_dirs = trusted.searched;
+    SceneScan scan(std::move(options), UniverseState::now(), findings);
+    for (const SceneSource& source : sources.list())
+        scan.scanScene(source.path, source.shown);
     scan.finish();
-    if (!reportFindings(findings)) {
+    if (!reportObstacles(findings)) {
         reportError(settings.is_on ? "the scene is not allowed in safe mode"
                                    : "the scene cannot be loaded");
         return false;

@@ -50,6 +50,7 @@ struct ParameterSpan {
 
 struct ScanOptions {
     bool load_plugins = false; // from the folders that options blocks name, as the reader does
+    std::vector<std::string> search_dirs; // both search paths are extended with them
     bool safe = false;
     // In safe mode: why this file may not be read or written, empty when it may.
     std::function<std::string(const std::string&)> refuseReading;
@@ -201,6 +202,7 @@ private:
     void takeStrings(const Block& block, const Parameter& parameter,
                      std::vector<std::string> values);
     void resolvePending(size_t first);
+    void extendSearchPaths();
     void addNodes(uint64_t count, const Place& place);
 
     // The whole scene

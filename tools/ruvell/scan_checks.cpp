@@ -128,6 +128,17 @@ void SceneScan::resolvePending(size_t first)
     pending_strings.resize(first);
 }
 
+// As the command does before and after each scene it loads.
+void SceneScan::extendSearchPaths()
+{
+    for (std::string* path : { &texture_searchpath, &procedural_searchpath }) {
+        const std::vector<std::string> entries = searchPathEntries(*path);
+        for (const std::string& dir : options.search_dirs)
+            if (std::find(entries.begin(), entries.end(), dir) == entries.end())
+                *path += (path->empty() ? "" : ";") + dir;
+    }
+}
+
 // ---- Scene files ----
 
 SceneScan::Opening SceneScan::openScene(const std::string& name, const Place& place,
@@ -180,11 +191,13 @@ void SceneScan::scanScene(const std::string& name, const std::string& shown)
 {
     const Place place{ shown.empty() ? name : shown, 0 };
     std::string path;
+    extendSearchPaths();
     if (openScene(name, place, &path) != Opening::known)
         return;
     open_files = { realPath(path) };
-    scanFile(path, fileIndex(shown.empty() ? path : shown));
+    scanFile(path, fileIndex(shown.empty() || shown == name ? path : shown));
     open_files.clear();
+    extendSearchPaths();
 }
 
 // ---- Procedurals and overrides ----

@@ -31,6 +31,12 @@ bool isFolder(const std::string& path)
     return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+bool isDanglingLink(const std::string& path)
+{
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode) && !exists(path);
+}
+
 std::string realPath(const std::string& path)
 {
     std::error_code error;

@@ -13,6 +13,7 @@ std::string systemError();
 bool isRegularFile(const std::string& path);
 bool isFolder(const std::string& path);
 bool exists(const std::string& path);
+bool isDanglingLink(const std::string& path);
 
 // Absolute, with symbolic links followed as far as the path exists.
 std::string realPath(const std::string& path);
