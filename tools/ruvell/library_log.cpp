@@ -279,8 +279,7 @@ static void locate(LoadMessage& message, const std::vector<OpenFile>& open)
     message.segment = file->segment;
     message.counted_line = message.line;
     if (!file->included.empty() && message.line > 0) {
-        message.text += " (line " + std::to_string(message.line) + " after the one that includes " +
-                        file->included + ")";
+        message.included = file->included;
         message.line = 0;
     }
 }
@@ -302,7 +301,11 @@ std::string LoadMessage::located() const
 {
     if (file.empty())
         return text;
-    return file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
+    std::string located = file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
+    if (!included.empty())
+        located += " (line " + std::to_string(counted_line) + " after the one that includes " +
+                   included + ")";
+    return located;
 }
 
 std::vector<LoadMessage> captureMessages(const std::function<void()>& load)

@@ -1,6 +1,7 @@
 // Turns messages of the library into findings.
 #include "load_findings.h"
 #include <map>
+#include <set>
 
 namespace ruvell {
 
@@ -10,13 +11,16 @@ static constexpr struct {
     Topic topic;
 } known_messages[] = {
     { "is not installed", Topic::unknown_type },
+    { "is not installed", Topic::braces },
     { ": unknown parameter type", Topic::unknown_parameter },
+    { ": unknown parameter type", Topic::braces },
     { "unknown boolean token", Topic::bad_boolean },
     { "invalid enumerated value", Topic::bad_enumeration },
     { "wrong token", Topic::braces },
     { "unexpected end-of-file", Topic::braces },
     { "tag not found", Topic::undefined_name },
     { "could not be be resolved", Topic::undefined_name },
+    { "cannot link a NULL node", Topic::undefined_name },
     { "name already in use", Topic::duplicate_name },
     { "cannot declare", Topic::declaration },
     { "failed to add user-parameter", Topic::declaration },
@@ -111,10 +115,13 @@ void addLoadFindings(const std::vector<LoadMessage>& messages, Findings& finding
         if (message.severity >= severity_warning && !isKnown(message, findings))
             news.push_back(&message);
     const Candidates candidates = findCandidates(news, rescan);
+    std::set<std::string> said;
     for (const LoadMessage* message : news) {
         const Weight weight =
             message->severity == severity_warning ? Weight::warning : Weight::error;
-        findings.add({ placeOf(*message, candidates), weight, message->text, "" });
+        Finding finding{ placeOf(*message, candidates), weight, message->text, "" };
+        if (said.insert(describe(finding)).second)
+            findings.add(std::move(finding));
     }
 }
 

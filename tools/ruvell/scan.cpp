@@ -118,22 +118,19 @@ uint32_t SceneScan::fileIndex(const std::string& shown)
 
 // ---- Files ----
 
-// False when the load fails in it.
-bool SceneScan::scanFile(const std::string& path, uint32_t file)
+void SceneScan::scanFile(const std::string& path, uint32_t file)
 {
     const std::unique_ptr<SceneLexer> text = SceneLexer::openFile(path);
     if (!text) {
         report(Topic::missing_file, Weight::error, { file_names[file], 0 },
                "cannot be opened: " + systemError());
-        return false;
+        return;
     }
     const size_t first_pending = pending_strings.size();
     Input in{ *text, file, load_count++ };
-    const bool goes_on = scanStatements(in);
+    scanStatements(in);
     reportText(in);
-    if (goes_on)
-        resolvePending(first_pending);
-    return goes_on;
+    resolvePending(first_pending);
 }
 
 void SceneScan::reportText(const Input& in)
@@ -154,31 +151,27 @@ void SceneScan::reportText(const Input& in)
                "cannot be read to its end: the file is damaged");
 }
 
-bool SceneScan::scanStatements(Input& in)
+void SceneScan::scanStatements(Input& in)
 {
-    while (in.text.peek() != SceneLexer::end_marker) {
-        if (!scanStatement(in) || is_stopped)
-            return false;
+    while (!is_stopped && in.text.peek() != SceneLexer::end_marker) {
+        scanStatement(in);
         if (!in.text.skipBlanks())
-            break;
+            return;
     }
-    return true;
 }
 
 // ---- Statements ----
 
-// False when the load fails here.
-bool SceneScan::scanStatement(Input& in)
+// The load ends at an include that fails; the scan goes on, to find what else is wrong.
+void SceneScan::scanStatement(Input& in)
 {
     const std::string word = in.text.readWord();
     if (word.empty())
-        return true;
+        return;
     if (word == "include")
         return scanInclude(in);
-    if (word == "override") {
-        scanOverrides(in);
-        return true;
-    }
+    if (word == "override")
+        return scanOverrides(in);
     const Place begin = here(in);
     const RtNodeEntry* entry = RvNodeEntryLookUp(word.c_str());
     if (!entry) {
@@ -189,7 +182,6 @@ bool SceneScan::scanStatement(Input& in)
         skipBlock(in, word, begin);
     else
         scanBlock(in, word, entry);
-    return true;
 }
 
 void SceneScan::reportUnknownType(Input& in, const std::string& type)
@@ -256,33 +248,29 @@ void SceneScan::scanBlock(Input& in, const std::string& type, const RtNodeEntry*
         RvLoadPlugins(plugin_searchpath.c_str());
 }
 
-bool SceneScan::scanInclude(Input& in)
+void SceneScan::scanInclude(Input& in)
 {
     std::string name = in.text.readWord();
     const Place place = here(in);
     name = SceneLexer::unquote(name);
     if (name.empty()) {
         report(Topic::missing_file, Weight::error, place, "include without a file name",
-               "names of one or two letters need <angle brackets>", Effect::none);
-        return false;
+               "names of one or two letters need <angle brackets>");
+        return;
     }
     const size_t load = load_count;
     std::string path;
-    Opening opening = openScene(name, place, &path);
-    if (opening == Opening::known && !includeFile(path, place))
-        opening = Opening::fails;
+    if (openScene(name, place, &path) == Opening::known)
+        includeFile(path, place);
     load_count = std::max(load_count, load + 1);
     in.text.restartReaderLine();
     ++in.segment;
-    return opening != Opening::fails && !is_stopped;
 }
 
-// False when the load fails in it.
-bool SceneScan::includeFile(const std::string& path, const Place& place)
+void SceneScan::includeFile(const std::string& path, const Place& place)
 {
-    const auto refuse = [&](const std::string& message, Effect effect = Effect::none) {
-        report(Topic::nesting, Weight::error, place, message, "", effect);
-        return false;
+    const auto refuse = [&](const std::string& message) {
+        report(Topic::nesting, Weight::error, place, message, "", Effect::endless);
     };
     const std::string real = realPath(path);
     if (std::find(open_files.begin(), open_files.end(), real) != open_files.end())
@@ -291,13 +279,11 @@ bool SceneScan::includeFile(const std::string& path, const Place& place)
         return refuse("more than " + std::to_string(max_open_files) + " files inside each other");
     if (load_count >= max_loads) {
         is_stopped = true;
-        return refuse("more than " + std::to_string(max_loads) + " files included",
-                      Effect::endless);
+        return refuse("more than " + std::to_string(max_loads) + " files included");
     }
     open_files.push_back(real);
-    const bool goes_on = scanFile(path, fileIndex(path));
+    scanFile(path, fileIndex(path));
     open_files.pop_back();
-    return goes_on;
 }
 
 // ---- Overrides ----

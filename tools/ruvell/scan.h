@@ -151,14 +151,14 @@ private:
     };
 
     // Reading
-    bool scanFile(const std::string& path, uint32_t file);
-    bool scanStatements(Input& in);
-    bool scanStatement(Input& in);
+    void scanFile(const std::string& path, uint32_t file);
+    void scanStatements(Input& in);
+    void scanStatement(Input& in);
     void scanBlock(Input& in, const std::string& type, const RtNodeEntry* entry);
     void skipBlock(Input& in, const std::string& type, const Place& begin);
     void reportUnknownType(Input& in, const std::string& type);
-    bool scanInclude(Input& in);
-    bool includeFile(const std::string& path, const Place& place);
+    void scanInclude(Input& in);
+    void includeFile(const std::string& path, const Place& place);
     void scanOverrides(Input& in);
     bool scanOverride(Input& in, const Place& begin);
     bool scanDelayedOverride(Input& in, const std::string& node);

@@ -10,6 +10,7 @@ namespace ruvell {
 
 static constexpr int max_array_depth = 64;    // as the reader has it
 static constexpr size_t max_strings = 100000; // of an array whose text is looked at
+static constexpr const char* quoted_number = "a quoted number counts as 0";
 
 // Whether the parameter may be linked by naming a node in place of a value.
 static bool takesLinks(int type)
@@ -88,23 +89,19 @@ void SceneScan::scanNumbers(Input& in, Block& block, const Parameter& parameter,
                        "what follows the first digits is dropped");
             continue;
         }
-        const std::string wanted = inQuotes(parameter.name) + " needs " +
-                                   (count == 1 ? "a number" : std::to_string(count) + " numbers");
-        const std::string found =
-            count == 1 ? ", found " : ", found " + std::to_string(i) + " and then ";
-        if (token == "}" || token.empty())
-            return lostStructure(&block, parameter.place,
-                                 wanted + found + (token.empty() ? "nothing" : "'}'"),
-                                 token.empty() ? "" : "the reader takes '}' for one of them");
         if (startsAsNumber(token)) {
             report(Topic::other, Weight::warning, parameter.place,
                    inQuotes(parameter.name) + ": " + inQuotes(token) + " is not a plain number");
             continue;
         }
-        if (!block.is_quiet)
-            report(Topic::other, Weight::error, parameter.place, wanted + found + inQuotes(token),
-                   token.front() == '"' ? "a quoted number counts as 0" : "");
-        block.quiet_line = in.text.tokenLine();
+        const Elements elements{ { parameter.type, 1, false },
+                                 static_cast<uint64_t>(count),
+                                 static_cast<uint64_t>(i) };
+        if (!goesOn(in, block, parameter, elements, token))
+            return;
+        reportElement(in, block, Topic::other, parameter.place,
+                      tooFew(parameter, elements) + inQuotes(token),
+                      token.starts_with('"') ? quoted_number : "");
     }
 }
 
@@ -206,8 +203,10 @@ void SceneScan::checkHeader(const Parameter& parameter, const std::string& a, co
 
 std::string SceneScan::tooFew(const Parameter& parameter, const Elements& elements)
 {
-    return inQuotes(parameter.name) + ": the header announces " + std::to_string(elements.count) +
-           (numbersOf(elements.header.type) ? " numbers" : " values") + ", found " +
+    const char* what = numbersOf(elements.header.type) ? " number" : " value";
+    return inQuotes(parameter.name) +
+           (elements.header.is_given ? ": the header announces " : " needs ") +
+           std::to_string(elements.count) + what + (elements.count == 1 ? "" : "s") + ", found " +
            std::to_string(elements.found) + " before ";
 }
 
@@ -275,9 +274,8 @@ void SceneScan::scanNumberElements(Input& in, Block& block, const Parameter& par
         if (startsAsNumber(token))
             continue;
         reportElement(in, block, Topic::array, parameter.place,
-                      elements.header.is_given
-                          ? tooFew(parameter, elements) + inQuotes(token)
-                          : inQuotes(parameter.name) + " needs a number, found " + inQuotes(token));
+                      tooFew(parameter, elements) + inQuotes(token),
+                      token.starts_with('"') ? quoted_number : "");
     }
 }
 

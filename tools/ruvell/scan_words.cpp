@@ -20,6 +20,8 @@ std::string upperCase(std::string_view text)
 std::string inQuotes(std::string_view text)
 {
     static constexpr size_t max_shown = 80;
+    if (!text.empty() && text.front() == '"' && text.size() <= max_shown)
+        return std::string(text);
     if (text.size() <= max_shown)
         return '"' + std::string(text) + '"';
     return '"' + std::string(text.substr(0, max_shown)) + "...\"";

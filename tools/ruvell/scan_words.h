@@ -11,7 +11,7 @@ namespace ruvell {
 
 std::string upperCase(std::string_view text);
 
-// In quotes, cut when it is long.
+// In quotes, unless it has some already; cut when it is long.
 std::string inQuotes(std::string_view text);
 
 // "did you mean A or B?", or nothing without names.
