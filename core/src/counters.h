@@ -1,6 +1,6 @@
 // The statistics records: one for each worker slot and one for the host thread. Every thread
-// writes its own record only, so counting takes no lock. Subsystems add their counters here; the
-// report sums the records.
+// writes its own record only, so counting takes no lock. Subsystems add their counters here, and
+// the rule by which the records are summed in stats.cpp; nothing may be padded.
 #ifndef RV_COUNTERS_H
 #define RV_COUNTERS_H
 
@@ -26,12 +26,19 @@ enum RtPass : uint8_t { RV_PASS_PIXELS, RV_PASS_SSS, RV_PASS_HAIR, RV_PASS_COUNT
 struct RtRayCount {
     uint64_t rays;
     uint64_t hits;
-    uint32_t max_hits; // of one ray
+    uint64_t max_hits; // of one ray
+};
+
+// Rays that were traced together. They do not count among the others.
+struct RtPacketCount {
+    uint64_t packets;
+    uint64_t rays;
 };
 
 struct RtRayStats {
     RtRayCount rows[RV_PASS_COUNT][RV_ROW_COUNT];
-    uint32_t max_depth; // largest level of a traced ray
+    RtPacketCount packets[RV_ROW_COUNT];
+    uint64_t max_depth; // largest level of a traced ray
 };
 
 // What shaders are called for.
@@ -52,6 +59,7 @@ enum RtLightingRow {
     RV_LIGHTING_CACHED,
     RV_LIGHTING_DIFFUSE,
     RV_LIGHTING_GLOSSY,
+    RV_LIGHTING_CUSTOM, // samplers of shaders themselves
     RV_LIGHTING_ROWS
 };
 
@@ -75,11 +83,22 @@ enum RtGeometryRow {
 
 struct RtGeometryCount {
     uint32_t objects;
-    uint32_t objects_hit;
-    uint32_t instances;
+    uint32_t objects_hit; // of these, by a ray at least
+    uint64_t instances;
     int64_t initial_bytes;
     int64_t freed_bytes;
-    int64_t added_bytes;
+    int64_t added_bytes; // after initialisation
+
+    int64_t bytes() const { return initial_bytes - freed_bytes + added_bytes; }
+    void add(const RtGeometryCount& other)
+    {
+        objects += other.objects;
+        objects_hit += other.objects_hit;
+        instances += other.instances;
+        initial_bytes += other.initial_bytes;
+        freed_bytes += other.freed_bytes;
+        added_bytes += other.added_bytes;
+    }
 };
 
 // Elements (children, polygons, segments, ...) of the objects of one kind.
@@ -87,15 +106,33 @@ struct RtElementCount {
     uint64_t total;
     uint32_t least; // per object; meaningful when `objects` is not 0
     uint32_t most;
-    uint32_t objects;
+    uint64_t objects;
 
-    void add(uint32_t elements)
+    void add(uint32_t elements) { add({ elements, elements, elements, 1 }); }
+    void add(const RtElementCount& other)
     {
-        total += elements;
-        least = objects && least < elements ? least : elements;
-        most = most > elements ? most : elements;
-        ++objects;
+        if (other.objects == 0)
+            return;
+        total += other.total;
+        least = objects && least < other.least ? least : other.least;
+        most = most > other.most ? most : other.most;
+        objects += other.objects;
     }
+};
+
+// Refined meshes, by how often all their patches were divided; adaptive ones apart.
+enum RtSubdivisionRow {
+    RV_SUBDIVISION_0,
+    RV_SUBDIVISION_1,
+    RV_SUBDIVISION_2,
+    RV_SUBDIVISION_3, // and more
+    RV_SUBDIVISION_ADAPTIVE,
+    RV_SUBDIVISION_ROWS
+};
+
+struct RtSubdivisionCount {
+    RtElementCount triangles; // per mesh
+    uint64_t patches;
 };
 
 // Arrays of polygon meshes, in the order of the report.
@@ -136,15 +173,37 @@ struct RtRenderCounters {
     RtLightingCount lighting[RV_LIGHTING_ROWS];
     uint64_t pixels;  // rendered, borders of buckets included
     uint64_t samples; // of the camera
-    uint64_t sampler_iterators_nested;
-    uint64_t sampler_iterators_outermost;
-    int64_t setup_ms;       // node passes, thread slots and the root object list
-    int64_t accel_ms;       // building acceleration structures
-    int64_t bucket_ms;      // wall clock of the bucket phase
-    int64_t render_ms;      // wall clock of the render
-    int64_t render_user_ms; // processor time of the same
-    int64_t procedural_ms;  // loading procedurals
-    int threads;
+
+    // Sub-surface scattering.
+    uint64_t sss_lookups;
+    uint64_t sss_computed;     // lookups that did not find their result in the cache
+    uint64_t sss_generated;    // points
+    RtElementCount sss_stored; // points with light, per cloud
+
+    // Light stored along curves.
+    uint64_t hair_lookups;
+    uint64_t hair_caches;
+    uint64_t hair_generated; // points
+    uint64_t hair_computed;  // of these
+
+    uint64_t displaced_meshes;
+    uint64_t displacement_calls; // of shaders
+
+    int64_t setup_ms;            // node passes, thread slots and the root object list
+    int64_t sanity_ms;           // of these, checking meshes
+    int64_t bucket_ms;           // wall clock of the bucket phase
+    int64_t subdivision_ms;      // refining meshes
+    int64_t displacement_ms;     // moving their vertices
+    int64_t accel_ms;            // building acceleration structures
+    int64_t procedural_ms;       // loading procedurals
+    int64_t sss_distribution_ms; // placing the points of clouds
+    int64_t sss_irradiance_ms;   // lighting them
+    int64_t sss_octree_ms;       // and sorting them
+    int64_t hair_cache_ms;       // lighting curves
+    int64_t render_ms;           // wall clock of the render
+    int64_t render_user_ms;      // processor time of the same
+    int64_t threads;
+
     int64_t peak_bytes;   // resident memory of the process, at most
     int64_t pool_bytes;   // of the thread's shading pools, at most
     int64_t sample_bytes; // sample stores
@@ -153,30 +212,51 @@ struct RtRenderCounters {
 
 // The rest describes the scene and accumulates over the renders of a universe.
 struct RtStats : RtRenderCounters {
-    int64_t scene_ms;            // wall clock the host spent between renders
-    int64_t scene_user_ms;       // processor time of the same
-    int64_t plugin_ms;           // loading plug-in libraries
-    int64_t parse_ms;            // reading scene files
-    int64_t sanity_ms;           // checking meshes
+    // Since the last report.
+    int64_t scene_ms;      // wall clock the host spent between renders
+    int64_t scene_user_ms; // processor time of the same
+    int64_t plugin_ms;     // loading plug-in libraries
+    int64_t parse_ms;      // reading scene files
+
+    int64_t plugin_bytes;        // of plug-in libraries
     int64_t node_overhead_bytes; // node records, parameter storage, flags and link tables
     int64_t instance_overhead_bytes;
+    int64_t message_bytes; // message banks
     int64_t geometry_bytes;
     int64_t user_data_bytes;
     int64_t accel_bytes;
+    int64_t skydome_map_bytes;
+    int64_t quad_map_bytes;
+    int64_t sss_bytes; // point clouds
+    int64_t hair_cache_bytes;
+    int64_t sss_pool_bytes; // scratch memory
+    int64_t displacement_pool_bytes;
+    int64_t hair_cache_pool_bytes;
     int64_t mesh_bytes[RV_MESH_MEMORY_ROWS];
-    uint32_t accels[RV_ACCEL_ROWS];
     RtGeometryCount geometry[RV_GEOMETRY_ROWS];
     RtElementCount list_children;
-    RtElementCount polygons;  // of polygon meshes
+    RtElementCount procedural_children;
+    RtElementCount polygons; // of polygon meshes
+    RtElementCount subdiv_patches;
+    RtElementCount nurbs_patches;
+    RtElementCount curve_segments;
+    RtElementCount points;
     RtElementCount triangles; // of polygon meshes
+    RtSubdivisionCount subdivisions[RV_SUBDIVISION_ROWS];
+    uint64_t unique_triangles;  // of whatever is made of triangles
+    uint64_t visible_triangles; // the same, hidden objects left out and with those of instances
+    uint32_t accels[RV_ACCEL_ROWS];
     uint32_t degenerate_polygons;
 
     // Scenes that could be made faster.
+    uint32_t poor_bounds_displaced;
+    uint32_t poor_bounds_procedural;
     uint32_t identical_motion_matrices;
     uint32_t identity_matrices;
     uint32_t static_motion_meshes;
-    uint32_t poor_bounds_displaced;
-    uint32_t poor_bounds_procedural;
+    uint32_t static_motion_curves;
+    uint32_t static_motion_points;
+    uint32_t curves_with_motion_radius;
 };
 
 namespace rv {

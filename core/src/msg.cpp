@@ -350,6 +350,12 @@ uint32_t RvMsgUtilGetElapsedTime(void)
 
 uint64_t RvMsgUtilGetUsedMemory(void) { return rv::residentMemory(); }
 
+bool rv::isLogged(int mask)
+{
+    const RtMsgState* const state = messageState();
+    return state && state->callback.load(relaxed) && isWanted(state, mask);
+}
+
 RtMsgState* rv::msgStateCreate()
 {
     void* const memory =

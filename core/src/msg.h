@@ -45,6 +45,9 @@ struct LineContext {
 size_t formatLine(char* out, size_t size, unsigned flags, int mask, int severity, const char* text,
                   int tab, bool allow_color, const LineContext& context);
 
+// Whether a message with this mask would reach anybody: spares the making of texts nobody reads.
+bool isLogged(int mask);
+
 // A broken invariant of the library: fatal "reached code line in error".
 void reachedInError(const char* module, int line, const char* function);
 

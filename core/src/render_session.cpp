@@ -1,7 +1,7 @@
 // render_session: the state of rendering in one universe, and what each worker slot owns.
 #include "render_session.h"
 
-#include "frame.h"
+#include "counters.h"
 #include "message_passing.h"
 #include "rv_msg.h"
 #include "rv_params.h"
@@ -98,14 +98,21 @@ void checkOptions(const RtScene& scene, RtOptions& options)
 
 // ---- Thread slots ----
 
+static int64_t bankBytes(const RtMessageBank& bank)
+{
+    return int64_t(sizeof bank + bank.capacity * sizeof *bank.slots);
+}
+
 static void destroyThreadSlots(RtRenderSession* session)
 {
     if (!session->thread_slots)
         return;
     for (int i = 0; i < worker_slot_count; ++i) {
         RtThreadSlot& slot = session->thread_slots[i];
-        if (slot.messages)
+        if (slot.messages) {
+            hostStats()->message_bytes -= bankBytes(*slot.messages);
             RvMessageBankDestroy(slot.messages);
+        }
         for (RtMemPool* pool : { slot.shading_pool, slot.pools[0], slot.pools[1] })
             if (pool)
                 RvMemPoolDestroy(pool);
@@ -122,6 +129,8 @@ static bool fillThreadSlot(RtThreadSlot* slot, unsigned max_shader_messages)
     if (!slot->shading_pool || !slot->pools[0] || !slot->pools[1])
         return false;
     slot->messages = RvMessageBank(max_shader_messages, slot->shading_pool);
+    if (slot->messages)
+        hostStats()->message_bytes += bankBytes(*slot->messages);
     return slot->messages != nullptr;
 }
 

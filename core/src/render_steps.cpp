@@ -5,6 +5,7 @@
 #include "aovs/output_store.h"
 #include "buckets.h"
 #include "declare.h"
+#include "stats.h"
 
 namespace rv {
 
@@ -15,7 +16,7 @@ const RenderSteps present_steps = {
     .prepareOutputs = prepareOutputs,
     .runBuckets = runBuckets,
     .closeOutputs = closeOutputs,
-    .printStatistics = do_nothing,
+    .printStatistics = printStatistics,
 };
 
 } // namespace rv

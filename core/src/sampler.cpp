@@ -80,8 +80,8 @@ static void countIterator(const RtShaderGlobals* sg, bool outermost)
 {
     if (sg->state && sg->state->uncounted)
         return;
-    RtStats* const stats = rv::threadStats();
-    ++(outermost ? stats->sampler_iterators_outermost : stats->sampler_iterators_nested);
+    RtLightingCount& count = rv::threadStats()->lighting[RV_LIGHTING_CUSTOM];
+    ++(outermost ? count.primary : count.secondary);
 }
 
 // The rotation of the pixel that the thread works on.

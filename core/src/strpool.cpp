@@ -362,6 +362,16 @@ const char* RtStringPool::Summary()
     return summary;
 }
 
+int64_t RtStringPool::bytes()
+{
+    const rv::CritSecLock guard(&lock);
+    size_t sum = sizeof(RtStringPool) + capacity * (sizeof(Slot) + sizeof *tags);
+    for (unsigned i = 0; i < capacity; ++i)
+        if (slots[i].refs > 0 && slots[i].text)
+            sum += strlen(slots[i].text) + 1;
+    return int64_t(sum);
+}
+
 namespace rv {
 
 static RtStringPool* poolOfUniverse() { return the_frame ? the_frame->strings : nullptr; }

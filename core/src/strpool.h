@@ -35,6 +35,8 @@ struct RtStringPool {
     void Remove(const char* s);
     // One line about the saving, in `summary`.
     const char* Summary();
+    // What the pool itself and the strings in it take.
+    int64_t bytes();
 };
 
 namespace rv {

@@ -128,8 +128,8 @@ uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
 
 static void noteDepth(const RtRay& ray)
 {
-    uint32_t& max_depth = the_frame->stats[threadOf(ray)]->rays.max_depth;
-    max_depth = std::max<uint32_t>(max_depth, ray.level);
+    uint64_t& max_depth = the_frame->stats[threadOf(ray)]->rays.max_depth;
+    max_depth = std::max<uint64_t>(max_depth, ray.level);
 }
 
 // Counts the ray, finds its hits and counts them.
@@ -138,6 +138,8 @@ static uint32_t trace(const RtRay& ray, uint32_t capacity, RtHit* hits)
     countRay(ray);
     const uint32_t count = findHits(ray, capacity, hits);
     countHits(ray, count);
+    for (uint32_t i = 0; i < count; ++i)
+        noteHit(hits[i].object, threadOf(ray));
     return count;
 }
 

@@ -20,7 +20,7 @@ FLOORS = [
     ("shading and lights", "shaderglobals shader_eval shader_geometry bump radiosity importance brdf brdf_mis"
                            " integrators noise texture sss shaders/ lights/ cameras/"),
     ("output", "aovs/ filters/ drivers/ render_session"),
-    ("render control", "render buckets bucket_order stats builtin scene_passes sample_tables region render_steps"),
+    ("render control", "render buckets bucket_order stats stats_report builtin scene_passes sample_tables region render_steps"),
 ]
 FLOOR_OF = {module: floor for floor, (_, modules) in enumerate(FLOORS) for module in modules.split()}
 

@@ -171,7 +171,8 @@ TEST_F(ListObj, a_thousand_lists_inside_each_other_are_one_object)
                        .instance = nullptr,
                        .flags = nullptr,
                        .hits = &hit,
-                       .depth = 0 };
+                       .depth = 0,
+                       .inserted = 0 };
     const RtTraversal traversal = { .ray_type = RV_RAY_CAMERA,
                                     .thread = 0,
                                     .any_hit = false,

@@ -389,21 +389,21 @@ TEST_F(Samplers, the_same_scene_and_seed_give_identical_samples)
 TEST_F(Samplers, iterators_are_counted_as_nested_or_outermost_unless_the_context_is_uncounted)
 {
     const RtSampler* const sampler = make(1);
-    const RtStats& stats = *rv::threadStats();
-    const uint64_t nested = stats.sampler_iterators_nested;
-    const uint64_t outermost = stats.sampler_iterators_outermost;
+    const RtLightingCount& count = rv::threadStats()->lighting[RV_LIGHTING_CUSTOM];
+    const uint64_t nested = count.secondary;
+    const uint64_t outermost = count.primary;
     RvSamplerIterator(sampler, &sg);
     RvSamplerIterator(sampler, &sg);
     state.loop_samples = 1;
     RvSamplerIterator(sampler, &sg);
-    EXPECT_EQ(stats.sampler_iterators_outermost, outermost + 2);
-    EXPECT_EQ(stats.sampler_iterators_nested, nested + 1);
+    EXPECT_EQ(count.primary, outermost + 2);
+    EXPECT_EQ(count.secondary, nested + 1);
     state.uncounted = true;
     RvSamplerIterator(sampler, &sg);
     state.loop_samples = 0;
     RvSamplerIterator(sampler, &sg);
-    EXPECT_EQ(stats.sampler_iterators_outermost, outermost + 2);
-    EXPECT_EQ(stats.sampler_iterators_nested, nested + 1);
+    EXPECT_EQ(count.primary, outermost + 2);
+    EXPECT_EQ(count.secondary, nested + 1);
 }
 
 TEST(SamplersWithoutUniverse, nothing_is_made)

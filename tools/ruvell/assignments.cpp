@@ -291,6 +291,9 @@ static void checkArray(const std::vector<std::string>& value, int element_type)
                  count * std::max<size_t>(numbers, 1), element_type);
     if (numbers > 0)
         requireNumbers(value, first, element_type);
+    if (element_type == RV_TYPE_NODE || element_type == RV_TYPE_POINTER)
+        for (size_t i = first; i < value.size(); ++i)
+            requireNode(unquoted(value[i]));
 }
 
 static void checkNumbers(const std::vector<std::string>& value, int type)

@@ -44,6 +44,7 @@ std::shared_ptr<CLI::Formatter> makeHelpFormatter()
     auto formatter = std::make_shared<HelpFormatter>();
     formatter->column_width(name_width);
     formatter->label("SUBCOMMAND", "COMMAND");
+    formatter->label("Positionals", "Arguments");
     return formatter;
 }
 
@@ -75,7 +76,8 @@ std::vector<std::string> optionNames(const CLI::Option& option)
 
 std::string valueName(const CLI::Option& option)
 {
-    return option.get_items_expected_max() == 0 ? "" : option.get_type_name();
+    const std::string type = option.get_type_name(); // checks append what they accept after a colon
+    return option.get_items_expected_max() == 0 ? "" : type.substr(0, type.find(':'));
 }
 
 std::string positionalText(const CLI::Option& option)

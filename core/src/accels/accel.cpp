@@ -250,6 +250,7 @@ void RvAccelInsertHit(RtHitList& hits, float t, float u, float v, const RtTraver
     const uint32_t position = rv::positionOf(hits, t);
     if (position == hits.capacity)
         return;
+    ++hits.inserted;
     if (flags.opaque) {
         hits.count = position + 1;
         hits.maxdist = t;
@@ -290,5 +291,8 @@ void RvIntersectObject(RtGObject* object, const RtTraversal& traversal, const Rt
     RtGObject* const shape = rv::innermost(object);
     local.ignore_prim =
         rv::isOrigin(shape, traversal, hits) ? traversal.from_prim : rv_no_primitive;
+    const uint32_t inserted = hits.inserted;
     accel->intersect(shape, traversal, local, hits);
+    if (hits.inserted != inserted && rv::isContainer(shape))
+        rv::noteHit(shape, traversal.thread);
 }

@@ -71,6 +71,7 @@ struct RtHitList {
     const rv::ShapeParams* flags; // of that instance, or of the object being intersected
     RtHit* hits;                  // capacity entries
     uint32_t depth;               // objects that the ray is inside of
+    uint32_t inserted;            // hits so far, those that nearer ones drove out again included
 };
 
 // One structure, built once and then read by all threads.

@@ -3,7 +3,7 @@
 // Its object is a clone of the other shape's: geometry and structure are shared, the transform and
 // the common parameters are its own.
 #include "array.h"
-#include "objects/gobject.h"
+#include "objects/polymesh.h"
 #include "rv_msg.h"
 
 namespace rv {
@@ -114,6 +114,14 @@ static bool overridesTracesets(const RtNode* node)
     return isOverridden(node, *RvNodeEntryLookUpParameter(node->entry, "trace_sets"));
 }
 
+static void countInstance(const RtGObject* clone)
+{
+    RtStats* const stats = threadStats();
+    ++stats->geometry[geometryRow(clone)].instances;
+    if (clone->kind == RV_KIND_POLYMESH && clone->data && clone->visibility)
+        stats->visible_triangles += meshOf(clone)->ntriangles;
+}
+
 // ---- The node type ----
 
 static void initialize(RtNode* node, void* params)
@@ -144,7 +152,7 @@ static void initialize(RtNode* node, void* params)
     releaseMatrixParameter(node);
     updateVisibility(clone);
     enterScene(clone);
-    ++threadStats()->geometry[geometryRow(clone->kind)].instances;
+    countInstance(clone);
 }
 
 // A new matrix takes effect as it would have from the start.

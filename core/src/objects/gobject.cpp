@@ -536,6 +536,18 @@ RtGeometryRow geometryRow(RtObjectKind kind)
     }
 }
 
+RtGeometryRow geometryRow(const RtGObject* object)
+{
+    const bool is_mesh = object->kind == RV_KIND_POLYMESH && object->data;
+    return is_mesh ? meshOf(object)->row : geometryRow(object->kind);
+}
+
+void countFirstHit(RtGObject* object, int thread)
+{
+    if (!object->was_hit.exchange(true, std::memory_order_relaxed))
+        ++the_frame->stats[thread]->geometry[geometryRow(object)].objects_hit;
+}
+
 // ---- User bounds ----
 
 static RtBBox enlargedBox(const RtBBox& box, float slack)

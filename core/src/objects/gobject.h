@@ -62,11 +62,12 @@ struct RtGObject {
     RtGObject* previous_clone;
     RtList* scene_list; // the scene's list of top-level objects that holds the node, or null;
     struct RtListNode*
-        list_previous;        // the element before the node's, or null; under the scene lock
-    uint32_t memberships;     // places in the child arrays of lists
-    uint32_t revision;        // how often geometry or transform were brought up to date
-    bool matrices_are_cloned; // and counted as overhead of nodes, not as geometry
-    bool building;            // a thread is building accel; under `lock`
+        list_previous;         // the element before the node's, or null; under the scene lock
+    uint32_t memberships;      // places in the child arrays of lists
+    uint32_t revision;         // how often geometry or transform were brought up to date
+    bool matrices_are_cloned;  // and counted as overhead of nodes, not as geometry
+    bool building;             // a thread is building accel; under `lock`
+    std::atomic<bool> was_hit; // by a ray, which any thread may find first
 };
 
 // Makes the object of a shape node, which it becomes the local data of; from the node's Initialize.
@@ -206,8 +207,18 @@ void releaseMatrixParameter(RtNode* node);
 void updateVisibility(RtGObject* object);
 // Appends a visible object of a top-level node to the scene's lists.
 void enterScene(RtGObject* object);
-// Row of the geometry statistics that counts a kind.
+// Row of the geometry statistics that counts a kind, or an object: meshes that are refined, or
+// stand for other surfaces, have rows of their own.
 RtGeometryRow geometryRow(RtObjectKind kind);
+RtGeometryRow geometryRow(const RtGObject* object);
+// Counts an object that a ray of a thread hit, however often that happens once. Instances stand for
+// the shape they show.
+void countFirstHit(RtGObject* object, int thread);
+inline void noteHit(RtGObject* object, int thread)
+{
+    if (!object->was_hit.load(std::memory_order_relaxed))
+        countFirstHit(object, thread);
+}
 
 // Places in child arrays keep the record of an object alive, though not its contents, when its
 // node goes: the object is then invisible, has no node and an empty box.

@@ -70,6 +70,9 @@ static void countMesh(const RtPolyMesh& mesh)
 {
     RtStats* const stats = threadStats();
     ++stats->geometry[mesh.row].objects;
+    stats->unique_triangles += mesh.ntriangles;
+    if (mesh.object->visibility)
+        stats->visible_triangles += mesh.ntriangles;
     if (mesh.row != RV_GEOMETRY_POLYMESHES)
         return;
     stats->polygons.add(mesh.npolygons);

@@ -1,0 +1,134 @@
+"""Stopping a render: real signals, --timeout, and progress on a real pseudo-terminal."""
+import fcntl
+import os
+import pty
+import re
+import select
+import signal
+import struct
+import subprocess
+import termios
+import time
+import unittest
+from command_case import BALL, RUVELL, CommandCase
+
+# Minutes of work in small buckets.
+ENDLESS = ["-r", "3000x3000", "--aa", "12", "-D", "options.bucket_size=16", "-t", "2"]
+
+
+class Stopping(CommandCase):
+    def start(self, *arguments):
+        process = subprocess.Popen([RUVELL, "render", BALL, *arguments], cwd=self.folder, text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        return process
+
+    def wait_for(self, process, text):
+        for line in process.stderr:
+            if text in line:
+                return
+        self.fail(f"the command ended without saying {text!r}")
+
+    def test_an_interrupt_writes_a_valid_image_and_ends_with_130(self):
+        process = self.start(*ENDLESS, "-v")
+        self.wait_for(process, "starting 2 bucket workers")
+        time.sleep(1)
+        process.send_signal(signal.SIGINT)
+        self.wait_for(process, "interrupted: finishing the running buckets")
+        self.assertEqual(process.wait(timeout=60), 130)
+        image = self.png("ball.png")
+        self.assertEqual((image.width, image.height), (3000, 3000))
+        self.assertTrue(any(any(row) for row in image.rows), "finished buckets are in the image")
+
+    def test_a_second_interrupt_ends_the_process_at_once(self):
+        process = self.start(*ENDLESS[:2], "--aa", "64", "-D", "options.bucket_size=3000", "-v",
+                             "-D", "options.GI_diffuse_depth=3", "-D", "options.GI_diffuse_samples=20")
+        self.wait_for(process, "bucket workers of size")
+        time.sleep(0.5)
+        process.send_signal(signal.SIGINT)
+        self.wait_for(process, "Ctrl-C again aborts")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(timeout=10), 130)
+
+    def test_an_interrupt_while_loading_ends_the_process(self):
+        fifo = self.path("slow.rvs")
+        os.mkfifo(fifo)
+        process = self.start(fifo)
+        with open(fifo, "w", encoding="utf-8"):  # opened once the command reads
+            process.send_signal(signal.SIGINT)
+            self.assertEqual(process.wait(timeout=10), 130)
+
+    def test_an_interrupt_ends_a_sequence_of_frames(self):
+        process = self.start(*ENDLESS, "-v", "--frames", "1-3", "-o", "f.#.png")
+        self.wait_for(process, "starting 2 bucket workers")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(timeout=60), 130)
+        self.assertTrue(self.exists("f.1.png"))
+        self.assertFalse(self.exists("f.2.png"))
+
+    def test_the_timeout_writes_a_valid_image_and_ends_with_124(self):
+        start = time.monotonic()
+        process = self.start(*ENDLESS, "--timeout", "1500ms")
+        _, messages = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, 124)
+        self.assertIn("out of time: finishing the running buckets", messages)
+        self.assertLess(time.monotonic() - start, 40)
+        self.assertEqual(self.png("ball.png").width, 3000)
+
+    def test_a_timeout_that_is_not_reached_changes_nothing(self):
+        self.run_command("render", BALL, "--timeout", "1h30m")
+        self.assertEqual(self.png("ball.png").width, 64)
+
+
+class Terminal(CommandCase):
+    def run_on_terminal(self, *arguments, columns=100):
+        """What the command writes to a terminal, and its exit code."""
+        leader, follower = pty.openpty()
+        fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack("HHHH", 25, columns, 0, 0))
+        process = subprocess.Popen([RUVELL, *arguments], cwd=self.folder, stdin=follower,
+                                   stdout=follower, stderr=follower)
+        os.close(follower)
+        output = b""
+        while True:
+            try:
+                if select.select([leader], [], [], 60)[0]:
+                    output += os.read(leader, 65536)
+            except OSError:  # the other side is closed
+                break
+        os.close(leader)
+        return output.decode(), process.wait(timeout=60)
+
+    def test_progress_is_one_line_renewed_in_place(self):
+        output, code = self.run_on_terminal("render", BALL, "-r", "400x300", "--aa", "4")
+        self.assertEqual(code, 0)
+        self.assertNotIn("\n", output)
+        states = [state for state in output.split("\r\x1b[K") if state]
+        self.assertGreater(len(states), 5)
+        form = re.compile(r"^ *\d+%  \d+ rays/pixel  \d+:\d\d elapsed  (\d+:\d\d|-:--) left$")
+        for state in states:
+            self.assertRegex(state, form)
+        self.assertTrue(output.endswith("\r\x1b[K"), "the line is taken away in the end")
+
+    def test_the_clock_runs_between_the_messages_of_the_library(self):
+        output, code = self.run_on_terminal("render", BALL, *ENDLESS, "--timeout", "4s")
+        self.assertEqual(code, 124)
+        clocks = set(re.findall(r"(\d+:\d\d) elapsed", output))
+        self.assertTrue({"0:01", "0:02"} <= clocks, clocks)
+
+    def test_messages_do_not_tear_the_line(self):
+        output, _ = self.run_on_terminal("render", BALL, "-v", "--aa", "4")
+        for line in output.split("\r\n"):
+            visible = line.split("\x1b[K")[-1]
+            self.assertNotRegex(visible, r"left.+rendering|% .*render done")
+
+    def test_the_line_fits_the_terminal(self):
+        output, _ = self.run_on_terminal("render", BALL, columns=20)
+        for state in output.split("\r\x1b[K"):
+            self.assertLess(len(state), 20)
+
+
+if __name__ == "__main__":
+    unittest.main()
