@@ -119,7 +119,8 @@ class Braces(SceneCase):
                 self.assertTrue(any("'}'" in message for _, message in found), found)
 
     def test_unclosed_overrides(self):
-        self.assert_finds(self.check_text("override\n{\n a radius 1\n"), 3, "not closed")
+        self.assert_finds(self.check_text("override\n{\n a radius 1\n"), 1, "not closed")
+        self.assert_finds(self.check_text("override\n{\n a radius 1"), 3, "not closed")
         self.assert_finds(self.check_text("sphere { name a }\noverride { a radius 1\n"), 2,
                           "not closed")
 
@@ -129,7 +130,7 @@ class Includes(SceneCase):
         self.write("part.rvs", "\n\nsphere { radios 1 }\n")
         self.write("scene.rvs", 'include "part.rvs"\nsphere { rodius 1 }\n')
         self.assertEqual([(file, line) for file, line, _ in self.findings("scene.rvs")],
-                         [("part.rvs", 3), ("scene.rvs", 2)])
+                         [("scene.rvs", 2), ("part.rvs", 3)])
 
     def test_the_search_path_of_the_scene_is_followed(self):
         self.write_bytes("lib/part.rvs", b"sphere { radios 1 }\n")

@@ -39,7 +39,7 @@ class SafeCase(SceneCase):
             self.assertEqual(result.returncode, 1, output)
             self.assertIn("not allowed in safe mode: ", output)
             self.assertIn(message, output)
-            self.assertIn(name + ":", output)
+            self.assertRegex(output, r"scene/\w+\.rvs:[0-9]+: error: not allowed")
         self.assertFalse(self.exists("scene/out.rvs"))
 
     def allowed(self, text, *arguments):
@@ -55,9 +55,10 @@ class Refusals(SafeCase):
                 continue
             with self.subTest(os.path.basename(path)):
                 shutil.copytree(HOSTILE, self.path("copy"), dirs_exist_ok=True)
-                name = os.path.join("copy", os.path.basename(path))
+                name = os.path.basename(path)
                 for command in ["check"], ["render"], ["info"]:
-                    result = self.run_within_limit(*command, "--safe", name)
+                    result = self.run_within_limit(*command, "--safe", name,
+                                                   folder=self.path("copy"))
                     self.assertEqual(result.returncode, 1, result.stdout + result.stderr)
                 self.assertEqual(glob.glob(self.path("**/escaped*"), recursive=True), [])
 

@@ -11,6 +11,7 @@ static constexpr size_t max_messages = 10000; // of different ones
 
 void Findings::add(Finding finding)
 {
+    nameFile(finding.place.file);
     if (occurrences.size() >= max_messages && finding.effect == Effect::none)
         return;
     // A problem that stops the load must not drown in others of the same text.
@@ -32,13 +33,9 @@ bool Findings::has(Effect effect) const
 
 std::vector<Finding> Findings::sorted() const
 {
-    std::map<std::string, size_t> order;
-    for (const Finding& finding : kept)
-        order.emplace(finding.place.file, order.size());
-
     std::vector<Finding> result = kept;
     std::stable_sort(result.begin(), result.end(), [&](const Finding& a, const Finding& b) {
-        const size_t file_a = order[a.place.file], file_b = order[b.place.file];
+        const size_t file_a = file_order.at(a.place.file), file_b = file_order.at(b.place.file);
         return file_a != file_b ? file_a < file_b : a.place.line < b.place.line;
     });
 

@@ -51,6 +51,8 @@ struct Finding {
 
 class Findings {
 public:
+    // Files are listed in the order in which they are first named.
+    void nameFile(const std::string& file) { file_order.emplace(file, file_order.size()); }
     // Of one and the same message the first few are kept, the others counted.
     void add(Finding finding);
 
@@ -58,13 +60,14 @@ public:
     bool empty() const { return kept.empty(); }
     bool has(Topic topic) const;
     bool has(Effect effect) const;
-    // In order of file (as first mentioned) and line, with a last one for each message that
+    // In order of file and line, with a last one for each message that
     // occurred too often to be listed.
     std::vector<Finding> sorted() const;
 
 private:
     std::vector<Finding> kept;
     std::map<std::string, int> occurrences; // by message
+    std::map<std::string, size_t> file_order;
 };
 
 // "file:line: error: message (hint)".

@@ -1,9 +1,11 @@
 // Safe mode: rules, what they refuse before loading, and what the system enforces afterwards.
 #include "safe.h"
 #include "confine.h"
+#include "library_log.h"
 #include "report.h"
 #include "scene_paths.h"
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -123,6 +125,15 @@ static void reportNoMemory()
     std::_Exit(1);
 }
 
+void explainLackOfMemory(const std::string& message)
+{
+    static std::atomic_flag is_said;
+    const bool is_meant = message.find("can't allocate") != std::string::npos ||
+                          message.find("can't reallocate") != std::string::npos;
+    if (is_meant && !is_said.test_and_set())
+        std::fputs(out_of_memory, stderr);
+}
+
 // The metadata file beside the library is read for every universe.
 static std::string libraryFolder()
 {
@@ -140,6 +151,8 @@ void SafetyRules::enforce(const std::vector<std::string>& outputs) const
                   "ruvell: error: the scene needs more memory than the %llu MB of --max-memory\n",
                   static_cast<unsigned long long>(settings.max_memory >> 20));
     std::set_new_handler(reportNoMemory);
+    setListener(RV_LOG_ERRORS,
+                [](int, const std::string& text, int) { explainLackOfMemory(text); });
     if (!limitMemory(settings.max_memory))
         reportWarning("the memory cannot be bounded on this system");
 

@@ -77,6 +77,9 @@ private:
     std::vector<std::string> roots, files; // real paths
 };
 
+// When a message of the library tells that memory has run out, says once whose bound that is.
+void explainLackOfMemory(const std::string& message);
+
 // Call it in an open universe before the scenes are loaded: it reports on standard error, and
 // returns false for, scenes whose loading would not end and, in safe mode, scenes that want what is
 // not allowed; then it confines the process.

@@ -113,6 +113,7 @@ Place SceneScan::here(const Input& in) const
 uint32_t SceneScan::fileIndex(const std::string& shown)
 {
     file_names.push_back(shown);
+    findings.nameFile(shown);
     return static_cast<uint32_t>(file_names.size() - 1);
 }
 

@@ -106,6 +106,9 @@ static bool loadAndShow(const SceneSettings& settings, const SceneSource& source
         if (message.file == source.path)
             message.file = source.shown;
     showMessages(messages);
+    if (settings.safety.is_on)
+        for (const LoadMessage& message : messages)
+            explainLackOfMemory(message.text);
     if (result != 0)
         reportError("cannot load " + source.shown);
     return result == 0;

@@ -45,9 +45,12 @@ void SceneLexer::refill()
 {
     const int count = file ? gzread(file, buffer.data(), buffer_size) : 0;
     reached_end = count <= 0;
-    read_error |= count < 0;
     if (!file)
         return;
+    int code = Z_OK;
+    if (count <= 0)
+        gzerror(file, &code);
+    read_error |= code != Z_OK && code != Z_STREAM_END;
     cursor = buffer.data();
     data_end = cursor + std::max(count, 0);
     buffer[static_cast<size_t>(std::max(count, 0))] = end_marker;

@@ -40,10 +40,9 @@ bool isDanglingLink(const std::string& path)
 std::string realPath(const std::string& path)
 {
     std::error_code error;
-    const std::filesystem::path real = std::filesystem::weakly_canonical(path, error);
-    if (!error)
-        return real.string();
-    return std::filesystem::absolute(path, error).lexically_normal().string();
+    const std::filesystem::path whole = std::filesystem::absolute(path, error);
+    const std::filesystem::path real = std::filesystem::weakly_canonical(whole, error);
+    return error ? whole.lexically_normal().string() : real.string();
 }
 
 std::string folderOf(const std::string& path)
