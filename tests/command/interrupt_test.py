@@ -12,8 +12,11 @@ import time
 import unittest
 from command_case import BALL, RUVELL, CommandCase
 
-# Minutes of work in small buckets.
-ENDLESS = ["-r", "3000x3000", "--aa", "12", "-D", "options.bucket_size=16", "-t", "2"]
+# Minutes of work in small buckets, those with something to see first.
+ENDLESS = ["-r", "400x400", "--aa", "60", "-t", "2", "-D", "options.bucket_scanning=spiral"]
+# Minutes of work in each row of pixels, where the library looks for requests to stop.
+SLOW_ROWS = ["-D", "options.GI_diffuse_depth=3", "-D", "options.GI_diffuse_samples=20",
+             "-D", "options.bucket_size=64"]
 
 
 class Stopping(CommandCase):
@@ -33,19 +36,17 @@ class Stopping(CommandCase):
         self.fail(f"the command ended without saying {text!r}")
 
     def test_an_interrupt_writes_a_valid_image_and_ends_with_130(self):
-        process = self.start(*ENDLESS, "-v")
-        self.wait_for(process, "starting 2 bucket workers")
-        time.sleep(1)
+        process = self.start(*ENDLESS)
+        self.wait_for(process, "rays/pixel")  # the first bucket is done
         process.send_signal(signal.SIGINT)
         self.wait_for(process, "interrupted: finishing the running buckets")
         self.assertEqual(process.wait(timeout=60), 130)
         image = self.png("ball.png")
-        self.assertEqual((image.width, image.height), (3000, 3000))
+        self.assertEqual((image.width, image.height), (400, 400))
         self.assertTrue(any(any(row) for row in image.rows), "finished buckets are in the image")
 
     def test_a_second_interrupt_ends_the_process_at_once(self):
-        process = self.start(*ENDLESS[:2], "--aa", "64", "-D", "options.bucket_size=3000", "-v",
-                             "-D", "options.GI_diffuse_depth=3", "-D", "options.GI_diffuse_samples=20")
+        process = self.start(*ENDLESS, *SLOW_ROWS, "-v")
         self.wait_for(process, "bucket workers of size")
         time.sleep(0.5)
         process.send_signal(signal.SIGINT)
@@ -76,7 +77,7 @@ class Stopping(CommandCase):
         self.assertEqual(process.returncode, 124)
         self.assertIn("out of time: finishing the running buckets", messages)
         self.assertLess(time.monotonic() - start, 40)
-        self.assertEqual(self.png("ball.png").width, 3000)
+        self.assertEqual(self.png("ball.png").width, 400)
 
     def test_a_timeout_that_is_not_reached_changes_nothing(self):
         self.run_command("render", BALL, "--timeout", "1h30m")
