@@ -31,6 +31,7 @@ struct Command {
     bool is_hidden = false;       // works, but is left out of help, completion and man page
 };
 
+extern const Command command_check;
 extern const Command command_completion;
 extern const Command command_convert;
 extern const Command command_info;

@@ -52,6 +52,10 @@ static bool loadObjFile(const std::string& file)
         reportError(file + ": " + std::strerror(errno));
         return false;
     }
+    TrustedPaths trusted = trustedPaths(settings.scene);
+    trusted.read.push_back(file);
+    if (!prepareScenes(SceneSources({}), settings.scene.safety, trusted))
+        return false;
     RtNode* procedural = RvNode("procedural");
     RvNodeSetStr(procedural, "dso", file.c_str());
     return procedural != nullptr;
@@ -93,6 +97,7 @@ static int run(CLI::App&)
 {
     if (!openLog(settings.scene.log) || !checkFolderOf(settings.output))
         return exit_failure;
+    settings.scene.written_files = { settings.output };
     const Universe universe(settings.scene);
     return loadInput() && writeOutput() ? exit_success : exit_failure;
 }

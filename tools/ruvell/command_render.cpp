@@ -216,6 +216,10 @@ static std::vector<std::string> filesOfFrame(std::optional<int> frame)
 // All that must be in order before the first bucket.
 static bool prepareScene(std::optional<int> frame)
 {
+    settings.scene.written_files.clear();
+    for (const std::string& file : { settings.output, settings.statistics_file })
+        if (!file.empty())
+            settings.scene.written_files.push_back(file);
     if (!loadScenes(settings.scene, filesOfFrame(frame)))
         return false;
     applyOptions();

@@ -4,8 +4,8 @@
 namespace ruvell {
 
 static const Command* const command_list[] = {
-    &command_render,  &command_info,       &command_convert, &command_nodes,
-    &command_version, &command_completion, &command_manual,
+    &command_render, &command_check,   &command_info,       &command_convert,
+    &command_nodes,  &command_version, &command_completion, &command_manual,
 };
 
 static const std::pair<int, const char*> exit_code_texts[] = {

@@ -3,12 +3,12 @@
 #include "build_info.h"
 #include "report.h"
 #include "terminal.h"
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <ruvell/rv.h>
 #include <sstream>
 #include <sys/mman.h>
@@ -194,30 +194,53 @@ std::string CaptureScope::text() const
     }
 }
 
-// A line is "HH:MM:SS", the memory, the severity column, tab + 1 blanks, for warnings and errors
-// during parsing "line N: ", and the text. Lines of another form continue the text before.
+// Where the severity column of a line begins: behind "HH:MM:SS" and the memory. 0 for a line of
+// another form.
+static size_t severityColumn(const std::string& line)
+{
+    static constexpr size_t clock_length = 8;
+    const size_t unit = line.find("mb ", clock_length);
+    if (unit == std::string::npos || line[2] != ':' || line[5] != ':' || line[clock_length] != ' ')
+        return 0;
+    if (line.find_first_not_of(" 0123456789", clock_length) != unit)
+        return 0;
+    return unit + 3;
+}
+
+// Takes "line N: " from the front of the text of a warning or error.
+static void takeLine(LoadMessage& message)
+{
+    if (message.severity == severity_plain || !message.text.starts_with("line "))
+        return;
+    const size_t first = 5, end = message.text.find_first_not_of("0123456789", first);
+    if (end == first || end - first > 9 || message.text.compare(end, 2, ": ") != 0)
+        return;
+    message.line = std::atoi(message.text.c_str() + first);
+    message.text.erase(0, end + 2);
+}
+
+// A line is "HH:MM:SS", the memory, the severity column, a bar, tab + 1 blanks, for warnings and
+// errors during parsing "line N: ", and the text. Lines of another form continue the text before.
+// Texts have any length, which regular expressions of the standard library do not survive.
 static std::vector<LoadMessage> parseLog(const std::string& log)
 {
-    static const std::regex form("[0-9]{2}:[0-9]{2}:[0-9]{2} +[0-9]+mb "
-                                 "(        |WARNING |ERROR   |FATAL   )\\|( +)(.*)");
-    static const std::regex located("line ([0-9]{1,9}): (.*)");
+    static constexpr size_t severity_length = 8;
     std::vector<LoadMessage> messages;
     std::istringstream lines(log);
     for (std::string line; std::getline(lines, line);) {
-        std::smatch part;
-        if (!std::regex_match(line, part, form)) {
+        const size_t column = severityColumn(line);
+        const size_t bar = column + severity_length;
+        if (column == 0 || line.size() <= bar || line[bar] != '|') {
             if (!messages.empty())
                 messages.back().text += "\n" + line;
             continue;
         }
+        const size_t text = std::min(line.find_first_not_of(' ', bar + 1), line.size());
         LoadMessage message;
-        message.severity = severityOf(part[1].str());
-        message.tab = static_cast<int>(part[2].length()) - 1;
-        message.text = part[3].str();
-        if (message.severity != severity_plain && std::regex_match(message.text, part, located)) {
-            message.line = std::atoi(part[1].str().c_str());
-            message.text = part[2].str();
-        }
+        message.severity = severityOf(line.substr(column, severity_length));
+        message.tab = static_cast<int>(text - bar) - 2;
+        message.text = line.substr(text);
+        takeLine(message);
         messages.push_back(message);
     }
     return messages;
@@ -232,6 +255,8 @@ struct OpenFile {
     std::string name;
     int tab;
     std::string included; // the last file it has included, if any
+    int load;             // how many were announced before
+    int segment;          // how many it has included
 };
 
 } // namespace
@@ -239,13 +264,16 @@ struct OpenFile {
 // The name in "loading NAME ..."; empty for other messages, among them those about plug-ins.
 static std::string announcedFile(const LoadMessage& message)
 {
-    static const std::regex form("loading (?!plugins from |plugin: )(.*) \\.\\.\\.");
-    std::smatch part;
+    static constexpr std::string_view begin = "loading ", end = " ...";
+    const std::string& text = message.text;
     if (message.severity != severity_plain)
         return "";
-    if (message.text == "reading from stdin ...")
+    if (text == "reading from stdin ...")
         return "standard input";
-    return std::regex_match(message.text, part, form) ? part[1].str() : "";
+    if (!text.starts_with(begin) || !text.ends_with(end) || text.starts_with("loading plugin: ") ||
+        text.starts_with("loading plugins from "))
+        return "";
+    return text.substr(begin.size(), text.size() - begin.size() - end.size());
 }
 
 static void closeEndedFiles(std::vector<OpenFile>& open, const LoadMessage& message)
@@ -253,8 +281,10 @@ static void closeEndedFiles(std::vector<OpenFile>& open, const LoadMessage& mess
     while (!open.empty() && message.tab <= open.back().tab) {
         const std::string ended = open.back().name;
         open.pop_back();
-        if (!open.empty())
+        if (!open.empty()) {
             open.back().included = ended;
+            ++open.back().segment;
+        }
     }
 }
 
@@ -271,9 +301,11 @@ static void locate(LoadMessage& message, const std::vector<OpenFile>& open)
     else if (could_not_open)
         return;
     message.file = file->name;
+    message.load = file->load;
+    message.segment = file->segment;
+    message.counted_line = message.line;
     if (!file->included.empty() && message.line > 0) {
-        message.text += " (line " + std::to_string(message.line) + " after the one that includes " +
-                        file->included + ")";
+        message.included = file->included;
         message.line = 0;
     }
 }
@@ -281,10 +313,11 @@ static void locate(LoadMessage& message, const std::vector<OpenFile>& open)
 static void locateAll(std::vector<LoadMessage>& messages)
 {
     std::vector<OpenFile> open;
+    int loads = 0;
     for (LoadMessage& message : messages) {
         closeEndedFiles(open, message);
         if (const std::string name = announcedFile(message); !name.empty())
-            open.push_back({ name, message.tab, "" });
+            open.push_back({ name, message.tab, "", loads++, 0 });
         else if (message.severity != severity_plain)
             locate(message, open);
     }
@@ -294,7 +327,11 @@ std::string LoadMessage::located() const
 {
     if (file.empty())
         return text;
-    return file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
+    std::string located = file + (line > 0 ? ":" + std::to_string(line) : "") + ": " + text;
+    if (!included.empty())
+        located += " (line " + std::to_string(counted_line) + " after the one that includes " +
+                   included + ")";
+    return located;
 }
 
 std::vector<LoadMessage> captureMessages(const std::function<void()>& load)

@@ -43,6 +43,15 @@ struct LoadMessage {
     int line = 0;     // counted from 1; 0 when unknown
     std::string file; // empty outside of a file
     std::string text; // without file and line
+    // A file that is included in this one. When it is given, the line is not known but counted
+    // from where that file ended.
+    std::string included;
+
+    // Where the library was: in the how-manieth file of the capture, behind how many of the files
+    // it includes, on which line as the library counts them.
+    int load = -1;
+    int segment = 0;
+    int counted_line = 0;
 
     // "scene.rvs:12: text", as far as they are known.
     std::string located() const;

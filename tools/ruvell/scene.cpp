@@ -2,6 +2,7 @@
 #include "scene.h"
 #include "report.h"
 #include "text.h"
+#include <algorithm>
 #include <sstream>
 
 namespace ruvell {
@@ -29,6 +30,7 @@ void addSceneOptions(CLI::App& app, SceneSettings& settings)
         ->expected(1)
         ->allow_extra_args(false)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addSafetyOptions(app, settings.safety);
     addLogOptions(app, settings.log);
 }
 
@@ -75,24 +77,50 @@ static void extendSearchPaths(const SceneSettings& settings)
     extendSearchPath("texture_searchpath", settings.search_dirs);
 }
 
-static bool loadScene(const std::string& file)
+int loadScene(const SceneSettings& settings, const std::string& file)
+{
+    extendSearchPaths(settings);
+    const int result = RvRVSLoad(file.c_str());
+    extendSearchPaths(settings);
+    return result;
+}
+
+TrustedPaths trustedPaths(const SceneSettings& settings)
+{
+    TrustedPaths trusted;
+    trusted.searched = settings.search_dirs;
+    trusted.read = settings.plugin_dirs;
+    trusted.written = settings.written_files;
+    if (!settings.log.log_file.empty())
+        trusted.written.push_back(settings.log.log_file);
+    trusted.has_plugins = !settings.plugin_dirs.empty();
+    return trusted;
+}
+
+static bool loadAndShow(const SceneSettings& settings, const SceneSource& source)
 {
     int result = 0;
-    showMessages(captureMessages([&] { result = RvRVSLoad(file.c_str()); }));
+    std::vector<LoadMessage> messages =
+        captureMessages([&] { result = loadScene(settings, source.path); });
+    for (LoadMessage& message : messages)
+        if (message.file == source.path)
+            message.file = source.shown;
+    showMessages(messages);
+    if (settings.safety.is_on)
+        for (const LoadMessage& message : messages)
+            explainLackOfMemory(message.text);
     if (result != 0)
-        reportError("cannot load " + (file == "-" ? "standard input" : file));
+        reportError("cannot load " + source.shown);
     return result == 0;
 }
 
 bool loadScenes(const SceneSettings& settings, const std::vector<std::string>& files)
 {
-    extendSearchPaths(settings);
-    for (const std::string& file : files) {
-        if (!loadScene(file))
-            return false;
-        extendSearchPaths(settings);
-    }
-    return true;
+    const SceneSources sources(files);
+    if (!prepareScenes(sources, settings.safety, trustedPaths(settings)))
+        return false;
+    return std::all_of(sources.list().begin(), sources.list().end(),
+                       [&](const SceneSource& source) { return loadAndShow(settings, source); });
 }
 
 // ---- Nodes ----

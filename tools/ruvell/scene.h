@@ -3,6 +3,7 @@
 #define RUVELL_SCENE_H
 
 #include "library_log.h"
+#include "safe.h"
 #include <CLI/CLI.hpp>
 #include <ruvell/rv.h>
 #include <string>
@@ -14,9 +15,11 @@ struct SceneSettings {
     std::vector<std::string> plugin_dirs;
     std::vector<std::string> search_dirs;
     LogSettings log;
+    SafetySettings safety;
+    std::vector<std::string> written_files; // by the command itself, as its options say
 };
 
-// Declares --plugins, --search and the options of the log.
+// Declares --plugins, --search, the options of safe mode and those of the log.
 void addSceneOptions(CLI::App& app, SceneSettings& settings);
 
 // Declares --plugins alone, for commands without a scene.
@@ -32,8 +35,15 @@ public:
 };
 
 // Loads scene files, "-" for standard input, into the open universe, one after the other, and shows
-// the messages. False after the first that fails.
+// the messages. False after the first that fails, and when prepareScenes() finds that they must not
+// be loaded.
 bool loadScenes(const SceneSettings& settings, const std::vector<std::string>& files);
+
+// One of them, without showing messages; 0 when it was loaded.
+int loadScene(const SceneSettings& settings, const std::string& file);
+
+// What safe mode lets the command itself do.
+TrustedPaths trustedPaths(const SceneSettings& settings);
 
 // Nodes of the kinds in the mask, in order of creation.
 std::vector<RtNode*> nodesOfKind(unsigned int mask);

@@ -1,0 +1,262 @@
+"""What --safe keeps a scene from, with the scan alone and where the scan is gone around."""
+import glob
+import os
+import shutil
+import unittest
+from scene_case import SCENES, SceneCase
+
+HOSTILE = os.path.join(SCENES, "hostile")
+RENDERABLE = """
+options { xres 8 yres 8 outputs "RGBA RGBA f d" }
+box_filter { name f }
+driver_png { name d filename "out.png" }
+persp_camera { name eye position 0 0 5 look_at 0 0 0 }
+sphere { name ball radius 1 shader skin }
+flat { name skin color tex }
+image { name tex filename "" }
+procedural { name proc min -1 -1 -1 max 1 1 1 }
+"""
+
+
+class SafeCase(SceneCase):
+    def setUp(self):
+        super().setUp()
+        # The scene may read below `scene`, nothing beside it.
+        os.mkdir(self.path("scene"))
+        self.write_bytes("outside/part.rvs", b"sphere { name stolen }\n")
+
+    def scene(self, text, name="scene/scene.rvs"):
+        self.write_bytes(name, text.encode())
+        return name
+
+    def refused(self, text, message, *arguments):
+        """Every command that loads scenes refuses this one, with the file and line."""
+        name = self.scene(text)
+        for command in ("check",), ("render", "-q"), ("info",), ("convert",):
+            target = ["scene/out.rvs"] if command == ("convert",) else []
+            result = self.run_within_limit(*command, "--safe", *arguments, name, *target)
+            output = result.stdout + result.stderr
+            self.assertEqual(result.returncode, 1, output)
+            self.assertIn("not allowed in safe mode: ", output)
+            self.assertIn(message, output)
+            self.assertRegex(output, r"scene/\w+\.rvs:[0-9]+: error: not allowed")
+        self.assertFalse(self.exists("scene/out.rvs"))
+
+    def allowed(self, text, *arguments):
+        name = self.scene(text)
+        result = self.run_within_limit("check", "--safe", *arguments, name)
+        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
+
+
+class Refusals(SafeCase):
+    def test_hostile_scenes_are_refused_by_every_command(self):
+        for path in sorted(glob.glob(os.path.join(HOSTILE, "*.rvs"))):
+            if path.endswith("_inner.rvs"):
+                continue
+            with self.subTest(os.path.basename(path)):
+                shutil.copytree(HOSTILE, self.path("copy"), dirs_exist_ok=True)
+                name = os.path.basename(path)
+                for command in ["check"], ["render"], ["info"]:
+                    result = self.run_within_limit(*command, "--safe", name,
+                                                   folder=self.path("copy"))
+                    self.assertEqual(result.returncode, 1, result.stdout + result.stderr)
+                self.assertEqual(glob.glob(self.path("**/escaped*"), recursive=True), [])
+
+    def test_commands_are_not_run(self):
+        for text in ('include "|touch escaped"', 'include <|touch escaped>',
+                     'procedural { dso "|touch escaped; cat .rvs" load_at_init on }',
+                     'procedural { name p }\noverride { p dso "|touch escaped; cat .rvs"\n}'):
+            with self.subTest(text):
+                self.refused(text + "\n", "reading from the command")
+                self.assertFalse(self.exists("escaped"))
+        # The test is worth something only if the command is run otherwise.
+        self.run_within_limit("info", self.scene('include "|touch escaped"\n'))
+        self.assertTrue(self.exists("escaped"))
+
+    def test_a_scene_argument_cannot_be_a_command(self):
+        result = self.run_within_limit("info", "--safe", "|touch escaped")
+        self.assertEqual(result.returncode, 1)
+        self.assertFalse(self.exists("escaped"))
+
+    def test_standard_input_cannot_be_included(self):
+        self.refused("include <->\n", "reading from standard input")
+
+    def test_plugins_are_not_loaded(self):
+        self.refused('options { shader_searchpath "plugins" }\n', "loading plug-ins")
+        self.refused("options { shader_searchpath plugins }\n", "loading plug-ins")
+        self.refused('override { options shader_searchpath "plugins"\n}\n', "loading plug-ins")
+
+    def test_libraries_are_not_loaded(self):
+        self.refused('procedural { name p dso "libx" }\n', "loading the library")
+        self.refused('procedural { name p dso "x.rvs.so" }\n', "loading the library")
+        self.refused("procedural { name p dso libx.so }\n", "loading the library")
+
+    def test_files_outside_of_the_roots_are_not_read(self):
+        for text in ('include "outside/part.rvs"', 'include "scene/../outside/part.rvs"',
+                     f'include "{self.path("outside/part.rvs")}"',
+                     'procedural { dso "outside/part.rvs" }', 'procedural { dso "outside/x.obj" }',
+                     'image { filename "outside/a.png" }', 'image { image_map "/etc/passwd" }',
+                     "image { filename /etc/passwd }",
+                     'options { texture_searchpath "scene;outside" }',
+                     'options { procedural_searchpath "/etc" }'):
+            with self.subTest(text):
+                self.refused(text + "\n", "outside of the roots")
+
+    def test_symbolic_links_do_not_lead_out(self):
+        os.symlink(self.path("outside/part.rvs"), self.path("scene/link.rvs"))
+        os.symlink(self.path("outside"), self.path("scene/folder"))
+        os.symlink(self.path("outside/new.png"), self.path("scene/new.png"))
+        self.refused('include "scene/link.rvs"\n', "outside of the roots")
+        self.refused('include "scene/folder/part.rvs"\n', "outside of the roots")
+        self.refused('driver_png { filename "scene/folder/new.png" }\n', "outside of the roots")
+        self.refused('driver_png { filename "scene/new.png" }\n', "symbolic link")
+
+    def test_files_outside_of_the_roots_are_not_written(self):
+        self.refused('driver_png { filename "outside/a.png" }\n', "outside of the roots")
+        self.refused('driver_exr { filename "/usr/a.exr" }\n', "outside of the roots")
+        self.refused('driver_png { filename "scene/scene.rvs" }\n', "writing over the scene")
+
+    def test_nested_scenes_of_procedurals_do_not_escape(self):
+        self.write("scene/a.rvs", 'procedural { name b dso "scene/b.rvs" }\n')
+        self.write("scene/b.rvs", 'include "outside/part.rvs"\n')
+        name = self.scene('procedural { name a dso "scene/a.rvs" }\n')
+        result = self.run_within_limit("check", "--safe", name)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("scene/b.rvs:1: error: not allowed in safe mode", result.stdout)
+
+    def test_a_procedural_that_loads_itself_is_refused(self):
+        self.scene('procedural { name a dso "scene/scene.rvs" }\n')
+        result = self.run_within_limit("render", "--safe", "scene/scene.rvs")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("loads itself", result.stderr)
+
+    def test_overrides_of_nodes_to_come_are_looked_at(self):
+        self.write("scene/a.rvs", 'procedural { name inner }\n')
+        self.refused('override { inner dso "outside/part.rvs"\n}\n'
+                     'procedural { name outer dso "scene/a.rvs" }\n', "outside of the roots")
+
+    def test_nothing_hides_behind_broken_text(self):
+        for text in ("sphere { radius }\n", "sphere name a\n", "sphere { name a\0 }\n",
+                     "} sphere { name a }\n", "sphere { name a\n", "sphere { name \xff }\n"):
+            with self.subTest(text):
+                self.write_bytes("scene/scene.rvs", text.encode("latin-1"))
+                result = self.run_within_limit("check", "--safe", "scene/scene.rvs")
+                self.assertEqual(result.returncode, 1)
+                result = self.run_within_limit("info", "--safe", "scene/scene.rvs")
+                self.assertEqual(result.returncode, 1, result.stdout)
+
+
+class Permissions(SafeCase):
+    def test_what_is_inside_of_the_roots_is_allowed(self):
+        self.write_bytes("scene/part.rvs", b"sphere { name a }\n")
+        self.write_bytes("scene/a.png", b"")
+        self.allowed('include "scene/part.rvs"\nimage { name i filename "scene/a.png" }\n'
+                     'driver_png { name d filename "scene/out.png" }\n')
+
+    def test_roots_are_given_by_root(self):
+        include = 'include "outside/part.rvs"\n'
+        self.allowed(include, "--root", "scene", "--root", "outside")
+        self.allowed(include, "--root", "outside")
+        self.refused(include, "outside of the roots", "--root", "scene")
+
+    def test_folders_given_by_search_may_be_read(self):
+        self.allowed('include "part.rvs"\n', "--search", "outside")
+
+    def test_a_scene_from_standard_input_has_the_current_folder(self):
+        self.run_command("info", "--safe", "-", stdin='include "outside/part.rvs"\n')
+        self.refuses_input('include "/etc/hostname"\n')
+
+    def refuses_input(self, text):
+        result = self.run_command("info", "--safe", "-", stdin=text, code=1)
+        self.assertIn("standard input:1: error: not allowed in safe mode", result.stderr)
+
+    def test_a_safe_render_writes_its_images(self):
+        self.write("scene.rvs", RENDERABLE.replace("proc min", "proc dso \"part.rvs\" min"))
+        self.write("part.rvs", "sphere { name inner radius 0.2 }\n")
+        self.run_command("render", "--safe", "-q", "scene.rvs")
+        self.assertEqual(self.png("out.png").width, 8)
+        os.mkdir(self.path("else"))
+        for name in "else/a.png", "else/a.tif", "else/a.exr", "else/a.jpg":
+            self.run_command("render", "--safe", "-q", "scene.rvs", "-o", name)
+            self.assertTrue(self.exists(name))
+
+    def test_options_of_safe_mode_need_it(self):
+        self.write("scene.rvs", "")
+        for option in ("--root", "."), ("--max-memory", "1G"), ("--max-nodes", "5"):
+            self.run_command("info", *option, "scene.rvs", code=2)
+
+
+class Limits(SafeCase):
+    def test_the_number_of_nodes_is_bounded(self):
+        nodes = "sphere { radius 1 }\n"
+        self.allowed(nodes * 10, "--max-nodes", "10")
+        self.refused(nodes * 11, "more than 10 nodes", "--max-nodes", "10")
+
+    def test_included_nodes_and_those_of_procedurals_count_each_time(self):
+        self.write("scene/five.rvs", "sphere { radius 1 }\n" * 5)
+        include = 'include "scene/five.rvs"\n'
+        self.allowed(include * 2, "--max-nodes", "10")
+        self.refused(include * 3, "more than 10 nodes", "--max-nodes", "10")
+        procedural = 'procedural { dso "scene/five.rvs" }\n'
+        self.refused(procedural * 3, "more than 17 nodes", "--max-nodes", "17")
+        self.allowed(procedural * 3, "--max-nodes", "18")
+
+    def test_procedurals_that_multiply_are_counted_without_being_read_again(self):
+        for i in range(30):
+            self.write(f"scene/{i}.rvs", f'procedural {{ dso "scene/{i + 1}.rvs" }}\n' * 10)
+        self.write("scene/30.rvs", "sphere { radius 1 }\n")
+        name = self.scene('procedural { dso "scene/0.rvs" }\n')
+        result = self.run_within_limit("info", "--safe", name)
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("more than 1000000 nodes", result.stderr)
+
+    def test_memory_is_bounded_with_a_clear_message(self):
+        count = 4000000
+        self.write("scene/scene.rvs", "polymesh { name m nsides 1 1 UINT 3 vlist "
+                   f"{count} 1 POINT " + "0 0 0 " * count + "}\n")
+        result = self.run_within_limit("info", "--safe", "--max-memory", "60M", "scene/scene.rvs")
+        self.assertEqual(result.returncode, 1, result.stdout + result.stderr)
+        self.assertIn("--max-memory", result.stderr)
+        result = self.run_within_limit("info", "--safe", "--max-memory", "1G", "scene/scene.rvs")
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+
+class Confinement(SafeCase):
+    """-D is the user's own and is not looked at by the scan, so it shows what the process can do."""
+
+    def setUp(self):
+        super().setUp()
+        self.write("scene/scene.rvs", RENDERABLE.replace('"out.png"', '"scene/out.png"'))
+
+    def render(self, *arguments):
+        return self.run_within_limit("render", *arguments, "scene/scene.rvs")
+
+    def test_commands_cannot_be_run(self):
+        define = ("-D", "proc.dso=|touch escaped; cat .rvs")
+        self.render("--safe", *define)
+        self.assertFalse(self.exists("escaped"))
+        self.render(*define)
+        self.assertTrue(self.exists("escaped"))
+
+    def test_files_outside_of_the_roots_cannot_be_opened(self):
+        define = ("-D", "proc.dso=outside/part.rvs")
+        self.assertIn("Permission denied", self.render("--safe", *define).stderr)
+        self.assertNotIn("Permission denied", self.render(*define).stderr)
+
+    def test_libraries_cannot_be_loaded(self):
+        library, = glob.glob("/usr/lib/x86_64-linux-gnu/libz.so.1")
+        shutil.copy(os.path.realpath(library), self.path("scene/libx.so"))
+        define = ("-D", "proc.dso=" + self.path("scene/libx.so"))
+        self.assertIn("error reading dynamic library", self.render("--safe", *define).stderr)
+        self.assertIn("unable to get symbol", self.render(*define).stderr)
+
+    def test_files_outside_of_the_roots_cannot_be_written(self):
+        define = ("-D", "d.filename=outside/stolen.png")
+        self.render("--safe", *define)
+        self.assertFalse(self.exists("outside/stolen.png"))
+        self.render(*define)
+        self.assertTrue(self.exists("outside/stolen.png"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,263 @@
+// Safe mode: rules, what they refuse before loading, and what the system enforces afterwards.
+#include "safe.h"
+#include "confine.h"
+#include "library_log.h"
+#include "report.h"
+#include "scene_paths.h"
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <new>
+#include <stdexcept>
+#include <sys/mman.h>
+#include <unistd.h>
+#include <utility>
+
+namespace ruvell {
+
+void addSafetyOptions(CLI::App& app, SafetySettings& settings)
+{
+    CLI::Option* safe =
+        app.add_flag("--safe", settings.is_on,
+                     "For scenes from strangers: no commands, no plug-ins, no files outside of the "
+                     "roots, bounded memory");
+    app.add_option("--root", settings.roots,
+                   "With --safe: the scene may read and write below DIR; may be repeated. Without "
+                   "it, below the folders of the scenes")
+        ->type_name("DIR")
+        ->check(CLI::ExistingDirectory)
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->needs(safe);
+    app.add_option("--max-memory", settings.max_memory,
+                   "With --safe: bound of the memory, such as 500M or 4G; half of the machine's "
+                   "unless given")
+        ->type_name("SIZE")
+        ->transform(CLI::AsSizeValue(false))
+        ->needs(safe);
+    app.add_option("--max-nodes", settings.max_nodes,
+                   "With --safe: bound of the number of nodes; 1000000 unless given")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber)
+        ->needs(safe);
+}
+
+// ---- Rules ----
+
+SafetyRules::SafetyRules(const SafetySettings& safety, const SceneSources& sources,
+                         const TrustedPaths& trusted_paths)
+    : settings(safety), trusted(trusted_paths)
+{
+    for (const std::string& root : settings.roots)
+        roots.push_back(realPath(root));
+    for (const SceneSource& source : sources.list()) {
+        const std::string found = firstReadable(sceneCandidates(source.path, ""));
+        if (found.empty())
+            continue;
+        files.push_back(realPath(found));
+        if (settings.roots.empty())
+            roots.push_back(realPath(source.shown == source.path ? folderOf(found) : "."));
+    }
+    for (const auto* paths : { &trusted.searched, &trusted.read })
+        for (const std::string& path : *paths)
+            files.push_back(realPath(path));
+    if (settings.max_memory == 0)
+        settings.max_memory = physicalMemory() / 2;
+}
+
+bool SafetyRules::isReadable(const std::string& real) const
+{
+    const auto holds = [&](const std::string& path) { return isInside(real, path); };
+    return std::any_of(files.begin(), files.end(), holds) ||
+           std::any_of(roots.begin(), roots.end(), holds);
+}
+
+static std::string shownPath(const std::string& path, const std::string& real)
+{
+    return '"' + path + '"' + (path == real ? "" : ", which is " + real);
+}
+
+std::string SafetyRules::refuseReading(const std::string& path) const
+{
+    const std::string real = realPath(path);
+    return isReadable(real) ? "" : "reading " + shownPath(path, real) + ", outside of the roots";
+}
+
+std::string SafetyRules::refuseWriting(const std::string& path) const
+{
+    if (isDanglingLink(path))
+        return "writing through the symbolic link \"" + path + '"';
+    const std::string real = realPath(path);
+    if (std::find(files.begin(), files.end(), real) != files.end())
+        return "writing over the scene " + shownPath(path, real);
+    for (const std::string& file : trusted.written)
+        if (isInside(real, realPath(folderOf(file))))
+            return "";
+    for (const std::string& root : roots)
+        if (isInside(real, root))
+            return "";
+    return "writing " + shownPath(path, real) + ", outside of the roots";
+}
+
+ScanOptions SafetyRules::scanOptions() const
+{
+    ScanOptions options;
+    options.safe = true;
+    options.refuseReading = [this](const std::string& path) { return refuseReading(path); };
+    options.refuseWriting = [this](const std::string& path) { return refuseWriting(path); };
+    options.max_nodes = settings.max_nodes;
+    return options;
+}
+
+// ---- Enforcement ----
+
+static char out_of_memory[160];
+
+// C++ code that runs out of memory, in whatever library, ends here.
+static void reportNoMemory()
+{
+    [[maybe_unused]] const ssize_t written =
+        write(STDERR_FILENO, out_of_memory, std::strlen(out_of_memory));
+    std::_Exit(1);
+}
+
+void explainLackOfMemory(const std::string& message)
+{
+    static std::atomic_flag is_said;
+    const bool is_meant = message.find("can't allocate") != std::string::npos ||
+                          message.find("can't reallocate") != std::string::npos;
+    if (is_meant && !is_said.test_and_set())
+        std::fputs(out_of_memory, stderr);
+}
+
+// The metadata file beside the library is read for every universe.
+static std::string libraryFolder()
+{
+    Dl_info info;
+    const bool is_known = dladdr(reinterpret_cast<const void*>(&RvBegin), &info) != 0;
+    return is_known && info.dli_fname ? folderOf(info.dli_fname) : "";
+}
+
+void SafetyRules::enforce(const std::vector<std::string>& outputs) const
+{
+    static bool is_enforced = false;
+    if (std::exchange(is_enforced, true))
+        return;
+    std::snprintf(out_of_memory, sizeof out_of_memory,
+                  "ruvell: error: the scene needs more memory than the %llu MB of --max-memory\n",
+                  static_cast<unsigned long long>(settings.max_memory >> 20));
+    std::set_new_handler(reportNoMemory);
+    setListener(RV_LOG_ERRORS,
+                [](int, const std::string& text, int) { explainLackOfMemory(text); });
+    if (!limitMemory(settings.max_memory))
+        reportWarning("the memory cannot be bounded on this system");
+
+    Confinement confinement;
+    confinement.readable = roots;
+    confinement.readable.insert(confinement.readable.end(), files.begin(), files.end());
+    confinement.readable.push_back(joinPath(libraryFolder(), "ruvell.mtd"));
+    for (const auto* paths : { &outputs, &trusted.written })
+        for (const std::string& file : *paths)
+            confinement.writable.push_back(folderOf(file));
+    confinement.may_load_code = trusted.has_plugins;
+    const std::string missing = confineProcess(confinement);
+    if (!missing.empty())
+        RvMsgInfo("safe mode: this system cannot confine %s; the check of the scene alone must do",
+                  missing.c_str());
+}
+
+// ---- Scenes ----
+
+static bool writeAll(int file, const char* data, ssize_t size)
+{
+    while (size > 0) {
+        const ssize_t written = write(file, data, static_cast<size_t>(size));
+        if (written <= 0)
+            return false;
+        data += written;
+        size -= written;
+    }
+    return true;
+}
+
+static int copyInput()
+{
+    const int file = memfd_create("ruvell-input", MFD_CLOEXEC);
+    bool is_kept = file >= 0;
+    char buffer[65536];
+    ssize_t count = 0;
+    while (is_kept && (count = read(STDIN_FILENO, buffer, sizeof buffer)) > 0)
+        is_kept = writeAll(file, buffer, count);
+    if (!is_kept || count < 0) {
+        const std::string reason = systemError();
+        if (file >= 0)
+            close(file);
+        throw std::runtime_error("cannot read standard input: " + reason);
+    }
+    return file;
+}
+
+SceneSources::SceneSources(const std::vector<std::string>& names)
+{
+    for (const std::string& name : names) {
+        if (name == "-" && input_copy < 0)
+            input_copy = copyInput();
+        sources.push_back(name == "-" ? SceneSource{ inputPath(), "standard input" }
+                                      : SceneSource{ name, name });
+    }
+}
+
+SceneSources::~SceneSources()
+{
+    if (input_copy >= 0)
+        close(input_copy);
+}
+
+std::string SceneSources::inputPath() const
+{
+    return "/proc/self/fd/" + std::to_string(input_copy);
+}
+
+std::string SceneSources::shown(const std::string& path) const
+{
+    return path == inputPath() ? "standard input" : path;
+}
+
+// The findings that stand in the way of loading. False when there are any.
+static bool reportObstacles(const Findings& findings)
+{
+    bool is_clean = true;
+    for (const Finding& finding : findings.sorted())
+        if (finding.effect != Effect::none) {
+            std::fprintf(stderr, "%s\n", describe(finding).c_str());
+            is_clean = false;
+        }
+    return is_clean;
+}
+
+bool prepareScenes(const SceneSources& sources, const SafetySettings& settings,
+                   const TrustedPaths& trusted)
+{
+    const SafetyRules rules(settings, sources, trusted);
+    Findings findings;
+    ScanOptions options = settings.is_on ? rules.scanOptions() : ScanOptions();
+    options.search_dirs = trusted.searched;
+    SceneScan scan(std::move(options), UniverseState::now(), findings);
+    for (const SceneSource& source : sources.list())
+        scan.scanScene(source.path, source.shown);
+    scan.finish();
+    if (!reportObstacles(findings)) {
+        reportError(settings.is_on ? "the scene is not allowed in safe mode"
+                                   : "the scene cannot be loaded");
+        return false;
+    }
+    if (settings.is_on)
+        rules.enforce(scan.outputFiles());
+    return true;
+}
+
+} // namespace ruvell
