@@ -243,8 +243,10 @@ static void startCounting(RtRenderSession* session)
     const Elapsed elapsed = readClocks(session);
     threadStats()->scene_ms += elapsed.wall_ms;
     threadStats()->scene_user_ms += elapsed.user_ms;
-    for (RtStats* record : the_frame->stats)
+    for (RtStats* record : the_frame->stats) {
         static_cast<RtRenderCounters&>(*record) = {};
+        record->poor_bounds_displaced = record->poor_bounds_procedural = 0;
+    }
 }
 
 static void countRenderTime(RtRenderSession* session)

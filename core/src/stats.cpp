@@ -122,7 +122,8 @@ static Report gatherReport(const RtFrame& frame)
     report.string_bytes = frame.strings ? frame.strings->bytes() : 0;
     report.string_summary = frame.strings ? frame.strings->Summary() : "";
     report.texture_bytes = textureCacheBytes();
-    report.textures = textureStatistics(render_options->texture_per_file_stats ? 2 : 1);
+    const bool per_file = render_options && render_options->texture_per_file_stats;
+    report.textures = textureStatistics(per_file ? 2 : 1);
     return report;
 }
 

@@ -2,7 +2,10 @@
 """Writes what the scenes of the gallery include but nobody would write by hand: the board, the
 game on it, the forest and the paint of the pool balls.
 
-    generate.py FOLDER     default: the folder "generated" beside this script
+    generate.py [FOLDER [DATA]]    default: the folder "generated" beside this script
+
+With DATA, a folder with the scans "meshes/nefertiti-lowres.obj", "meshes/koala.obj" and
+"meshes/human_neutral.obj", also a scene that shows them from where they are.
 """
 import math
 import random
@@ -85,16 +88,14 @@ def game():
 
 
 def falling_rook():
-    """A quarter of a turn in eight steps about the edge of the base."""
+    """From 16 to 38 degrees about the right edge of its base, in eight steps."""
+    edge, radius = (-0.55, 0, 0.25), 0.205
     keys = []
-    for i in range(9):
-        angle = math.radians(14 + 44 * i / 8)
+    for step in range(9):
+        angle = math.radians(16 + 22 * step / 8)
         c, s = math.cos(angle), math.sin(angle)
-        pivot = (-0.75 + 0.2, 0, 0.25)
-        axes = ((c, s, 0), (-s, c, 0), (0, 0, 1))
-        # About the edge at x = -0.2 of the piece, towards the left.
-        place = (pivot[0] - 0.2 + 0.2 - 0.2 * 0 + 0.2 * c - 0.2, pivot[1] + 0.2 * s, pivot[2])
-        keys.append(rows(axes, place))
+        axes = ((c, -s, 0), (s, c, 0), (0, 0, 1))
+        keys.append(rows(axes, (edge[0] - radius * c, radius * s, edge[2])))
     return instance("falling_rook", "rook", "1 9 MATRIX " + "  ".join(keys), "ivory")
 
 
@@ -150,11 +151,51 @@ def pool_materials():
     return "\n".join(lines)
 
 
+def bounds(path):
+    low, high = [math.inf] * 3, [-math.inf] * 3
+    with open(path) as file:
+        for line in file:
+            if line.startswith("v "):
+                point = [float(word) for word in line.split()[1:4]]
+                low = list(map(min, low, point))
+                high = list(map(max, high, point))
+    return low, high
+
+
+def scan(name, path, place, height, shader, axes=IDENTITY, turn=0.0):
+    """A scan put upright by the axes, turned, and stood on a place, that high."""
+    low, high = bounds(path)
+    corners = [[sum(corner[k] * axes[k][i] for k in range(3)) for i in range(3)]
+               for corner in ((x, y, z) for x in (low[0], high[0]) for y in (low[1], high[1])
+                              for z in (low[2], high[2]))]
+    least, most = list(map(min, *corners)), list(map(max, *corners))
+    size = height / (most[1] - least[1])
+    c, s = math.cos(turn) * size, math.sin(turn) * size
+    spin = ((c, 0, -s), (0, size, 0), (s, 0, c))
+    spun = [tuple(sum(axis[k] * spin[k][i] for k in range(3)) for i in range(3)) for axis in axes]
+    foot = ((least[0] + most[0]) / 2, least[1], (least[2] + most[2]) / 2)
+    offset = [place[i] - sum(foot[k] * spin[k][i] for k in range(3)) for i in range(3)]
+    file = block("procedural", name=name + "_scan", dso=f'"{path}"', load_at_init="on",
+                 visibility=0)
+    return file + "\n" + instance(name, name + "_scan", rows(spun, offset), shader)
+
+
+def scans(data):
+    meshes = Path(data) / "meshes"
+    return "\n".join([
+        scan("bust", meshes / "nefertiti-lowres.obj", (0, 0, 0), 1.5, "limestone",
+             turn=-0.5),
+        scan("koala", meshes / "koala.obj", (-1.1, 0, 0.3), 0.75, "bronze", turn=0.5),
+        scan("body", meshes / "human_neutral.obj", (1.15, 0, -0.1), 1.45, "plaster", turn=-0.4)])
+
+
 def main():
     folder = Path(sys.argv[1]) if len(sys.argv) > 1 else Path(__file__).parent / "generated"
     folder.mkdir(parents=True, exist_ok=True)
     for write in (board, game, falling_rook, forest, panes, pool_materials):
         (folder / f"{write.__name__}.rvs").write_text(write() + "\n")
+    if len(sys.argv) > 2:
+        (folder / "scans.rvs").write_text(scans(sys.argv[2]) + "\n")
 
 
 if __name__ == "__main__":

@@ -330,6 +330,19 @@ TEST_F(BeginEnd, the_end_without_options_still_ends)
     EXPECT_EQ(messages().back().text, "Ruvell shutdown");
 }
 
+TEST_F(BeginEnd, the_end_without_options_still_reports_what_a_host_prepared)
+{
+    begin();
+    RvRender(RV_RENDER_MODE_SETUP);
+    RvNodeDestroy(RvUniverseGetOptions());
+    RvMsgSetConsoleFlags(RV_LOG_STATS);
+    testing::internal::CaptureStdout();
+    RvEnd();
+    EXPECT_NE(testing::internal::GetCapturedStdout().find("scene creation time:"),
+              std::string::npos);
+    EXPECT_FALSE(RvUniverseIsActive());
+}
+
 TEST_F(BeginEnd, the_pointer_to_the_options_lives_as_long_as_they)
 {
     EXPECT_FALSE(rv::render_options);

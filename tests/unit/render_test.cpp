@@ -733,6 +733,7 @@ TEST_F(Render, a_render_clears_what_describes_the_one_before_and_keeps_the_scene
         record->accel_ms = record->render_ms = 5;
         record->sanity_ms = record->geometry_bytes = 5;
         record->identity_matrices = 5;
+        record->poor_bounds_displaced = record->poor_bounds_procedural = 5;
     }
     RvRender(RV_RENDER_MODE_SETUP);
     for (const RtStats* record : rv::the_frame->stats) {
@@ -742,6 +743,8 @@ TEST_F(Render, a_render_clears_what_describes_the_one_before_and_keeps_the_scene
         EXPECT_EQ(record->sanity_ms, 0);
         EXPECT_GE(record->geometry_bytes, 5);
         EXPECT_EQ(record->identity_matrices, 5u);
+        EXPECT_EQ(record->poor_bounds_displaced, 0u);
+        EXPECT_EQ(record->poor_bounds_procedural, 0u);
     }
 }
 

@@ -119,7 +119,7 @@ void optimizeMotion(RtAggrList* list)
 
 // ---- The record ----
 
-size_t childBytes(uint32_t count) { return count * sizeof(RtGObject*); }
+static size_t childBytes(uint32_t count) { return count * sizeof(RtGObject*); }
 
 static void fillChildren(RtAggrList* list, const RtNode* owner, const RtList* nodes)
 {
@@ -149,12 +149,12 @@ static uint64_t sumOfRevisions(const RtAggrList& list)
     return sum;
 }
 
-static void countList(const RtAggrList& list)
+void countAggrList(const RtAggrList& list, RtGeometryRow row)
 {
     RtStats& stats = *threadStats();
-    ++stats.geometry[RV_GEOMETRY_LISTS].objects;
-    stats.geometry[RV_GEOMETRY_LISTS].initial_bytes += int64_t(childBytes(list.capacity));
-    stats.list_children.add(list.count);
+    ++stats.geometry[row].objects;
+    stats.geometry[row].initial_bytes += int64_t(childBytes(list.capacity));
+    (row == RV_GEOMETRY_LISTS ? stats.list_children : stats.procedural_children).add(list.count);
 }
 
 RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
@@ -179,13 +179,13 @@ RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
     return list;
 }
 
-void destroyAggrList(RtAggrList* list)
+void destroyAggrList(RtAggrList* list, RtGeometryRow row)
 {
     if (!list)
         return;
     for (uint32_t i = 0; i < list->count; ++i)
         dropMembership(list->children[i]);
-    threadStats()->geometry[RV_GEOMETRY_LISTS].freed_bytes += int64_t(childBytes(list->capacity));
+    threadStats()->geometry[row].freed_bytes += int64_t(childBytes(list->capacity));
     RvFree_func(list->children);
     RvFree_func(list);
 }
@@ -260,14 +260,14 @@ static void initialize(RtNode* node, void* params)
     self.obj_list = nullptr;
     if (!list)
         return;
-    countList(*list);
+    countAggrList(*list, RV_GEOMETRY_LISTS);
     measureDepth(list);
     if (list->depth == rv_nesting_limit + 1)
         RvMsgWarning("%s: more than %u object lists are inside each other; the innermost are not "
                      "rendered",
                      RvNodeGetName(node), rv_nesting_limit);
     if (!RvGObjectInitialize(node, RV_KIND_LIST, list, 1, 0, 0))
-        destroyAggrList(list);
+        destroyAggrList(list, RV_GEOMETRY_LISTS);
 }
 
 // Procedurals find out themselves whether what they hold has changed.
@@ -316,7 +316,7 @@ static void finish(RtNode* node)
     RtGObject* const object = objectOf(node);
     if (!object)
         return;
-    destroyAggrList(listOf(object));
+    destroyAggrList(listOf(object), RV_GEOMETRY_LISTS);
     object->data = nullptr;
 }
 

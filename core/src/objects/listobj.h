@@ -23,10 +23,10 @@ namespace rv {
 // The objects of the nodes, initialised where they are not yet; null nodes and shapes that got no
 // object are left out. Null when the heap is exhausted. `owner` is named in messages.
 RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes);
-void destroyAggrList(RtAggrList* list);
-
-// Bytes of the child array.
-size_t childBytes(uint32_t count);
+// Counts a list in the statistics, as one of lists or of procedurals.
+void countAggrList(const RtAggrList& list, RtGeometryRow row);
+// Of a list that was counted there.
+void destroyAggrList(RtAggrList* list, RtGeometryRow row);
 
 // For Update methods. The first brings the children up to date: true when one has changed or is
 // gone. The second finds the motion keys anew.

@@ -496,14 +496,6 @@ static void expand(RtNode* proc, ProcData* data, RtList* shapes)
     content.close();
 }
 
-static void countProcedural(const RtAggrList& list)
-{
-    RtGeometryCount& count = threadStats()->geometry[RV_GEOMETRY_PROCS];
-    ++count.objects;
-    count.initial_bytes += int64_t(childBytes(list.count));
-    threadStats()->procedural_children.add(list.count);
-}
-
 static void checkBounds(const RtNode* proc, const RtAggrList& list)
 {
     const RtBBox given = { paramsOf(proc).min, paramsOf(proc).max }, generated = listBounds(list);
@@ -516,7 +508,7 @@ static void buildList(RtNode* proc, ProcData* data, const RtList* shapes)
     data->list = createAggrList(proc, shapes);
     if (!data->list)
         return;
-    countProcedural(*data->list);
+    countAggrList(*data->list, RV_GEOMETRY_PROCS);
     if (data->is_on_demand)
         checkBounds(proc, *data->list);
 }
@@ -625,7 +617,7 @@ static bool hasBounds(const RtNode* proc)
 
 static void destroyData(ProcData* data)
 {
-    destroyAggrList(data->list);
+    destroyAggrList(data->list, RV_GEOMETRY_PROCS);
     RvFree_func(data);
 }
 

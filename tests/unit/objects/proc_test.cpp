@@ -725,6 +725,23 @@ TEST_F(Proc, moving_children_are_optimised_like_those_of_lists)
     EXPECT_EQ(rv::the_frame->stats[rv::host_stats_slot]->geometry[RV_GEOMETRY_PROCS].objects, 1u);
 }
 
+TEST_F(Proc, children_are_counted_as_those_of_procedurals_and_given_back)
+{
+    RtNode* const proc = atInit(procOfCode("p"));
+    code().count = 3;
+    code().make = makeDisc;
+    const RtStats& stats = *rv::the_frame->stats[rv::host_stats_slot];
+    const RtGeometryCount lists_before = stats.geometry[RV_GEOMETRY_LISTS];
+    rv::RvNodeInitialize(proc);
+    const RtGeometryCount& procs = stats.geometry[RV_GEOMETRY_PROCS];
+    EXPECT_EQ(stats.procedural_children.total, 3u);
+    EXPECT_EQ(procs.initial_bytes, int64_t(3 * sizeof(RtGObject*)));
+    RvNodeDestroy(proc);
+    EXPECT_EQ(procs.freed_bytes, procs.initial_bytes);
+    EXPECT_EQ(stats.geometry[RV_GEOMETRY_LISTS].initial_bytes, lists_before.initial_bytes);
+    EXPECT_EQ(stats.geometry[RV_GEOMETRY_LISTS].freed_bytes, lists_before.freed_bytes);
+}
+
 // ---- Nesting ----
 
 TEST_F(Proc, procedurals_may_create_procedurals)
