@@ -226,6 +226,8 @@ void sceneDestroy(RtScene* scene)
 {
     if (!scene)
         return;
+    for (RtScene::NodeVector* lights : { &scene->lights, &scene->render_lights })
+        lights->clear(); // so that none is looked for when it goes
     while (RtNode* const node = scene->nodes ? nextToDestroy(scene) : nullptr)
         scene->removeNode(node);
     RvArrayDestroy(scene->missing_types);

@@ -23,6 +23,8 @@ enum CacheFlags {
     flush_light_tables = 0x8 | 0x10,
 };
 
+// The first of the nodes from there on whose kind is in the mask. Loads on render threads append to
+// the list meanwhile, so the caller holds the scene lock.
 static RtListNode* nextMatch(RtListNode* element, unsigned mask)
 {
     while (element &&
@@ -61,13 +63,13 @@ RtNode* RvUniverseGetCamera(void)
 RtNode* const* RvUniverseGetLights(void)
 {
     const RtScene* const scene = rv::litScene();
-    return scene && !scene->lights.empty() ? scene->lights.data() : nullptr;
+    return scene && !scene->shading_lights->empty() ? scene->shading_lights->data() : nullptr;
 }
 
 int RvUniverseGetNumLights(void)
 {
     const RtScene* const scene = rv::litScene();
-    return scene ? static_cast<int>(scene->lights.size()) : 0;
+    return scene ? static_cast<int>(scene->shading_lights->size()) : 0;
 }
 
 int RvUniverseGetNumGObjects(void)
@@ -96,13 +98,15 @@ void RvUniverseCacheFlush(int flags)
 
 RtNodeIterator* RvUniverseGetNodeIterator(unsigned int mask)
 {
-    const RtScene* const scene = rv::openScene();
+    RtScene* const scene = rv::openScene();
     if (!scene)
         return nullptr;
     RtNodeIterator* const it = static_cast<RtNodeIterator*>(
         RvMalloc_func(sizeof(RtNodeIterator), module_path, __LINE__, "RvUniverseGetNodeIterator"));
-    if (it)
-        *it = { rv::nextMatch(RvListHead(scene->nodes), mask), mask };
+    if (!it)
+        return nullptr;
+    const rv::SceneGuard guard(scene);
+    *it = { rv::nextMatch(RvListHead(scene->nodes), mask), mask };
     return it;
 }
 
@@ -111,6 +115,7 @@ RtNode* RvNodeIteratorGetNext(RtNodeIterator* it)
     if (RvNodeIteratorFinished(it))
         return nullptr;
     RtNode* const node = static_cast<RtNode*>(it->element->data);
+    const rv::SceneGuard guard(rv::openScene());
     it->element = rv::nextMatch(it->element->next, it->mask);
     return node;
 }
