@@ -4,6 +4,7 @@
 
 #include "image_tools.h"
 #include "report_tools.h"
+#include "test_data.h"
 
 #include <fstream>
 #include <regex>
