@@ -1018,7 +1018,7 @@ TEST_F(Proc, a_scene_that_was_written_is_expanded_only)
     EXPECT_EQ(node->creator, proc);
     EXPECT_FALSE(node->initialized);
     EXPECT_EQ(code().cleanups, 1);
-    EXPECT_TRUE(rv::isLoadedProcedural(proc)) << "with an empty list";
+    ASSERT_TRUE(rv::isLoadedProcedural(proc)) << "with an empty list";
     EXPECT_EQ(rv::objectOf(proc)->visibility, 0);
     EXPECT_NE(RvNodeGetInt(proc, "visibility"), 0);
     set("preserve_scene_data", true);
