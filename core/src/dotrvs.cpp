@@ -73,11 +73,9 @@ static bool openAlong(Opener* opener, const char* search_path, const char* name,
 {
     char folder[4096];
     char path[sizeof folder + max_name_size + 8];
-    while (const size_t consumed = RvNextPath(search_path, folder, sizeof folder)) {
+    while (const size_t consumed = nextWholePath(search_path, folder, sizeof folder)) {
         search_path += consumed;
         const size_t length = strlen(folder);
-        if (length + 1 == sizeof folder)
-            continue; // a longer one would be cut and name another folder
         const bool is_closed = folder[length - 1] == '/' || folder[length - 1] == '\\';
         snprintf(path, sizeof path, "%s%s%s%s", folder, is_closed ? "" : "/", name, suffix);
         if (opener->tryOpen(path))

@@ -169,6 +169,15 @@ void addReference(RtRVSFwdRef* reference)
         freeReference(reference);
 }
 
+bool hasWaitingReferences()
+{
+    RtSceneFiles* const files = sceneFiles();
+    if (!files)
+        return false;
+    const CritSecLock guard(&files->lock);
+    return !RvListEmpty(files->references);
+}
+
 // ---- Resolution ----
 
 // The target may still come while files are nested or procedurals have not been loaded, and it may

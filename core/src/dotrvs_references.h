@@ -39,6 +39,9 @@ void RvRVSResolveForwardRefs();
 
 namespace rv {
 
+// Whether there are references that a file which is read next may resolve.
+bool hasWaitingReferences();
+
 // Makes or frees the record of the frame.
 bool createSceneFiles(RtFrame* frame);
 void destroySceneFiles(RtFrame* frame);

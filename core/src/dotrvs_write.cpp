@@ -237,6 +237,8 @@ private:
 
 bool SceneWriter::isWanted(const RtNode* node)
 {
+    if (isLeftover(node))
+        return false;
     if ((mask & RV_NODE_LIGHT) && light_references.contains(node))
         return true;
     if (!(mask & unsigned(node->entry->type)) || isInternal(*scene, node) || isLoaded(node))
@@ -264,7 +266,7 @@ void SceneWriter::expand(RtNode* procedural)
     const RtListNode* const last = RvListTail(scene->nodes);
     RvNodeInitialize(procedural);
     if (RtGObject* const object = shapeObject(procedural))
-        loadProcedural(object); // it was prepared before, for rays to load it
+        loadProcedural(object, LoadedFor::scene); // it was prepared before, for rays to load it
     ++depth;
     if (last->next)
         walk(last->next);

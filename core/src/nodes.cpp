@@ -181,6 +181,18 @@ void freeNode(RtNode* node)
 static constexpr int initialize_depth_limit = 2000;
 static thread_local int initialize_depth = 0;
 
+namespace {
+
+// Methods of plug-ins may throw.
+struct InitializeDepth {
+    InitializeDepth() { ++initialize_depth; }
+    ~InitializeDepth() { --initialize_depth; }
+    InitializeDepth(const InitializeDepth&) = delete;
+    InitializeDepth& operator=(const InitializeDepth&) = delete;
+};
+
+} // namespace
+
 void RvNodeInitialize(RtNode* node)
 {
     if (!node || node->initialized)
@@ -195,9 +207,8 @@ void RvNodeInitialize(RtNode* node)
     the_frame->hooks->applyOverrides(node);
     if (!node->entry->methods || !node->entry->methods->Initialize)
         return;
-    ++initialize_depth;
+    const InitializeDepth depth;
     node->entry->methods->Initialize(node, node->params);
-    --initialize_depth;
 }
 
 void uninitializeNode(RtNode* node)

@@ -218,7 +218,7 @@ static Loaded loadFolders(const char* directories)
 {
     Loaded loaded = {};
     char folder[1024];
-    while (const size_t length = RvNextPath(directories, folder, sizeof folder)) {
+    while (const size_t length = nextWholePath(directories, folder, sizeof folder)) {
         directories += length;
         for (const char* extension : plugin_extensions)
             loadFolder(folder, extension, &loaded);

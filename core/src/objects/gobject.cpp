@@ -661,7 +661,7 @@ void RvGObjectBuildAccel(RtNode* node, int thread)
     if (!original)
         return;
     if (original->kind == RV_KIND_PROCEDURAL) // without the lock: loading takes one of its own
-        rv::loadProcedural(original);
+        rv::loadProcedural(original, rv::LoadedFor::ray);
     rv::buildAccel(original, thread);
     if (!original->accel)
         return;

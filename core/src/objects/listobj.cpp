@@ -121,6 +121,19 @@ void optimizeMotion(RtAggrList* list)
 
 static size_t childBytes(uint32_t count) { return count * sizeof(RtGObject*); }
 
+static int64_t listBytes(const RtAggrList& list)
+{
+    return int64_t(childBytes(list.capacity) + childBytes(list.container_count));
+}
+
+// Null when there are none, or when the heap is exhausted.
+static RtGObject** allocateChildren(uint32_t count)
+{
+    void* const children =
+        count ? allocate(childBytes(count), module_path, __LINE__, "RtAggrList") : nullptr;
+    return static_cast<RtGObject**>(children);
+}
+
 static void fillChildren(RtAggrList* list, const RtNode* owner, const RtList* nodes)
 {
     for (const RtListNode* element = RvListHead(nodes); element; element = element->next) {
@@ -140,6 +153,33 @@ static void fillChildren(RtAggrList* list, const RtNode* owner, const RtList* no
     }
 }
 
+// False when the heap is exhausted.
+static bool gatherContainers(RtAggrList* list)
+{
+    RtGObject** const end = list->children + list->count;
+    const uint32_t count = uint32_t(std::count_if(list->children, end, isContainer));
+    list->containers = allocateChildren(count);
+    if (count && !list->containers)
+        return false;
+    for (RtGObject** child = list->children; child != end; ++child)
+        if (isContainer(*child)) {
+            addMembership(*child);
+            list->containers[list->container_count++] = *child;
+        }
+    return true;
+}
+
+static void releaseList(RtAggrList* list)
+{
+    for (uint32_t i = 0; i < list->count; ++i)
+        dropMembership(list->children[i]);
+    for (uint32_t i = 0; i < list->container_count; ++i)
+        dropMembership(list->containers[i]);
+    RvFree_func(list->children);
+    RvFree_func(list->containers);
+    RvFree_func(list);
+}
+
 // Grows whenever a child is brought up to date, by whomever.
 static uint64_t sumOfRevisions(const RtAggrList& list)
 {
@@ -153,7 +193,7 @@ void countAggrList(const RtAggrList& list, RtGeometryRow row)
 {
     RtStats& stats = *threadStats();
     ++stats.geometry[row].objects;
-    stats.geometry[row].initial_bytes += int64_t(childBytes(list.capacity));
+    stats.geometry[row].initial_bytes += listBytes(list);
     (row == RV_GEOMETRY_LISTS ? stats.list_children : stats.procedural_children).add(list.count);
 }
 
@@ -162,18 +202,21 @@ RtAggrList* createAggrList(const RtNode* owner, const RtList* nodes)
     const uint32_t capacity = RvListSize(nodes);
     RtAggrList* const list = static_cast<RtAggrList*>(
         RvMalloc_func(sizeof(RtAggrList), module_path, __LINE__, "RtAggrList"));
-    void* const children =
-        capacity ? allocate(childBytes(capacity), module_path, __LINE__, "RtAggrList") : nullptr;
+    RtGObject** const children = allocateChildren(capacity);
     if (!list || (capacity && !children)) {
         RvFree_func(children);
         RvFree_func(list);
         return nullptr;
     }
     *list = {};
-    list->children = static_cast<RtGObject**>(children);
+    list->children = children;
     list->capacity = capacity;
     list->nkeys = list->depth = 1;
     fillChildren(list, owner, nodes);
+    if (!gatherContainers(list)) {
+        releaseList(list);
+        return nullptr;
+    }
     list->revisions = sumOfRevisions(*list);
     optimizeMotion(list);
     return list;
@@ -183,11 +226,8 @@ void destroyAggrList(RtAggrList* list, RtGeometryRow row)
 {
     if (!list)
         return;
-    for (uint32_t i = 0; i < list->count; ++i)
-        dropMembership(list->children[i]);
-    threadStats()->geometry[row].freed_bytes += int64_t(childBytes(list->capacity));
-    RvFree_func(list->children);
-    RvFree_func(list);
+    threadStats()->geometry[row].freed_bytes += listBytes(*list);
+    releaseList(list);
 }
 
 bool dropLostChildren(RtAggrList* list)

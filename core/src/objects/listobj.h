@@ -10,8 +10,12 @@ struct RtAggrList {
     uint32_t count;
     uint32_t capacity; // of the child array
     RtGObject** children;
-    uint32_t nkeys;     // motion keys at which children are bounded; 1: over their whole motion
-    uint32_t depth;     // lists inside each other, this one included
+    uint32_t nkeys; // motion keys at which children are bounded; 1: over their whole motion
+    uint32_t depth; // lists inside each other, this one included
+    // The children, lost ones too, that hold others themselves. In an order of its own and never
+    // changed, so that it may be read while the structure permutes the children.
+    RtGObject** containers;
+    uint32_t container_count;
     uint64_t revisions; // sum of those of the children when the list was last up to date
 
     // Puts the children into an order of the structure's: child i becomes the one at order[i].

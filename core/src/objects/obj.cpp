@@ -13,6 +13,7 @@
 #include "strpool.h"
 #include "system/clock.h"
 
+#include <algorithm>
 #include <charconv>
 #include <locale.h>
 #include <new>
@@ -342,6 +343,11 @@ void RtObjReader::buildNode()
             RvNodeSetPtr(node, "shader", shader);
         RvListAdd(nodes, node);
     }
+    clearGroup();
+}
+
+void RtObjReader::clearGroup()
+{
     vertices.clear();
     normals.clear();
     uvs.clear();
@@ -354,13 +360,19 @@ void RtObjReader::buildNode()
 
 void RtObjReader::clear()
 {
+    clearGroup();
     rv::releaseString(name);
     name = nullptr;
-    has_faces = false;
+    smoothing = false;
+    shader = nullptr;
+    vertex = normal = texture = {};
+    std::fill(std::begin(corner), std::end(corner), 0);
 }
 
 void RtObjReader::readLines(rv::ObjInput* input)
 {
+    clear(); // a file that was read in part leaves something
+    node_count = line_count = 0;
     while (char* const line = input->next()) {
         ++line_count;
         readLine(line);

@@ -51,6 +51,7 @@ private:
     void readCorner(const char* token);
     void beginGroup(char* text);
     void buildNode();
+    void clearGroup();
     void clear();
 
     // Of the current group.

@@ -8,6 +8,7 @@
 
 #include "array.h"
 #include "dotrvs.h"
+#include "dotrvs_references.h"
 #include "list.h"
 #include "msg.h"
 #include "objects/listobj.h"
@@ -21,6 +22,7 @@
 #include "system/file_tools.h"
 #include "version.h"
 
+#include <exception>
 #include <memory>
 #include <new>
 #include <set>
@@ -66,7 +68,9 @@ struct ProcData {
     std::atomic<Stage> stage; // changed under the lock of all procedurals
     bool is_on_demand;        // the bounds are the user's
     RtAggrList* list;         // null before loading; fixed while workers run after that
-    uint32_t adopted;         // nodes whose creator this procedural became
+    uint32_t adopted;         // nodes that it was loaded with
+    bool is_creator;          // there are, or were, nodes that it is the creator of
+    bool has_leftovers;       // and they come from a file that could not be read to its end
 };
 
 // A library that procedurals created nodes from. Nodes may hold pointers into it, so it stays until
@@ -161,7 +165,7 @@ static void* openLibrary(const char* name)
     const char* folders = render_options ? render_options->procedural_searchpath : nullptr;
     char folder[1024], path[2048];
     while (!library && folders && *name) {
-        const size_t length = RvNextPath(folders, folder, sizeof folder);
+        const size_t length = nextWholePath(folders, folder, sizeof folder);
         if (length == 0)
             break;
         folders += length;
@@ -226,27 +230,30 @@ namespace {
 // for once, in order.
 class Content {
 public:
-    Content() = default;
-    ~Content()
-    {
-        if (nodes_)
-            RvListDestroy(nodes_);
-    }
+    Content(RtNode* proc, ProcData* data) : proc_(proc), data_(data) {}
+    // Has user code release what it prepared, and gets rid of nodes of a file that nobody took.
+    ~Content();
     Content(const Content&) = delete;
     Content& operator=(const Content&) = delete;
 
-    bool openFile(const RtNode* proc, bool (*read)(const char* name, RtList* nodes));
-    bool openCode(RtNode* proc, RtProcLoaderFunc loader);
+    bool openFile(bool (*read)(const char* name, RtList* nodes));
+    bool openCode(RtProcLoaderFunc loader);
 
     int count() const { return count_; }
     RtNode* next();
-    // Has user code release what it prepared.
-    void close();
 
 private:
+    void abandonRest();
+    bool mayDestroyRest() const;
+    void leaveOver(RtNode* node);
+
+    RtNode* const proc_;
+    ProcData* const data_;
     RtList* nodes_ = nullptr;             // of a file
     const RtListNode* element_ = nullptr; // of these, the next
+    bool is_referable_ = false;           // these, by nodes from elsewhere
     RtProcVtable code_ = {};
+    bool is_prepared_ = false; // by user code
     void* user_ptr_ = nullptr;
     int count_ = 0;
     int next_ = 0;
@@ -254,23 +261,88 @@ private:
 
 } // namespace
 
-bool Content::openFile(const RtNode* proc, bool (*read)(const char* name, RtList* nodes))
+// Code of others runs during a load, which may throw anything.
+template <class Body> static void guarded(const RtNode* proc, Body body)
 {
-    const char* const data = paramsOf(proc).data;
+    try {
+        body();
+    } catch (const std::bad_alloc&) { // reported by the allocator
+    } catch (const std::exception& error) {
+        RvMsgError("[proc] %s: %s", RvNodeGetName(proc), error.what());
+    } catch (...) {
+        RvMsgError("[proc] %s: unknown exception", RvNodeGetName(proc));
+    }
+}
+
+Content::~Content()
+{
+    if (is_prepared_ && code_.Cleanup)
+        guarded(proc_, [this] { code_.Cleanup(user_ptr_); });
+    abandonRest();
+    if (nodes_)
+        RvListDestroy(nodes_);
+}
+
+bool Content::openFile(bool (*read)(const char* name, RtList* nodes))
+{
+    const char* const data = paramsOf(proc_).data;
     if (data && *data)
-        RvMsgWarning("[proc] %s: user data will be ignored", RvNodeGetName(proc));
+        RvMsgWarning("[proc] %s: user data will be ignored", RvNodeGetName(proc_));
+    is_referable_ = hasWaitingReferences();
     nodes_ = RvList(nullptr);
-    if (!nodes_ || !read(dsoOf(proc), nodes_))
+    if (!nodes_)
         return false;
+    const bool is_read = read(dsoOf(proc_), nodes_);
     element_ = RvListHead(nodes_);
     count_ = int(RvListSize(nodes_));
+    return is_read;
+}
+
+static bool isOptions(const RtNode* node) { return node->entry->type == RV_NODE_OPTIONS; }
+
+// Nodes from elsewhere refer to new ones when they waited for them, and the options when the file
+// has a block of these. Pointers to nodes that are gone would be followed.
+bool Content::mayDestroyRest() const
+{
+    if (is_referable_ || the_frame->hooks->rendering())
+        return false;
+    for (const RtListNode* e = element_; e; e = e->next)
+        if (isOptions(static_cast<const RtNode*>(e->data)))
+            return false;
     return true;
 }
 
-// A function that the loader did not fill in does nothing and is no failure.
-bool Content::openCode(RtNode* proc, RtProcLoaderFunc loader)
+// Keeps a node out of everything: with a creator a shape is not at the top level, and it is hidden
+// in case it outlives that one.
+void Content::leaveOver(RtNode* node)
 {
-    const char* const name = RvNodeGetName(proc);
+    if (node->creator || isOptions(node))
+        return;
+    data_->is_creator = data_->has_leftovers = true;
+    node->creator = proc_;
+    if (node->entry->type == RV_NODE_SHAPE)
+        RvNodeSetInt(node, "visibility", 0);
+    RtScene* const scene = the_frame->scene;
+    const SceneGuard guard(scene);
+    std::erase(scene->lights, node);
+}
+
+void Content::abandonRest()
+{
+    const bool may_destroy = mayDestroyRest();
+    for (; element_; element_ = element_->next) {
+        RtNode* const node = static_cast<RtNode*>(element_->data);
+        if (may_destroy)
+            RvNodeDestroy(node);
+        else
+            leaveOver(node);
+    }
+}
+
+// A function that the loader did not fill in does nothing and is no failure.
+bool Content::openCode(RtProcLoaderFunc loader)
+{
+    const char* const name = RvNodeGetName(proc_);
     strcpy(code_.version, "UNKNOWN VERSION");
     loader(&code_);
     code_.version[sizeof code_.version - 1] = '\0';
@@ -279,10 +351,11 @@ bool Content::openCode(RtNode* proc, RtProcLoaderFunc loader)
         RvMsgError("[proc] %s: was compiled against non-compatible Ruvell %s", name, code_.version);
         return false;
     }
-    if (code_.Init && !code_.Init(proc, &user_ptr_)) {
-        RvMsgError("[proc] %s: error in user init from %s", name, dsoOf(proc));
+    if (code_.Init && !code_.Init(proc_, &user_ptr_)) {
+        RvMsgError("[proc] %s: error in user init from %s", name, dsoOf(proc_));
         return false;
     }
+    is_prepared_ = true;
     count_ = code_.NumNodes ? code_.NumNodes(user_ptr_) : 0;
     return true;
 }
@@ -295,12 +368,6 @@ RtNode* Content::next()
     RtNode* const node = static_cast<RtNode*>(element_->data);
     element_ = element_->next;
     return node;
-}
-
-void Content::close()
-{
-    if (!nodes_ && code_.Cleanup)
-        code_.Cleanup(user_ptr_);
 }
 
 static bool readSceneFile(const char* name, RtList* nodes)
@@ -323,15 +390,15 @@ static bool openContent(RtNode* proc, Content* content)
         if (*dso)
             RvMsgWarning("[proc] %s: both 'dso' and 'funcptr' are set, defaulting to 'funcptr'",
                          name);
-        return content->openCode(proc, reinterpret_cast<RtProcLoaderFunc>(function));
+        return content->openCode(reinterpret_cast<RtProcLoaderFunc>(function));
     }
     RvMsgDebug("[proc] %s: loading %s", name, dso);
     if (RvCheckFileExtension(dso, "rvs", true))
-        return content->openFile(proc, readSceneFile);
+        return content->openFile(readSceneFile);
     if (RvCheckFileExtension(dso, "obj", true))
-        return content->openFile(proc, readObjFile);
+        return content->openFile(readObjFile);
     const RtProcLoaderFunc loader = loaderOfLibrary(proc);
-    return loader && content->openCode(proc, loader);
+    return loader && content->openCode(loader);
 }
 
 // ---- Nesting ----
@@ -347,6 +414,8 @@ static bool isFromSceneFile(const RtNode* proc)
 // A scene file that is being expanded must not be expanded inside itself: it would never end.
 static bool mayExpand(const RtNode* proc)
 {
+    if (isLeftover(proc))
+        return false;
     const bool is_scene = isFromSceneFile(proc);
     int nesting = 1;
     for (const RtNode* outer = proc->creator; outer; outer = outer->creator, ++nesting)
@@ -400,10 +469,10 @@ bool CycleSearch::leadsBack(const RtGObject* object, uint32_t depth)
         return true;
     const RtGObject* const original = objectOf(shape);
     const RtAggrList* const list = original ? childrenOf(original) : nullptr;
-    if (!list || harmless_.count(original))
+    if (!list || list->container_count == 0 || harmless_.count(original))
         return false;
-    for (uint32_t i = 0; i < list->count; ++i)
-        if (leadsBack(list->children[i], depth + 1))
+    for (uint32_t i = 0; i < list->container_count; ++i)
+        if (leadsBack(list->containers[i], depth + 1))
             return true;
     harmless_.insert(original);
     return false;
@@ -420,7 +489,7 @@ static bool mayAdopt(const RtNode* proc, const RtNode* node)
         return false;
     }
     // The one options node exists before any procedural.
-    if (node->entry->type == RV_NODE_OPTIONS)
+    if (isOptions(node))
         return false;
     if (!isAncestor(node, proc))
         return true;
@@ -431,7 +500,7 @@ static bool mayAdopt(const RtNode* proc, const RtNode* node)
 
 // Becomes the creator of all nodes before any of them is initialised: nodes may refer to later
 // ones, which must not enter the scene as if nobody had created them.
-static AdoptedNodes adoptNodes(RtNode* proc, Content* content)
+static AdoptedNodes adoptNodes(RtNode* proc, ProcData* data, Content* content)
 {
     AdoptedNodes nodes;
     for (int i = 0; i < content->count(); ++i) {
@@ -440,6 +509,8 @@ static AdoptedNodes adoptNodes(RtNode* proc, Content* content)
             continue;
         nodes.push_back({ node, node->initialized });
         node->creator = proc;
+        data->is_creator = true;
+        ++data->adopted;
     }
     return nodes;
 }
@@ -486,14 +557,12 @@ static bool isConsumed()
 
 static void expand(RtNode* proc, ProcData* data, RtList* shapes)
 {
-    Content content;
+    Content content(proc, data);
     if (!mayExpand(proc) || !openContent(proc, &content))
         return;
-    const AdoptedNodes nodes = adoptNodes(proc, &content);
-    data->adopted = uint32_t(nodes.size());
+    const AdoptedNodes nodes = adoptNodes(proc, data, &content);
     if (!isConsumed())
         prepareNodes(proc, nodes, shapes);
-    content.close();
 }
 
 static void checkBounds(const RtNode* proc, const RtAggrList& list)
@@ -502,7 +571,8 @@ static void checkBounds(const RtNode* proc, const RtAggrList& list)
     RvCheckUserBounds("proc", RvNodeGetName(proc), &given, &generated);
 }
 
-// The list is made even when nothing was created, so that rays find an empty one and go on.
+// The list is made even when nothing was created or prepared, so that rays find an empty one and
+// go on.
 static void buildList(RtNode* proc, ProcData* data, const RtList* shapes)
 {
     data->list = createAggrList(proc, shapes);
@@ -518,66 +588,90 @@ static void expandAndBuild(RtNode* proc, ProcData* data)
     RtList* const shapes = RvList(nullptr);
     if (!shapes)
         return;
-    try {
-        expand(proc, data, shapes);
-    } catch (const std::bad_alloc&) { // reported by the allocator
-    }
-    if (!isConsumed())
-        buildList(proc, data, shapes);
+    guarded(proc, [=] { expand(proc, data, shapes); });
+    guarded(proc, [=] { buildList(proc, data, shapes); });
     RvListDestroy(shapes);
 }
 
 // Several threads would disturb each other's indentation.
 static int loadIndentation() { return render_options && render_options->threads < 2 ? 1 : 0; }
 
-// With the lock held.
-static void loadLocked(RtProcedurals* all, RtNode* proc, ProcData* data, bool by_ray)
-{
-    const uint32_t start = wallMilliseconds();
-    const bool outer_at_render = all->at_render;
-    all->at_render = outer_at_render || by_ray;
-    ++all->depth;
-    expandAndBuild(proc, data);
-    all->at_render = outer_at_render;
-    if (--all->depth == 0) // else the time is part of the outer procedural's
-        threadStats()->procedural_ms += wallMilliseconds() - start;
-}
+namespace {
+
+// A load, with the lock held; its end on every way out.
+class LoadScope {
+public:
+    LoadScope(RtProcedurals* all, ProcData* data, LoadedFor who) : all_(all), data_(data)
+    {
+        data->stage = Stage::loading;
+        all->at_render = outer_at_render_ || who == LoadedFor::ray;
+        ++all->depth;
+        RvMsgTab(indentation_);
+    }
+    ~LoadScope()
+    {
+        RvMsgTab(-indentation_);
+        all_->at_render = outer_at_render_;
+        if (--all_->depth == 0) // else the time is part of the outer procedural's
+            threadStats()->procedural_ms += wallMilliseconds() - start_;
+        data_->stage = Stage::loaded;
+    }
+    LoadScope(const LoadScope&) = delete;
+    LoadScope& operator=(const LoadScope&) = delete;
+
+private:
+    RtProcedurals* const all_;
+    ProcData* const data_;
+    const bool outer_at_render_ = all_->at_render;
+    const int indentation_ = loadIndentation();
+    const uint32_t start_ = wallMilliseconds();
+};
+
+} // namespace
 
 // False when somebody else has done it, or is doing it on this thread.
-static bool loadOnce(RtProcedurals* all, RtNode* proc, ProcData* data, bool by_ray)
+static bool loadOnce(RtProcedurals* all, RtNode* proc, ProcData* data, LoadedFor who)
 {
     const CritSecLock guard(&all->lock);
     if (data->stage != Stage::unloaded)
         return false;
-    data->stage = Stage::loading;
-    const int indentation = loadIndentation();
-    RvMsgTab(indentation);
-    loadLocked(all, proc, data, by_ray);
-    data->stage = Stage::loaded;
-    RvMsgTab(-indentation);
+    const LoadScope scope(all, data, who);
+    expandAndBuild(proc, data);
     return true;
 }
 
-static void load(RtNode* proc, ProcData* data, bool by_ray)
+static void load(RtNode* proc, ProcData* data, LoadedFor who)
 {
     RtProcedurals* const all = procedurals();
-    if (all && loadOnce(all, proc, data, by_ray))
+    if (all && loadOnce(all, proc, data, who))
         RvMsgDebug("[proc] %s: loaded %d nodes (%d objects)", RvNodeGetName(proc),
                    int(data->adopted), data->list ? int(data->list->count) : 0);
 }
 
-void loadProcedural(RtGObject* object)
+void loadProcedural(RtGObject* object, LoadedFor who)
 {
     ProcData* const data = dataOf(object);
     if (data->stage != Stage::loaded)
-        load(object->node, data, true);
+        load(object->node, data, who);
+}
+
+// The data of a procedural that has any, or null.
+static const ProcData* dataOfNode(const RtNode* node)
+{
+    const RtGObject* const object = shapeObject(node);
+    return object && object->kind == RV_KIND_PROCEDURAL ? dataOf(object) : nullptr;
 }
 
 bool isLoadedProcedural(const RtNode* node)
 {
-    const RtGObject* const object = shapeObject(node);
-    return object && object->kind == RV_KIND_PROCEDURAL && object->data &&
-           dataOf(object)->stage == Stage::loaded;
+    const ProcData* const data = dataOfNode(node);
+    return data && data->stage == Stage::loaded;
+}
+
+bool isLeftover(const RtNode* node)
+{
+    const ProcData* const data = dataOfNode(node->creator);
+    return data && data->has_leftovers;
 }
 
 // ---- The node type ----
@@ -624,26 +718,55 @@ static void destroyData(ProcData* data)
 static ProcData* createData(bool is_on_demand)
 {
     void* const memory = RvMalloc_func(sizeof(ProcData), module_path, __LINE__, "ProcData");
-    return memory ? new (memory) ProcData{ Stage::unloaded, is_on_demand, nullptr, 0 } : nullptr;
+    if (!memory)
+        return nullptr;
+    ProcData* const data = new (memory) ProcData{};
+    data->is_on_demand = is_on_demand;
+    return data;
 }
 
-// Whether there is anything to trace, now or later.
+// Nodes must not point to a creator that is gone. At the end of the universe all of them go.
+static void disown(const RtNode* proc, const ProcData& data)
+{
+    if (!the_frame->session || !data.is_creator)
+        return;
+    const SceneGuard guard(the_frame->scene);
+    for (const RtListNode* e = RvListHead(the_frame->scene->nodes); e; e = e->next)
+        if (RtNode* const node = static_cast<RtNode*>(e->data); node->creator == proc)
+            node->creator = nullptr;
+}
+
+// False when it can never be loaded.
 static bool prepare(RtNode* proc, ProcData* data)
 {
+    if (!procedurals())
+        return false;
     if (data->is_on_demand)
         return hasBounds(proc);
-    load(proc, data, false);
-    return data->list;
+    load(proc, data, LoadedFor::scene);
+    return true;
+}
+
+// Even when nothing is there to trace the object says that the procedural is loaded. After a scene
+// write it is hidden, so that its lack of extent is not reported: that is no mistake.
+static bool createObject(RtNode* proc, ProcData* data)
+{
+    auto& visibility = shapeParams(proc).visibility;
+    const auto given = visibility;
+    if (!data->is_on_demand && isConsumed())
+        visibility = 0;
+    const bool is_created = RvGObjectInitialize(proc, RV_KIND_PROCEDURAL, data, 1, 0, 0);
+    visibility = given;
+    return is_created;
 }
 
 static void initialize(RtNode* proc, void* params)
 {
     ProcData* const data = createData(!static_cast<const Procedural*>(params)->load_at_init);
-    if (!data)
+    if (!data || (prepare(proc, data) && createObject(proc, data)))
         return;
-    if (!procedurals() || !prepare(proc, data) ||
-        !RvGObjectInitialize(proc, RV_KIND_PROCEDURAL, data, 1, 0, 0))
-        destroyData(data);
+    disown(proc, *data);
+    destroyData(data);
 }
 
 static void update(RtNode* proc, void*)
@@ -659,23 +782,12 @@ static void update(RtNode* proc, void*)
     RvGObjectUpdate(proc);
 }
 
-// Nodes must not point to a creator that is gone. At the end of the universe all of them go.
-static void disown(const RtNode* proc)
-{
-    if (!the_frame->session)
-        return;
-    const SceneGuard guard(the_frame->scene);
-    for (const RtListNode* e = RvListHead(the_frame->scene->nodes); e; e = e->next)
-        if (RtNode* const node = static_cast<RtNode*>(e->data); node->creator == proc)
-            node->creator = nullptr;
-}
-
 static void finish(RtNode* proc)
 {
-    disown(proc);
     RtGObject* const object = objectOf(proc);
     if (!object)
         return;
+    disown(proc, *dataOf(object));
     destroyData(dataOf(object));
     object->data = nullptr;
 }

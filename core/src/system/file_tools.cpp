@@ -27,6 +27,18 @@ size_t RvNextPath(const char* multipath, char* path, size_t size)
     return separators + length;
 }
 
+size_t rv::nextWholePath(const char* multipath, char* path, size_t size)
+{
+    size_t consumed = 0;
+    while (const size_t step = RvNextPath(multipath + consumed, path, size)) {
+        const size_t length = step - strspn(multipath + consumed, ";");
+        consumed += step;
+        if (length < size)
+            return consumed;
+    }
+    return 0;
+}
+
 // ASCII only: the host's locale must not decide which files are scenes.
 static char lowered(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
 

@@ -18,6 +18,9 @@ char** RvFindFiles(const char* directory, const char* extension, unsigned* count
 
 namespace rv {
 
+// The same, without the entries that do not fit: a cut one would name another folder.
+size_t nextWholePath(const char* multipath, char* path, size_t size);
+
 bool isFolder(const char* path);
 
 // A pipe from ("r") or to ("w") a shell command; null when there is none to be had.

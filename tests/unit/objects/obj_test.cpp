@@ -471,6 +471,26 @@ TEST_F(Obj, an_exhausted_heap_is_a_failure_without_harm)
     EXPECT_LT(failures, 119);
 }
 
+TEST_F(Obj, a_reader_starts_anew_with_every_file)
+{
+    node_tools::named("lambert", "red");
+    RtList* const list = RvList(nullptr);
+    RtObjReader reader;
+    std::ofstream(path()) << "g a\ns 1\nusemtl red\nv 1 2 3\nv 4 5 6\nvn 0 0 1\nvt 0 1\nf 1/1/1\n";
+    EXPECT_EQ(reader.read(path().c_str(), list), 1);
+    std::ofstream(path()) << "v 7 8 9\nf 1/\n";
+    EXPECT_EQ(reader.read(path().c_str(), list), 1);
+    EXPECT_EQ(summary(), "[obj] parsed 1 nodes in 2 lines in");
+    ASSERT_EQ(RvListSize(list), 2u);
+    const RtNode* const second = static_cast<RtNode*>(RvListTail(list)->data);
+    RvListDestroy(list);
+    EXPECT_EQ(nameOf(second), json());
+    EXPECT_EQ(shaderOf(second), json());
+    EXPECT_FALSE(RvNodeGetBool(second, "smoothing"));
+    EXPECT_EQ(RvNodeGetArray(second, "vlist")->nelements, 1u);
+    EXPECT_EQ(indicesOf(second, "vidxs"), "0");
+}
+
 // ---- Numbers ----
 
 namespace {

@@ -1,6 +1,9 @@
 // Procedurals whose nodes come from scene files.
 #include "image_tools.h"
 #include "objects/proc.h"
+#include "rv_render.h"
+#include "rv_scenefile.h"
+#include "scene.h"
 #include "test_plugins.h"
 #include "trace_tools.h"
 
@@ -177,6 +180,103 @@ TEST_F(ProcScene, instances_of_later_shapes_stay_inside)
     RtRay ray = down();
     ray.origin.x = 5;
     EXPECT_TRUE(isHit(ray));
+}
+
+// ---- Failures ----
+
+namespace {
+
+// All that could be read of the file before it fails.
+const char broken[] = "include \"%s\"\nlambert\n{\n name red\n}\npoint_light\n{\n name lamp\n}\n"
+                      "procedural\n{\n name inner\n dso \"%s\"\n load_at_init on\n}\n"
+                      "include \"%s\"\n";
+const char* const parts[] = { "ball", "red", "lamp", "inner" };
+
+std::string writeBroken()
+{
+    const std::string whole = writeScene("whole.rvs", ball);
+    return writeScene("broken.rvs", formatted(broken, whole.c_str(), whole.c_str(),
+                                              (sceneFolder() + "/missing.rvs").c_str()));
+}
+
+unsigned nodeCount() { return RvListSize(rv::the_frame->scene->nodes); }
+
+std::string writtenText()
+{
+    const std::string path = writeScene("out.rvs", "");
+    EXPECT_EQ(RvRVSWrite(path.c_str(), RV_NODE_ALL, false), 0);
+    std::ifstream file(path);
+    return { std::istreambuf_iterator<char>(file), {} };
+}
+
+} // namespace
+
+TEST_F(ProcScene, a_file_that_cannot_be_read_to_its_end_leaves_nothing)
+{
+    set("abort_on_error", false);
+    RtNode* const proc = sceneProcedural("p", writeBroken(), true);
+    const unsigned count = nodeCount();
+    rv::RvNodeInitialize(proc);
+    EXPECT_EQ(procLines().back(), "[proc] p: loaded 0 nodes (0 objects)");
+    EXPECT_EQ(nodeCount(), count);
+    for (const char* name : parts)
+        EXPECT_FALSE(RvNodeLookUpByName(name)) << name;
+    EXPECT_EQ(RvUniverseGetNumLights(), 0);
+}
+
+// Somebody waits for one of the nodes, and goes on pointing to it.
+TEST_F(ProcScene, what_others_refer_to_is_kept_out_of_the_scene)
+{
+    set("abort_on_error", false);
+    RtNode* const proc = sceneProcedural("p", writeBroken(), true);
+    EXPECT_EQ(RvRVSLoad(writeScene("a.rvs", "ginstance\n{\n name twin\n node ball\n}\n").c_str()),
+              0);
+    RtNode* const twin = RvNodeLookUpByName("twin");
+    ASSERT_TRUE(twin);
+    rv::RvNodeInitialize(proc);
+    EXPECT_EQ(procLines().back(), "[proc] p: loaded 0 nodes (0 objects)");
+    ASSERT_TRUE(RvNodeLookUpByName("ball"));
+    EXPECT_EQ(RvNodeGetPtr(twin, "node"), RvNodeLookUpByName("ball"));
+    EXPECT_TRUE(rv::isLeftover(RvNodeLookUpByName("ball")));
+    RvNodeDestroy(twin);
+    prepare();
+    EXPECT_FALSE(isHit(down()));
+    EXPECT_EQ(RvUniverseGetNumLights(), 0);
+}
+
+TEST_F(ProcScene, what_is_left_of_a_file_is_neither_rendered_nor_written)
+{
+    set("abort_on_error", false);
+    set("preserve_scene_data", true);
+    for (const bool at_init : { true, false }) {
+        RtNode* const proc = sceneProcedural("p", writeBroken(), at_init);
+        if (at_init) {
+            RvRender(RV_RENDER_MODE_SETUP); // refuses to destroy nodes
+        } else {
+            hooks->hooks.rendering = [] { return true; };
+            prepare();
+            EXPECT_FALSE(isHit(down()));
+            hooks->hooks.rendering = RvRendering;
+        }
+        for (const char* name : parts) {
+            const RtNode* const node = RvNodeLookUpByName(name);
+            ASSERT_TRUE(node) << name;
+            EXPECT_EQ(node->creator, proc) << name;
+            EXPECT_TRUE(rv::isLeftover(node)) << name;
+        }
+        EXPECT_EQ(RvUniverseGetNumLights(), 0);
+        prepare();
+        EXPECT_FALSE(isHit(down()));
+        const std::string text = writtenText();
+        for (const char* name : parts)
+            EXPECT_EQ(text.find(formatted(" name %s\n", name)), text.npos) << name;
+        RvNodeDestroy(proc);
+        prepare();
+        EXPECT_FALSE(isHit(down())) << "nor does it show when its creator goes";
+        startAnew();
+        set("abort_on_error", false);
+        set("preserve_scene_data", true);
+    }
 }
 
 // ---- Many threads ----

@@ -562,6 +562,21 @@ TEST_F(SceneWriting, a_loaded_procedural_is_left_out_and_its_nodes_are_written)
     EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE)), "made");
 }
 
+TEST_F(SceneWriting, an_opened_procedural_is_left_out_of_later_files)
+{
+    recipe = { [] { return named("sphere", "made"); } };
+    for (const bool preserves : { false, true }) {
+        RvNodeSetBool(RvUniverseGetOptions(), "preserve_scene_data", preserves);
+        proceduralNode("maker", loadRecipe);
+        EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE, true)), "made");
+        EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE, false)), "made");
+        EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE, true)), "made");
+        EXPECT_EQ(takeProblem(), "");
+        TearDown();
+        SetUp();
+    }
+}
+
 // Rays may not have come to it yet.
 TEST_F(SceneWriting, a_procedural_that_waits_for_rays_is_opened)
 {

@@ -86,6 +86,18 @@ TEST_F(FileTools, cuts_an_entry_that_does_not_fit_and_goes_on_behind_it)
     EXPECT_STREQ(path, "");
 }
 
+TEST_F(FileTools, skips_entries_that_do_not_fit_when_asked_for_whole_ones)
+{
+    char path[4];
+    EXPECT_EQ(rv::nextWholePath("abcd;;efgh;ijk;l", path, sizeof path), 14u);
+    EXPECT_STREQ(path, "ijk") << "which just fits";
+    EXPECT_EQ(rv::nextWholePath(";l", path, sizeof path), 2u);
+    EXPECT_STREQ(path, "l");
+    EXPECT_EQ(rv::nextWholePath(";abcd;", path, sizeof path), 0u);
+    EXPECT_EQ(rv::nextWholePath("", path, sizeof path), 0u);
+    EXPECT_EQ(rv::nextWholePath(nullptr, path, sizeof path), 0u);
+}
+
 TEST_F(FileTools, walks_no_entry_of_a_null_search_path)
 {
     char path[4] = "xyz";
