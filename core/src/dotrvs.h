@@ -48,8 +48,9 @@ RtRVSFile* RvRVSCreateFile(const char* name);
 void RvRVSDestroyFile(RtRVSFile* file);
 // Mode "r" or "w". Null when nothing could be opened; errno then tells why.
 RtRVSFile* RvRVSOpenFile(const char* name, const char* mode);
-// 0 with the record freed, or -1 for a pipe whose command failed. Required: the record of a failed
-// pipe is left to the caller, for RvRVSDestroyFile.
+// 0 with the record freed, or -1 for a pipe whose command failed and for a file whose last bytes
+// could not be written. Required: the record of a failed pipe is left to the caller, for
+// RvRVSDestroyFile; that of a failed file is, too.
 int RvRVSCloseFile(RtRVSFile* file, const char* mode);
 
 // RvRVSLoad that also appends every node that a block of the file made to `list`, unless null.

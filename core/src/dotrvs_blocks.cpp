@@ -35,17 +35,53 @@ static void writeNodeLine(SceneText* out, const char* param, const RtNode* node)
     out->newline();
 }
 
+// Quotes alone are escaped, so the reader takes the last backslash and the quote behind it for one
+// that belongs to the text.
+static bool endsInBackslash(const char* text)
+{
+    const size_t length = text ? strlen(text) : 0;
+    return length > 0 && text[length - 1] == '\\';
+}
+
+static bool hasBackslashAtEnd(const RtArray* array)
+{
+    if (!array || !array->data)
+        return false;
+    const unsigned total = totalElements(array);
+    switch (array->type) {
+    case RV_TYPE_STRING: {
+        const char* const* const texts = elementsOf<const char*>(array);
+        return std::any_of(texts, texts + total, endsInBackslash);
+    }
+    case RV_TYPE_ARRAY: {
+        const RtArray* const* const arrays = elementsOf<const RtArray*>(array);
+        return std::any_of(arrays, arrays + total, hasBackslashAtEnd);
+    }
+    default: return false;
+    }
+}
+
+static void warnOfBackslash(const RtNode* node, const char* param)
+{
+    RvMsgWarning("%s: \"%s\" has a text that ends in a backslash and will not read back",
+                 RvNodeGetName(node), param);
+}
+
 static void writeArrayLine(SceneText* out, const RtNode* node, const char* param,
                            const RtArray* array)
 {
+    if (hasBackslashAtEnd(array))
+        warnOfBackslash(node, param);
     beginLine(out, param);
     writeArray(out, node, array);
     out->newline();
 }
 
-static void writeValueLine(SceneText* out, const char* param, int type, const void* value,
-                           const char* const* enum_names)
+static void writeValueLine(SceneText* out, const RtNode* node, const char* param, int type,
+                           const void* value, const char* const* enum_names = nullptr)
 {
+    if (type == RV_TYPE_STRING && endsInBackslash(load(value, type).STR))
+        warnOfBackslash(node, param);
     beginLine(out, param);
     writeValue(out, type, value, enum_names);
     out->newline();
@@ -135,13 +171,19 @@ static bool valuesDiffer(int type, const RtParamValue& a, const RtParamValue& b)
     }
 }
 
-// Of a copy. What the source does not have, "node" and "inherit_xform", is said by the line that
-// names the source and by the transform relative to it.
+// What a copy says by the line that names its source and by the transform relative to it. The
+// source may be a copy itself, of another node.
+static bool isSaidOtherwise(const RtParamEntry& param)
+{
+    return !strcmp(param.name, "node") || !strcmp(param.name, "inherit_xform");
+}
+
+// Of a copy.
 static bool differsFromSource(const RtNode* node, const RtParamEntry& param,
                               const RtParamValue& value)
 {
     const RtParamEntry* const other = findParameter(node->source->entry, param.name).param;
-    if (!other || other->type != param.type)
+    if (isSaidOtherwise(param) || !other || other->type != param.type)
         return false;
     if (param.type == RV_TYPE_ARRAY && !(value.ARRAY && totalElements(value.ARRAY)))
         return false;
@@ -165,9 +207,9 @@ static void writeParam(SceneText* out, const RtNode* node, const RtParamEntry& p
         writeArrayLine(out, node, param.name, value.ARRAY);
     } else if (param.type == RV_TYPE_MATRIX) {
         if (const void* const bytes = matrixBytes(node, &param))
-            writeValueLine(out, param.name, param.type, bytes, nullptr);
+            writeValueLine(out, node, param.name, param.type, bytes);
     } else {
-        writeValueLine(out, param.name, param.type, &value, param.enum_names);
+        writeValueLine(out, node, param.name, param.type, &value, param.enum_names);
     }
 }
 
@@ -230,9 +272,9 @@ static void writeUserParam(SceneText* out, const RtNode* node, const RtUserParam
     if (holdsArray(user))
         writeArrayLine(out, node, user.name, user.value.ARRAY);
     else if (user.type != RV_TYPE_MATRIX)
-        writeValueLine(out, user.name, user.type, &user.value, nullptr);
+        writeValueLine(out, node, user.name, user.type, &user.value);
     else if (user.value.pMTX) // it was set
-        writeValueLine(out, user.name, user.type, user.value.pMTX, nullptr);
+        writeValueLine(out, node, user.name, user.type, user.value.pMTX);
 }
 
 // ---- Transforms ----

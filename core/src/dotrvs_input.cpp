@@ -9,6 +9,7 @@
 #include <errno.h>
 #include <stdlib.h>
 #include <string.h>
+#include <utility>
 
 static const char* const module_path = "core\\src\\dotrvs";
 
@@ -134,10 +135,12 @@ int RvRVSCloseFile(RtRVSFile* file, const char* mode)
         if (rv::closePipe(pipe) != 0)
             return -1;
     } else if (!file->is_stream) {
-        if (!strcmp(mode, "w") && !file->is_compressed)
-            fclose(file->plain);
-        else
-            gzclose(file->gzip);
+        const bool is_written = !strcmp(mode, "w");
+        const int result = is_written && !file->is_compressed
+                               ? fclose(std::exchange(file->plain, nullptr))
+                               : gzclose(std::exchange(file->gzip, nullptr));
+        if (is_written && result != 0)
+            return -1;
     }
     RvRVSDestroyFile(file);
     return 0;

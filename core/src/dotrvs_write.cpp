@@ -31,7 +31,7 @@ namespace {
 // ---- The file ----
 
 // A file that is replaced when the new one is complete. What is no file, pipes and devices, is
-// written to directly.
+// written to directly, and so is a file in a folder that takes no new ones.
 class OutputFile {
 public:
     OutputFile() = default;
@@ -71,7 +71,9 @@ static bool isCompressedName(const std::string& name)
     return name.size() < too_long && dot != std::string::npos && name.substr(dot) == ".gz";
 }
 
-// Where the part goes, so that it is compressed if the file is. False when there can be none.
+static bool isRefusal(int reason) { return reason == EACCES || reason == EPERM || reason == EROFS; }
+
+// Where the part goes, so that it is compressed if the file is. False when nothing can be written.
 bool OutputFile::createPartFor(const char* name)
 {
     place = placeOf(name);
@@ -79,8 +81,9 @@ bool OutputFile::createPartFor(const char* name)
         return false;
     FILE* const empty = createPart(place, isCompressedName(name) ? ".gz" : "", &part);
     if (!empty) {
+        const int reason = errno;
         part.clear();
-        return false;
+        return isRefusal(reason) && std::filesystem::exists(place);
     }
     fclose(empty);
     if (isCompressedName(name) == isCompressedName(part))
@@ -108,10 +111,10 @@ bool OutputFile::finish()
     if (part.empty())
         return true;
     errno = 0;
-    const bool renamed = rename(part.c_str(), place.c_str()) == 0;
-    if (renamed)
+    const bool finished = finishPart(part, place);
+    if (finished)
         part.clear();
-    return renamed;
+    return finished;
 }
 
 void OutputFile::discard()

@@ -2,7 +2,10 @@
 #include "system/part_file.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <random>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace rv {
 
@@ -30,6 +33,18 @@ bool isReplaceable(const fs::path& place)
     return file;
 }
 
+// Whoever could use an older file still can. The part of another's file is ours when it cannot be
+// given away; then the owner has to be able to write it. Some file systems know no permissions.
+static void takePermissions(const fs::path& place, FILE* part)
+{
+    struct stat older;
+    if (stat(place.c_str(), &older) != 0)
+        return;
+    const mode_t mode = older.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+    const bool has_same_owner = fchown(fileno(part), older.st_uid, older.st_gid) == 0;
+    fchmod(fileno(part), has_same_owner ? mode : mode | S_IRUSR | S_IWUSR);
+}
+
 FILE* createPart(const fs::path& place, const std::string& extension, fs::path* part)
 {
     constexpr int attempts = 100;
@@ -38,12 +53,31 @@ FILE* createPart(const fs::path& place, const std::string& extension, fs::path* 
         char name[64];
         snprintf(name, sizeof name, ".part-%08x%08x", random(), random());
         *part = place.parent_path() / (name + extension);
-        if (FILE* const file = fopen(part->c_str(), "w+bx"))
+        if (FILE* const file = fopen(part->c_str(), "w+bx")) {
+            takePermissions(place, file);
             return file;
+        }
         if (errno != EEXIST)
             return nullptr;
     }
     return nullptr;
+}
+
+static bool isOnDisk(const fs::path& file)
+{
+    const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0)
+        return false;
+    const bool synced = fsync(descriptor) == 0;
+    const int reason = errno;
+    close(descriptor);
+    errno = reason;
+    return synced;
+}
+
+bool finishPart(const fs::path& part, const fs::path& place)
+{
+    return isOnDisk(part) && rename(part.c_str(), place.c_str()) == 0;
 }
 
 } // namespace rv

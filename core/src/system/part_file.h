@@ -16,10 +16,14 @@ std::filesystem::path placeOf(const std::string& name);
 // True for a place without a file, and for a file that could be written to.
 bool isReplaceable(const std::filesystem::path& place);
 
-// A new file in the same folder, under a name that no one uses and that ends in `extension`. Null
-// when there can be none.
+// A new file in the same folder, under a name that no one uses and that ends in `extension`. It has
+// the permissions of the file that it is to replace. Null when there can be none, see errno.
 FILE* createPart(const std::filesystem::path& place, const std::string& extension,
                  std::filesystem::path* part);
+
+// Gives a part that is closed its place, once all of it is on the disk: a crash leaves the older
+// file or the new one, whole. False after an error, see errno.
+bool finishPart(const std::filesystem::path& part, const std::filesystem::path& place);
 
 } // namespace rv
 

@@ -382,6 +382,18 @@ TEST_F(FileFailures, a_link_keeps_pointing_at_the_picture)
     EXPECT_EQ(files(), (Texts{ "a.exr", "disk" }));
 }
 
+TEST_F(FileFailures, a_replaced_picture_keeps_its_permissions)
+{
+    RtNode* const node = driver("driver_exr", "a.exr");
+    renderPartly(node, wholeFrame(20, 20, 16), 4);
+    for (const auto mode : { std::filesystem::perms(0600), std::filesystem::perms(0664) }) {
+        std::filesystem::permissions(path("a.exr"), mode);
+        renderPartly(node, wholeFrame(20, 20, 16), 4);
+        EXPECT_EQ(readImage(path("a.exr")).error, "");
+        EXPECT_EQ(std::filesystem::status(path("a.exr")).permissions(), mode);
+    }
+}
+
 TEST_F(FileFailures, a_relative_name_means_the_folder_at_opening)
 {
     const std::filesystem::path before = std::filesystem::current_path();

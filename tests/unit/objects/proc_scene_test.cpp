@@ -103,6 +103,31 @@ TEST_F(ProcScene, a_ray_loads_the_file)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(ProcScene, what_a_ray_loaded_is_written_in_place_of_the_procedural)
+{
+    for (const bool open_procs : { false, true }) {
+        RtNode* const proc = sceneProcedural("p", writeScene("a.rvs", ball), false);
+        const RtVector by = { 0, 0, 1 };
+        RtMatrix matrix;
+        RvM4Translation(&matrix, &by);
+        RvNodeSetArray(proc, "matrix", RvArray(1, 1, RV_TYPE_MATRIX, &matrix));
+        setBounds(proc, { -1, -1, -1 }, { 1, 1, 1 });
+        prepare();
+        ASSERT_EQ(firstHit(down()), "ball");
+        const node_tools::TemporaryFile written("");
+        ASSERT_EQ(RvRVSWrite(written.path.c_str(), RV_NODE_SHAPE, open_procs), 0);
+        startAnew();
+        ASSERT_EQ(RvRVSLoad(written.path.c_str()), 0);
+        EXPECT_FALSE(RvNodeLookUpByName("p"));
+        prepare();
+        const std::vector<RtHit> hits = hitsOf(down());
+        ASSERT_EQ(hits.size(), 1u) << open_procs;
+        EXPECT_EQ(hits[0].t, 8);
+        EXPECT_EQ(takeProblem(), "");
+        startAnew();
+    }
+}
+
 TEST_F(ProcScene, nodes_of_every_kind_may_stand_in_the_file)
 {
     set("xres", 17);

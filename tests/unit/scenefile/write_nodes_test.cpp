@@ -188,6 +188,32 @@ TEST_F(SceneBlocks, an_unknown_type_code_is_fatal)
     param.type = type;
 }
 
+// Required: quotes alone are escaped.
+TEST_F(SceneBlocks, required_texts_ending_in_a_backslash_are_kept_and_warned_about)
+{
+    RtNode* const image = named("image", "i");
+    RvNodeSetStr(image, "filename", "C:\\files\\");
+    ASSERT_TRUE(RvNodeDeclare(image, "one", "constant STRING"));
+    RvNodeSetStr(image, "one", "\\");
+    ASSERT_TRUE(RvNodeDeclare(image, "list", "constant ARRAY STRING"));
+    RvNodeSetArray(image, "list", RvArray(3, 1, RV_TYPE_STRING, "a", "b\\", "c\\"));
+    ASSERT_TRUE(RvNodeDeclare(image, "nested", "constant ARRAY ARRAY"));
+    RvNodeSetArray(image, "nested",
+                   RvArray(1, 1, RV_TYPE_ARRAY, RvArray(2, 1, RV_TYPE_STRING, "a", "d\\")));
+    ASSERT_TRUE(RvNodeDeclare(image, "fine", "constant ARRAY STRING"));
+    RvNodeSetArray(image, "fine", RvArray(3, 1, RV_TYPE_STRING, "", "a\\b", "\\ "));
+    const std::string block = blockOf(image);
+    for (const char* line :
+         { " filename \"C:\\files\\\"\n", " one \"\\\"\n",
+           " list 3 1 STRING \n  \"a\" \n  \"b\\\" \n  \"c\\\" \n", " \n  \"d\\\" \n" })
+        EXPECT_NE(block.find(line), std::string::npos) << block;
+    std::string expected;
+    for (const char* param : { "filename", "one", "list", "nested" })
+        expected += (expected.empty() ? "i: \"" : " | i: \"") + std::string(param) +
+                    "\" has a text that ends in a backslash and will not read back";
+    EXPECT_EQ(takeProblem(), expected);
+}
+
 // ---- Links ----
 
 TEST_F(SceneBlocks, a_link_takes_the_place_of_the_value)

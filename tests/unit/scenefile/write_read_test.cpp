@@ -389,3 +389,47 @@ TEST_F(SceneRoundTrip, an_instance_that_was_prepared_reads_back_as_it_stood)
     EXPECT_EQ(describe(rv::objectOf(read)->matrices[0]), world);
     EXPECT_EQ(RvNodeGetInt(read, "visibility"), 3);
 }
+
+static RtNode* instanceAt(const char* name, RtNode* source, float x)
+{
+    const RtVector by = { x, 2, 3 };
+    RtMatrix matrix;
+    RvM4Translation(&matrix, &by);
+    RtNode* const instance = named("ginstance", name);
+    RvNodeSetArray(instance, "matrix", RvArray(1, 1, RV_TYPE_MATRIX, &matrix));
+    RvNodeSetPtr(instance, "node", source);
+    return instance;
+}
+
+static std::string placeOf(const char* name)
+{
+    RtNode* const node = RvNodeLookUpByName(name);
+    if (!node)
+        return "none";
+    rv::RvNodeInitialize(node);
+    return describe(rv::objectOf(node)->matrices[0]);
+}
+
+TEST_F(SceneRoundTrip, an_instance_of_an_instance_reads_back_as_it_stood)
+{
+    for (const bool inherits : { false, true }) {
+        RtNode* const inner = instanceAt("inner", named("sphere", "ball"), 10);
+        RtNode* const outer = instanceAt("outer", inner, 200);
+        RvNodeSetBool(outer, "inherit_xform", inherits);
+        const std::string outer_place = placeOf("outer"), inner_place = placeOf("inner");
+
+        const TemporaryFile file("");
+        ASSERT_EQ(RvRVSWrite(file.path.c_str(), RV_NODE_SHAPE, false), 0);
+        const std::string text = file.read();
+        EXPECT_EQ(text.find("inherit_xform"), std::string::npos) << text;
+        EXPECT_EQ(text.find(" node inner\n"), text.rfind(" node inner\n")) << text;
+        TearDown();
+        SetUp();
+        ASSERT_EQ(RvRVSLoad(file.path.c_str()), 0);
+        EXPECT_EQ(takeProblem(), "");
+        EXPECT_EQ(placeOf("outer"), outer_place) << inherits;
+        EXPECT_EQ(placeOf("inner"), inner_place) << inherits;
+        TearDown();
+        SetUp();
+    }
+}

@@ -7,10 +7,23 @@
 #include "rv_procedural.h"
 
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 using namespace write_tools;
+
+static int sync_count = 0;
+static int sync_failure = 0; // as in errno
+
+// Takes the place of the function of the system.
+extern "C" int fsync(int descriptor)
+{
+    ++sync_count;
+    errno = sync_failure;
+    return sync_failure ? -1 : int(syscall(SYS_fsync, descriptor));
+}
 
 class SceneWriting : public Universe {
 protected:
@@ -142,6 +155,92 @@ TEST_F(SceneWriting, links_stay_and_the_file_they_lead_to_is_replaced)
     EXPECT_EQ(unzipped(folder.file("real")).substr(0, 13), "### exported:");
 }
 
+TEST_F(SceneWriting, a_replaced_file_keeps_its_permissions)
+{
+    const Folder folder;
+    for (const char* const name : { "a.rvs", "a.gz" })
+        for (const mode_t mode : { 0600, 0664, 0755 }) {
+            std::ofstream(folder.file(name)) << "old";
+            ASSERT_EQ(chmod(folder.file(name).c_str(), mode), 0);
+            EXPECT_EQ(RvRVSWrite(folder.file(name).c_str(), RV_NODE_CAMERA, false), 0);
+            EXPECT_NE(folder.read(name), "old");
+            EXPECT_EQ(std::filesystem::status(folder.file(name)).permissions(),
+                      std::filesystem::perms(mode))
+                << name;
+        }
+}
+
+namespace {
+
+// Files are refused for the scope as they are to a user without privileges.
+struct WithoutPrivileges {
+    WithoutPrivileges() : user(geteuid())
+    {
+        constexpr uid_t nobody = 65534;
+        EXPECT_EQ(user == 0 ? seteuid(nobody) : 0, 0);
+    }
+    ~WithoutPrivileges()
+    {
+        if (user == 0) {
+            EXPECT_EQ(seteuid(user), 0);
+            prctl(PR_SET_DUMPABLE, 1); // the search for leaks needs it
+        }
+    }
+    WithoutPrivileges(const WithoutPrivileges&) = delete;
+    WithoutPrivileges& operator=(const WithoutPrivileges&) = delete;
+
+    uid_t user;
+};
+
+} // namespace
+
+TEST_F(SceneWriting, a_file_in_a_folder_that_takes_no_new_ones_is_written_directly)
+{
+    const Folder folder;
+    for (const char* const name : { "a.rvs", "a.gz" }) {
+        std::ofstream(folder.file(name)) << std::string(100000, 'x');
+        ASSERT_EQ(chmod(folder.file(name).c_str(), 0666), 0);
+    }
+    std::ofstream(folder.file("fixed.rvs")) << "old";
+    ASSERT_EQ(chmod(folder.file("fixed.rvs").c_str(), 0444), 0);
+    ASSERT_EQ(chmod(folder.path.c_str(), 0555), 0);
+    {
+        const WithoutPrivileges nobody;
+        for (const char* const name : { "a.rvs", "a.gz" })
+            EXPECT_EQ(RvRVSWrite(folder.file(name).c_str(), RV_NODE_CAMERA, false), 0);
+        EXPECT_EQ(takeProblem(), "");
+        for (const char* const name : { "new.rvs", "fixed.rvs" }) {
+            EXPECT_EQ(RvRVSWrite(folder.file(name).c_str(), RV_NODE_CAMERA, false), RV_ERROR);
+            EXPECT_EQ(takeProblem(), "can't open .rvs file \"" + folder.file(name) + "\"");
+        }
+    }
+    ASSERT_EQ(chmod(folder.path.c_str(), 0755), 0);
+    EXPECT_EQ(belowHeader(folder.read("a.rvs")), "");
+    EXPECT_EQ(belowHeader(unzipped(folder.file("a.gz"))), "");
+    EXPECT_EQ(folder.read("fixed.rvs"), "old");
+    EXPECT_EQ(folder.names(), (std::vector<std::string>{ "a.gz", "a.rvs", "fixed.rvs" }));
+}
+
+TEST_F(SceneWriting, a_file_is_on_the_disk_before_it_replaces_the_older_one)
+{
+    const Folder folder;
+    for (const char* const name : { "a.rvs", "a.gz" }) {
+        std::ofstream(folder.file(name)) << "old";
+        sync_count = 0;
+        sync_failure = EIO;
+        EXPECT_EQ(RvRVSWrite(folder.file(name).c_str(), RV_NODE_CAMERA, false), RV_ERROR);
+        sync_failure = 0;
+        EXPECT_EQ(sync_count, 1);
+        EXPECT_EQ(takeProblem(),
+                  "can't write .rvs file \"" + folder.file(name) + "\": Input/output error");
+        EXPECT_EQ(folder.read(name), "old");
+        EXPECT_EQ(RvRVSWrite(folder.file(name).c_str(), RV_NODE_CAMERA, false), 0);
+        EXPECT_EQ(sync_count, 2);
+        EXPECT_NE(folder.read(name), "old");
+    }
+    EXPECT_EQ(folder.names(), (std::vector<std::string>{ "a.gz", "a.rvs" }));
+}
+
 TEST_F(SceneWriting, what_cannot_be_opened_is_an_error)
 {
     const Folder folder;
@@ -212,6 +311,49 @@ TEST_F(SceneWriting, a_failing_write_leaves_the_older_file)
                       "can't write .rvs file \"" + folder.file(name) + "\": File too large");
             EXPECT_EQ(folder.read(name), "old");
         }
+    }
+    EXPECT_EQ(folder.names(), (std::vector<std::string>{ "a.gz", "a.rvs" }));
+}
+
+TEST_F(SceneWriting, a_close_that_cannot_write_the_last_bytes_fails)
+{
+    const Folder folder;
+    for (const char* const name : { "a.rvs", "a.gz" }) {
+        RtRVSFile* const file = RvRVSOpenFile(folder.file(name).c_str(), "w");
+        ASSERT_TRUE(file);
+        EXPECT_GE(file->gzip ? gzputs(file->gzip, "text") : fputs("text", file->plain), 0);
+        const FileSizeLimit full(1);
+        EXPECT_EQ(RvRVSCloseFile(file, "w"), -1) << name;
+        EXPECT_EQ(errno, EFBIG) << name;
+        RvRVSDestroyFile(file);
+    }
+}
+
+// The end of the writing is told when all is handed to the system and the file not yet closed.
+TEST_F(SceneWriting, a_failing_close_leaves_the_older_file)
+{
+    const Folder folder;
+    for (const char* const name : { "a.rvs", "a.gz" }) {
+        std::ofstream(folder.file(name)) << "old";
+        static std::string problem;
+        problem.clear();
+        RvMsgSetCallback([](int, int severity, const char* text, int) {
+            if (severity > 0)
+                problem += text;
+            if (strncmp(text, "wrote ", 6) != 0)
+                return;
+            for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+                std::error_code error;
+                const auto target = std::filesystem::read_symlink(entry.path(), error).string();
+                if (target.find("/.part-") != std::string::npos)
+                    close(std::stoi(entry.path().filename().string()));
+            }
+        });
+        EXPECT_EQ(RvRVSWrite(folder.file(name).c_str(), RV_NODE_CAMERA, false), RV_ERROR);
+        EXPECT_EQ(problem,
+                  "can't write .rvs file \"" + folder.file(name) + "\": Bad file descriptor");
+        EXPECT_EQ(folder.read(name), "old");
+        RvMsgResetCallback();
     }
     EXPECT_EQ(folder.names(), (std::vector<std::string>{ "a.gz", "a.rvs" }));
 }
@@ -575,6 +717,88 @@ TEST_F(SceneWriting, an_opened_procedural_is_left_out_of_later_files)
         TearDown();
         SetUp();
     }
+}
+
+TEST_F(SceneWriting, a_procedural_that_cannot_be_told_to_load_is_warned_about)
+{
+    recipe = { [] { return named("sphere", "made"); } };
+    proceduralNode("maker", loadRecipe);
+    ignore("procedural.load_at_init");
+    EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE, true)), "made");
+    EXPECT_EQ(takeProblem(), "maker: could not set BOOL parameter \"load_at_init\"");
+}
+
+// Of types that a plug-in put in the place of the built-in one.
+TEST_F(SceneWriting, load_at_init_may_be_a_user_parameter_or_an_array)
+{
+    RvNodeSetBool(RvUniverseGetOptions(), "preserve_scene_data", true);
+    RvNodeUninstall("procedural");
+    ASSERT_TRUE(installType("procedural"));
+    RtNode* const maker = named("procedural", "maker");
+    ASSERT_TRUE(RvNodeDeclare(maker, "load_at_init", "constant BOOL"));
+    EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHADER, true)), "");
+    EXPECT_EQ(takeProblem(), "");
+    EXPECT_TRUE(RvNodeGetBool(maker, "load_at_init"));
+    RvNodeDestroy(maker);
+
+    RvNodeUninstall("procedural");
+    ASSERT_TRUE(installType("procedural", [](RtList* params, RtMetaDataStore*) {
+        RvNodeParamARRAY(params, -1, "load_at_init", RvArray(0, 1, RV_TYPE_BOOLEAN));
+    }));
+    RtNode* const empty = named("procedural", "empty");
+    RtNode* const three = named("procedural", "three");
+    RvNodeSetArray(three, "load_at_init", RvArray(3, 1, RV_TYPE_BOOLEAN, 0, 1, 0));
+    EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHADER, true)), "");
+    EXPECT_EQ(takeProblem(), "");
+    EXPECT_EQ(describe(RvNodeGetArray(empty, "load_at_init")), "BOOL 1x1: 1");
+    EXPECT_EQ(describe(RvNodeGetArray(three, "load_at_init")), "BOOL 3x1: 1 1 1");
+}
+
+// Each holds the next and waits for rays, so that opening one does not open the others.
+TEST_F(SceneWriting, procedurals_are_opened_a_hundred_deep)
+{
+    static int serial;
+    serial = 0;
+    static const auto next = [](RtProcVtable* table) {
+        loadRecipe(table);
+        table->NumNodes = [](void*) { return 1; };
+        return 1;
+    };
+    static RtNode* (*makeNext)();
+    makeNext = [] {
+        RtNode* const node = proceduralNode(formatted("p%d", serial++).c_str(), [](auto* table) {
+            next(table);
+            table->GetNode = [](void*, int) { return makeNext(); };
+            return 1;
+        });
+        RvNodeSetPnt(node, "min", -1, -1, -1);
+        RvNodeSetPnt(node, "max", 1, 1, 1);
+        return node;
+    };
+    makeNext();
+    named("sphere", "after");
+    EXPECT_EQ(nodeNames(sceneText(RV_NODE_SHAPE, true)), "after");
+    EXPECT_EQ(takeProblem(), "writing rvs: p100 is not written, it is inside 100 procedurals");
+    EXPECT_EQ(serial, 101);
+}
+
+// Required: the reader and the writer share the counter, which a loaded file leaves at -1.
+TEST_F(SceneWriting, required_lines_are_counted_anew_after_a_procedural_of_a_scene_file)
+{
+    const Folder folder;
+    std::ofstream(folder.file("part.rvs")) << "sphere\n{\n name made\n radius 2\n}\n\n\n\n";
+    RtNode* const maker = named("procedural", "maker");
+    RvNodeSetStr(maker, "dso", folder.file("part.rvs").c_str());
+    named("sphere", "after");
+    ASSERT_EQ(RvRVSWrite(folder.file("a.rvs").c_str(), everything, true), 0);
+    EXPECT_EQ(takeProblem(), "");
+    const std::string text = folder.read("a.rvs");
+    EXPECT_EQ(nodeNames(text), "options made after");
+    const auto made = text.begin() + ptrdiff_t(text.find("### created by maker"));
+    const auto lines = int(std::count(made, text.end(), '\n'));
+    ASSERT_EQ(told("wrote").size(), 1u);
+    const std::string expected = formatted("wrote 3 nodes in %d lines in ", lines - 1);
+    EXPECT_EQ(told("wrote")[0].substr(0, expected.size()), expected);
 }
 
 // Rays may not have come to it yet.
