@@ -303,10 +303,7 @@ void Content::close()
         code_.Cleanup(user_ptr_);
 }
 
-static bool readSceneFile(const char* name, RtList* nodes)
-{
-    return RvRVSLoadList(name, nodes) == 0;
-}
+static bool readSceneFile(const char* name, RtList* nodes) { return loadNested(name, nodes) == 0; }
 
 static bool readObjFile(const char* name, RtList* nodes)
 {
