@@ -183,4 +183,12 @@ int RvRVSLoadList(const char* filename, RtList* list)
     return result;
 }
 
+int rv::loadNested(const char* filename, RtList* list)
+{
+    ++include_depth;
+    const int result = RvRVSLoadList(filename, list);
+    --include_depth;
+    return result;
+}
+
 int RvRVSLoad(const char* filename) { return RvRVSLoadList(filename, nullptr); }

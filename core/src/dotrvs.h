@@ -15,10 +15,10 @@ namespace rv {
 inline constexpr unsigned scene_buffer_size = 262144;
 inline constexpr unsigned scene_token_size = 32768;
 inline constexpr unsigned scene_token_areas = 4;
-// Three tokens, each closed by up to three characters.
-inline constexpr unsigned scene_pushback_size = 3 * (scene_token_size + 2);
+// Three of the longest tokens, each closed by up to three characters.
+inline constexpr unsigned scene_pushback_size = 3 * (scene_token_size - 1 + 3);
 
-// Loads that include statements started and that still run.
+// Loads within others that still run: of include statements and of procedurals.
 inline std::atomic<int> include_depth{ 0 };
 
 } // namespace rv
@@ -55,6 +55,14 @@ int RvRVSCloseFile(RtRVSFile* file, const char* mode);
 
 // RvRVSLoad that also appends every node that a block of the file made to `list`, unless null.
 int RvRVSLoadList(const char* filename, RtList* list);
+
+namespace rv {
+
+// The same for a file that another load or a procedural asks for: its time is not counted as that
+// of a scene, and what it refers to may still come.
+int loadNested(const char* filename, RtList* list);
+
+} // namespace rv
 
 // Applies what override blocks stored for a node of this name; called before it is initialised.
 void RvRVSApplyDelayedOverrides(RtNode* node);

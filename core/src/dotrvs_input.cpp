@@ -443,6 +443,7 @@ static const char* scanExponent(const char* p, int* exponent)
 // holds; null when there is none or it takes more than this to convert.
 static const char* scanNumber(const char* p, float* out)
 {
+    const char* const token = p;
     const bool is_negative = *p == '-';
     if (*p == '-' || *p == '+')
         ++p;
@@ -461,7 +462,7 @@ static const char* scanNumber(const char* p, float* out)
         return nullptr;
     if (*p == 'e' || *p == 'E')
         p = scanExponent(p + 1, &exponent);
-    if (!p)
+    if (!p || size_t(p - token) >= token_limit) // a longer token is reported and cut
         return nullptr;
     double value = 0;
     if (digits <= max_digits && isExactProduct(mantissa, exponent)) {

@@ -80,6 +80,12 @@ static RtNode* lookUpNode(const char* name)
     return the_frame && the_frame->scene ? RvNodeLookUpByName(name) : nullptr;
 }
 
+// The node that a value names. Required: the word NULL names none, not even a node of that name.
+static RtNode* lookUpPointee(const char* name)
+{
+    return isNullName(name) ? nullptr : lookUpNode(name);
+}
+
 static bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 static bool parseBoolean(const char* token)
@@ -292,8 +298,10 @@ static uint64_t readArrays(ArrayReader* reader, void* out, uint64_t size)
 {
     ++reader->depth;
     const uint64_t filled = readEach<RtArray*>(out, size, [&](RtArray** element) {
-        *element = reader->has_stopped ? nullptr : readArray(reader);
-        return *element != nullptr;
+        if (reader->has_stopped)
+            return false;
+        *element = readArray(reader); // null where it failed; the others may follow
+        return true;
     });
     --reader->depth;
     return filled;
@@ -308,7 +316,7 @@ static uint64_t readNodes(const ArrayReader& reader, const Header& header, uint6
     return readEach<RtNode*>(out, size, [&](RtNode** element) {
         if (RvRVSReadWord(reader.file, word) == 0 && atEnd(reader.file))
             return false;
-        *element = lookUpNode(word);
+        *element = lookUpPointee(word);
         RtRVSFwdRef* const reference =
             *element || !waiting
                 ? nullptr
@@ -358,8 +366,10 @@ static bool fillElements(ArrayReader* reader, const Header& header, RtList* wait
                          Elements* elements, uint64_t total_bytes)
 {
     while (elements->filled < total_bytes) {
-        if (elements->filled == elements->capacity && !grow(elements, total_bytes))
+        if (elements->filled == elements->capacity && !grow(elements, total_bytes)) {
+            reader->has_stopped = true; // what follows was not read
             return false;
+        }
         const uint64_t wanted = elements->capacity - elements->filled;
         const uint64_t filled = readElements(reader, header, waiting, elements->filled,
                                              elements->data + elements->filled, wanted);
@@ -432,10 +442,10 @@ static RtArray* readStoredArray(ArrayReader* reader, const Header& header, uint6
     const uint64_t total_bytes = saturatedProduct(total, typeSize(header.type));
     if (total_bytes > INT_MAX) {
         reportAllocationFailure(total_bytes, module_path, __LINE__, "RvRVSParseArray");
-        reader->has_stopped = header.type == RV_TYPE_ARRAY;
-        skipValues(reader->file, header.type == RV_TYPE_ARRAY
-                                     ? 0
-                                     : saturatedProduct(total, tokensPerElement(header.type)));
+        const bool holds_arrays = header.type == RV_TYPE_ARRAY; // of as many tokens as they like
+        if (!holds_arrays)
+            skipValues(reader->file, saturatedProduct(total, tokensPerElement(header.type)));
+        reader->has_stopped = holds_arrays || atEnd(reader->file);
         return nullptr;
     }
     const bool holds_nodes = header.type == RV_TYPE_NODE || header.type == RV_TYPE_POINTER;
@@ -512,7 +522,7 @@ static void parseNode(RtRVSFile* file, RtNode* node, const char* name, int type,
 {
     char* const word = tokenArea(file, RV_AREA_A);
     RvRVSReadWord(file, word);
-    RtNode* const target = defer ? nullptr : lookUpNode(word);
+    RtNode* const target = defer ? nullptr : lookUpPointee(word);
     const bool is_before = !strcmp(name, "@before");
     if (!target)
         refer(node, name, word, is_before);
@@ -549,7 +559,7 @@ static void parseEnum(RtRVSFile* file, RtNode* node, const char* name)
 static void parseFloats(RtRVSFile* file, RtNode* node, const char* name, int type)
 {
     float f[16] = {};
-    readNumbers(file, f, type == RV_TYPE_FLOAT ? 1 : tokensPerElement(type));
+    readNumbers(file, f, tokensPerElement(type));
     switch (type) {
     case RV_TYPE_FLOAT: RvNodeSetFlt(node, name, f[0]); break;
     case RV_TYPE_RGB: RvNodeSetRGB(node, name, f[0], f[1], f[2]); break;
@@ -657,10 +667,7 @@ static bool parseInclude(RtRVSFile* file, RtList* list)
     char* const name = tokenArea(file, RV_AREA_A);
     RvRVSReadWord(file, name);
     RvRVSUnquote(name); // Required: once more, for <name>; names of one or two letters are lost
-    ++include_depth;
-    const int result = RvRVSLoadList(name, list);
-    --include_depth;
-    return result == 0;
+    return loadNested(name, list) == 0;
 }
 
 static void reportMissingType(RtScene* scene, const char* type_name)

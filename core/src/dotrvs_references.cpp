@@ -12,6 +12,8 @@
 #include "strpool.h"
 #include "system/critical_section.h"
 
+#include <new>
+
 static const char* const module_path = "core\\src\\dotrvs";
 
 namespace rv {
@@ -20,16 +22,43 @@ namespace rv {
 
 static RtSceneFiles* sceneFiles() { return the_frame ? the_frame->scene_files : nullptr; }
 
+static bool appendReference(RtSceneFiles* files, RtRVSFwdRef* reference)
+{
+    try {
+        unsigned& count = files->waiting[reference->node];
+        if (RvListAdd(files->references, reference)) {
+            ++count;
+            return true;
+        }
+        if (count == 0)
+            files->waiting.erase(reference->node);
+    } catch (const std::bad_alloc&) { // reported by the allocator
+    }
+    return false;
+}
+
+// Removes and frees the reference that follows `previous`, or the first one for null.
+static void removeReference(RtSceneFiles* files, RtListNode* previous)
+{
+    RtListNode* const element = previous ? previous->next : RvListHead(files->references);
+    auto* const reference = static_cast<RtRVSFwdRef*>(element->data);
+    if (const auto count = files->waiting.find(reference->node); --count->second == 0)
+        files->waiting.erase(count);
+    RvListDeleteAfter(files->references, previous);
+    freeReference(reference);
+}
+
 static void forgetReferences(RtSceneFiles* files, const RtNode* node)
 {
     const CritSecLock guard(&files->lock);
+    const auto count = files->waiting.find(node);
+    unsigned left = count == files->waiting.end() ? 0 : count->second;
     RtListNode* previous = nullptr;
-    for (RtListNode* element = RvListHead(files->references); element;) {
+    for (RtListNode* element = RvListHead(files->references); left > 0;) {
         RtListNode* const next = element->next;
-        auto* const reference = static_cast<RtRVSFwdRef*>(element->data);
-        if (reference->node == node) {
-            RvListDeleteAfter(files->references, previous);
-            freeReference(reference);
+        if (static_cast<const RtRVSFwdRef*>(element->data)->node == node) {
+            removeReference(files, previous);
+            --left;
         } else {
             previous = element;
         }
@@ -57,11 +86,10 @@ static void forgetNode(const RtNode* node)
 
 bool createSceneFiles(RtFrame* frame)
 {
-    auto* const files = static_cast<RtSceneFiles*>(
-        RvMalloc_func(sizeof(RtSceneFiles), module_path, __LINE__, "RvBegin"));
-    if (!files)
+    void* const memory = RvMalloc_func(sizeof(RtSceneFiles), module_path, __LINE__, "RvBegin");
+    if (!memory)
         return false;
-    *files = {};
+    auto* const files = new (memory) RtSceneFiles{};
     frame->scene_files = files;
     include_depth = 0;
     node_retired = forgetNode;
@@ -94,6 +122,7 @@ void destroySceneFiles(RtFrame* frame)
     destroyList(files->old_missing_types, RvArrayDestroy);
     simpleHash_destroy(files->overrides);
     RvCritSecClose(&files->lock);
+    files->~RtSceneFiles();
     RvFree_func(files);
 }
 
@@ -165,7 +194,7 @@ void addReference(RtRVSFwdRef* reference)
         return;
     }
     const CritSecLock guard(&files->lock);
-    if (!RvListAdd(files->references, reference))
+    if (!appendReference(files, reference))
         freeReference(reference);
 }
 
@@ -179,6 +208,8 @@ bool hasWaitingReferences()
 }
 
 // ---- Resolution ----
+
+bool isNullName(const char* name) { return !strcmp(name, "NULL"); }
 
 // The target may still come while files are nested or procedurals have not been loaded, and it may
 // be of a type that is missing.
@@ -245,8 +276,9 @@ static bool isDeclaredString(const RtRVSFwdRef& reference)
 // True when the reference is done with.
 static bool resolve(const RtRVSFwdRef& reference, bool is_reported)
 {
-    RtNode* const target = RvNodeLookUpByName(reference.target);
-    if (target || !strcmp(reference.target, "NULL")) {
+    const bool is_null = isNullName(reference.target);
+    RtNode* const target = is_null ? nullptr : RvNodeLookUpByName(reference.target);
+    if (target || is_null) {
         applyValue(reference, target);
         return true;
     }
@@ -267,21 +299,18 @@ static bool resolve(const RtRVSFwdRef& reference, bool is_reported)
 }
 
 // Returns how many references go on waiting.
-static unsigned resolveAll(RtList* references, bool is_reported)
+static unsigned resolveAll(RtSceneFiles* files, bool is_reported)
 {
     RtListNode* previous = nullptr;
-    for (RtListNode* element = RvListHead(references); element;) {
+    for (RtListNode* element = RvListHead(files->references); element;) {
         RtListNode* const next = element->next;
-        auto* const reference = static_cast<RtRVSFwdRef*>(element->data);
-        if (resolve(*reference, is_reported)) {
-            RvListDeleteAfter(references, previous);
-            freeReference(reference);
-        } else {
+        if (resolve(*static_cast<const RtRVSFwdRef*>(element->data), is_reported))
+            removeReference(files, previous);
+        else
             previous = element;
-        }
         element = next;
     }
-    return RvListSize(references);
+    return RvListSize(files->references);
 }
 
 } // namespace rv
@@ -327,7 +356,7 @@ void RvRVSResolveForwardRefs()
         if (RvListEmpty(files->references))
             return;
         is_reported = rv::isReported();
-        waiting = rv::resolveAll(files->references, is_reported);
+        waiting = rv::resolveAll(files, is_reported);
     }
     if (waiting > 0 && is_reported)
         RvMsgWarning("%u tags could not be be resolved after parsing", waiting);

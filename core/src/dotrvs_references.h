@@ -7,6 +7,10 @@
 #include "nodes.h"
 #include "rv_threads.h"
 #include "shash.h"
+#include "system/memory.h"
+
+#include <functional>
+#include <unordered_map>
 
 // A parameter, or an element of an array parameter, that refers to a node by name.
 struct RtRVSFwdRef {
@@ -22,9 +26,15 @@ struct RtRVSFwdRef {
     bool is_link;     // becomes a link, not a value
 };
 
+// How many references of each node wait; nodes without any are left out.
+using RtReferenceCounts =
+    std::unordered_map<const RtNode*, unsigned, std::hash<const RtNode*>, std::equal_to<>,
+                       rv::CheckedAllocator<std::pair<const RtNode* const, unsigned>>>;
+
 struct RtSceneFiles {
-    RtCritSec lock;            // guards references and old_missing_types
+    RtCritSec lock;            // guards all but overrides
     RtList* references;        // RtRVSFwdRef, in order of reading
+    RtReferenceCounts waiting; // of these, so that most nodes can go without a look at the list
     RtList* old_missing_types; // RtArrays that render threads may still read
     RtSimpleHash* overrides;   // node name to "override" node; its own lock guards those nodes too
 };
@@ -49,6 +59,9 @@ void destroySceneFiles(RtFrame* frame);
 // Lets a reference wait for its target; takes it over. Null is ignored.
 void addReference(RtRVSFwdRef* reference);
 void freeReference(RtRVSFwdRef* reference);
+
+// Whether a word stands for no node. Required: it does so even where a node has that name.
+bool isNullName(const char* name);
 
 // Adds a node type to the scene's list of missing types.
 void addMissingType(RtScene* scene, const char* type_name);

@@ -81,9 +81,12 @@ static const char* entryName(const Override& record, unsigned i)
 static RtNode* overrideFor(const char* node_name)
 {
     RtSimpleHash* const table = overrideTable();
+    if (!table)
+        return nullptr;
+    const CritSecLock guard(&table->lock); // or two threads would make two nodes
     if (void* const present = simpleHash_lookup(table, node_name))
         return static_cast<RtNode*>(present);
-    RtNode* const node = table ? the_frame->scene->createNode("override") : nullptr;
+    RtNode* const node = the_frame->scene->createNode("override");
     if (!node)
         return nullptr;
     RvNodeSetStr(node, "node_name", node_name);
@@ -153,12 +156,12 @@ static void storeOverride(RtNode* node, const char* param, RtArray* value)
 
 namespace {
 
-// The text of a value as it is read.
+// The text of a value as it is read. After an exhausted heap it is not complete, and grows no more.
 struct ValueText {
     char* data = nullptr;
     uint64_t length = 0;
     uint64_t capacity = 0;
-    bool is_complete = true; // all of it could be kept
+    bool is_complete = true;
 };
 
 enum class ValueEnd { line, block, input };
@@ -168,13 +171,15 @@ enum class ValueEnd { line, block, input };
 static void append(ValueText* text, char c)
 {
     static constexpr uint64_t first_capacity = 1024;
+    if (!text->is_complete)
+        return;
     if (text->length == text->capacity) {
         const uint64_t capacity = std::max(first_capacity, 2 * text->capacity);
         void* const grown = capacity <= INT_MAX
                                 ? RvRealloc_func(text->data, unsigned(capacity), module_path,
                                                  __LINE__, "RvRVSParseOverride")
                                 : nullptr;
-        text->is_complete &= grown != nullptr;
+        text->is_complete = grown != nullptr;
         if (!grown)
             return;
         text->data = static_cast<char*>(grown);

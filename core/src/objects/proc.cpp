@@ -370,10 +370,7 @@ RtNode* Content::next()
     return node;
 }
 
-static bool readSceneFile(const char* name, RtList* nodes)
-{
-    return RvRVSLoadList(name, nodes) == 0;
-}
+static bool readSceneFile(const char* name, RtList* nodes) { return loadNested(name, nodes) == 0; }
 
 static bool readObjFile(const char* name, RtList* nodes)
 {

@@ -1,4 +1,6 @@
 // Procedurals whose nodes come from scene files.
+#include "counters.h"
+#include "dotrvs.h"
 #include "image_tools.h"
 #include "objects/proc.h"
 #include "rv_render.h"
@@ -92,6 +94,27 @@ TEST_F(ProcScene, its_extension_makes_a_scene_file_in_any_case_and_compressed)
         EXPECT_EQ(RvNodeLookUpByName("ball")->creator, proc);
         RvNodeDestroy(RvNodeLookUpByName("ball"));
     }
+}
+
+static int depth_of_load;
+static void recordDepth(int, int, const char* text, int)
+{
+    if (!strncmp(text, "loading |", 9))
+        depth_of_load = rv::include_depth;
+}
+
+TEST_F(ProcScene, its_load_counts_as_nested_and_not_as_time_of_the_scene_files)
+{
+    const std::string command = "|sleep 0.05; cat " + writeScene("a.rvs", ball);
+    RtNode* const proc = sceneProcedural("p", command, true);
+    const int64_t before = rv::hostStats()->parse_ms;
+    depth_of_load = 0;
+    RvMsgSetCallback(recordDepth);
+    rv::RvNodeInitialize(proc);
+    ASSERT_TRUE(RvNodeLookUpByName("ball"));
+    EXPECT_EQ(depth_of_load, 1);
+    EXPECT_EQ(rv::include_depth, 0);
+    EXPECT_EQ(rv::hostStats()->parse_ms, before);
 }
 
 TEST_F(ProcScene, a_ray_loads_the_file)

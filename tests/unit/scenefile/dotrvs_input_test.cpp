@@ -149,15 +149,22 @@ TEST_F(SceneFiles, tokens_that_are_put_back_come_as_they_were)
 
 TEST_F(SceneFiles, the_longest_tokens_can_be_put_back)
 {
-    TextInput input("");
-    std::string longest(32767, 'x');
-    longest[0] = '"';
-    rv::pushBack(
-        input.file,
-        { { longest.c_str(), true }, { longest.c_str(), true }, { longest.c_str(), true } });
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(input.word().size(), 32766u);
-    EXPECT_EQ(input.token(), "");
+    static const struct {
+        std::string token;
+        bool is_cut;
+        std::string word;
+    } rows[] = {
+        { '"' + std::string(32765, 'x'), true, std::string(32765, 'x') },
+        { std::string(32767, 'y'), false, std::string(32767, 'y') },
+    };
+    for (const auto& row : rows) {
+        TextInput input("");
+        const rv::ReadToken token = { row.token.c_str(), row.is_cut };
+        rv::pushBack(input.file, { token, token, token });
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(input.word(), row.word);
+        EXPECT_EQ(input.token(), "");
+    }
 }
 
 // The buffer holds 262,144 bytes: the same text reads the same wherever it falls.
@@ -361,6 +368,21 @@ TEST_F(SceneFiles, plain_numbers_go_the_fast_way_and_others_do_not)
         float numbers[16];
         EXPECT_EQ(rv::readPlainFloats(input.file, numbers, 16), row.count) << row.text;
     }
+}
+
+TEST_F(SceneFiles, numbers_as_long_as_a_token_that_is_cut_go_the_slow_way)
+{
+    for (const size_t length : { 32766u, 32767u, 32768u, 40000u }) {
+        const std::string number = "1." + std::string(length - 2, '0');
+        TextInput input(number + " 2 ");
+        rv::refill(input.file);
+        float numbers[2];
+        EXPECT_EQ(rv::readPlainFloats(input.file, numbers, 2), length < 32767 ? 2u : 0u) << length;
+    }
+    const std::string too_long = "1." + std::string(32765, '0') + "7"; // by the 7
+    EXPECT_EQ(problemsOf("sphere { name s center " + too_long + " 2 3 }"),
+              "string longer than 32768 characters | s.3: unknown parameter type");
+    EXPECT_EQ(value("s", "center"), "POINT 1x1: 1 7 2");
 }
 
 // ---- Opening and closing ----

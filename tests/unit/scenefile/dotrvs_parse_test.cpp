@@ -2,6 +2,7 @@
 #include "scene_fixture.h"
 
 #include "dotrvs_parse.h"
+#include "test_plugins.h"
 
 #include <signal.h>
 
@@ -241,6 +242,26 @@ TEST_P(EveryTypeFile, arrays_are_not_nested_without_end)
               0u);
 }
 
+TEST_P(EveryTypeFile, an_array_that_fails_inside_another_does_not_end_the_file)
+{
+    const std::string problem = problemsOf("every { name e declare lists constant ARRAY ARRAY\n"
+                                           "lists 3 1 ARRAY 2147483648 1 INT 1 2 3");
+    EXPECT_TRUE(node_tools::reportsFailure(problem, "core\\src\\dotrvs", "RvRVSParseArray"))
+        << problem;
+    RvNodeDestroy(node("e"));
+
+    const std::string name = write("every.rvs", "every { name e declare lists constant ARRAY ARRAY "
+                                                "lists 2 1 ARRAY 2 1 INT 1 2 1 1 STRING x }");
+    const auto problems = node_tools::problemsOfFailingHeap(
+        [&] {
+            RvRVSLoad(name.c_str());
+            RvNodeDestroy(node("e"));
+        },
+        takeProblems);
+    EXPECT_TRUE(node_tools::anyReportsFailure(problems, "core\\src\\dotrvs", "RvRVSParseArray"));
+    EXPECT_EQ(problems.count("lists: unexpected end-of-file in array"), 0u);
+}
+
 TEST_P(EveryTypeFile, element_types_that_no_file_can_hold_are_reported)
 {
     RtArray* const array = RvArrayAllocate(1, 1, RV_TYPE_ENUM);
@@ -317,6 +338,16 @@ TEST_F(SceneFiles, a_declaration_that_fails_is_reported)
     problemsOf("sphere { declare");
 }
 
+TEST_F(SceneFiles, words_of_a_declaration_are_cut_to_4095_characters)
+{
+    for (const size_t length : { 4094u, 4095u, 4096u, 20000u }) {
+        const std::string name(length, 'n'), kept(std::min<size_t>(length, 4095), 'n');
+        loadWell("sphere { name s declare " + name + " constant INT " + kept + " 5 }");
+        EXPECT_EQ(RvNodeGetInt(node("s"), kept.c_str()), 5) << length;
+        RvNodeDestroy(node("s"));
+    }
+}
+
 // ---- Statements ----
 
 TEST_F(SceneFiles, a_missing_type_is_reported_once_and_skipped)
@@ -365,6 +396,16 @@ TEST_F(SceneFiles, options_are_the_one_node_and_not_while_rendering)
     loadWell("options { xres 1 }\nsphere { name s }");
     EXPECT_EQ(rv::render_options->xres, 77);
     EXPECT_NE(node("s"), nullptr);
+}
+
+TEST_F(SceneFiles, plug_ins_of_an_options_block_serve_the_blocks_that_follow)
+{
+    std::filesystem::create_directories(folder / "lib");
+    std::filesystem::copy_file(std::string(testPlugins()) + "/good.so", folder / "lib" / "good.so");
+    EXPECT_EQ(RvNodeEntryLookUp("good_shader"), nullptr);
+    loadWell("options { shader_searchpath \"" + path("lib") + "\" }\ngood_shader { name g }");
+    ASSERT_NE(node("g"), nullptr);
+    EXPECT_TRUE(RvNodeIs(node("g"), "good_shader"));
 }
 
 // Nothing but a brace ends the skip: the process is stopped from outside.

@@ -4,6 +4,8 @@
 #include "dotrvs_references.h"
 #include "golden.h"
 
+#include <thread>
+
 static RtNode* overrideOf(const char* name)
 {
     return static_cast<RtNode*>(simpleHash_lookup(rv::the_frame->scene_files->overrides, name));
@@ -51,6 +53,20 @@ TEST_F(SceneFiles, nodes_named_in_an_override_are_looked_up_after_the_file)
     EXPECT_EQ(nodeName(RvNodeGetPtr(node("i"), "field")), "n");
     EXPECT_EQ(link("l", "Kd"), "n");
     EXPECT_EQ(link("l", "Kd_color"), "later");
+}
+
+// Nothing is looked up after a load that fails.
+TEST_F(SceneFiles, arrays_of_nodes_in_an_override_are_looked_up_at_once)
+{
+    load("flat { name f }\nsphere { name s }\nimplicit { name i }\n"
+         "override\n{\n s shader 3 1 NODE f later f\n i field f\n}\ninclude missing.rvs\n");
+    EXPECT_EQ(nodesOf("s", "shader"), "f null f");
+    EXPECT_EQ(RvNodeGetPtr(node("i"), "field"), nullptr);
+    EXPECT_EQ(RvListSize(rv::the_frame->scene_files->references), 2u);
+    takeProblem();
+    loadWell("flat { name later }");
+    EXPECT_EQ(nodesOf("s", "shader"), "f later f");
+    EXPECT_EQ(nodeName(RvNodeGetPtr(node("i"), "field")), "f");
 }
 
 TEST_F(SceneFiles, the_last_override_of_a_parameter_wins)
@@ -128,6 +144,23 @@ TEST_F(SceneFiles, a_bad_stored_value_behaves_as_in_a_file)
     EXPECT_NE(problem.find("unknown boolean token"), std::string::npos);
 }
 
+static std::vector<int> lines_of_problems;
+static void recordLine(int, int severity, const char*, int)
+{
+    if (severity > 0)
+        lines_of_problems.push_back(rv::scene_file_line);
+}
+
+TEST_F(SceneFiles, stored_overrides_are_applied_on_line_0)
+{
+    loadWell("\n\noverride\n{\n s nonsense 3\n s no_sense 3\n}\n");
+    RvMsgSetCallback(recordLine);
+    lines_of_problems.clear();
+    initialized("sphere", "s");
+    EXPECT_EQ(lines_of_problems, (std::vector<int>{ 0, 0 }));
+    EXPECT_EQ(rv::scene_file_line, -1);
+}
+
 TEST_F(SceneFiles, references_of_stored_overrides_wait_for_the_next_load)
 {
     loadWell("override\n{\n i field n\n j field n\n}\n");
@@ -176,6 +209,49 @@ TEST_F(SceneFiles, ignored_arrays_of_overrides_are_survived)
                   std::string::npos,
               false);
     initialized("sphere", "s");
+}
+
+TEST_F(SceneFiles, concurrent_loads_make_one_override_for_a_name)
+{
+    static constexpr int names = 3000;
+    std::string text = "override\n{\n";
+    for (int i = 0; i < names; ++i)
+        text += node_tools::formatted(" node_%d radius 2\n", i);
+    const std::string name = write("overrides.rvs", text + "}\n");
+    node_tools::HookOverride hooks;
+    hooks.hooks.rendering = [] { return true; };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&] { EXPECT_EQ(rv::loadNested(name.c_str(), nullptr), 0); });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(RvNodeEntryGetCount(RvNodeEntryLookUp("override")), names);
+    EXPECT_EQ(RvNodeGetInt(overrideOf("node_7"), "param_count"), 1);
+}
+
+TEST_F(SceneFiles, a_value_that_does_not_fit_on_the_heap_is_reported_once)
+{
+    const std::string name =
+        write("o.rvs", "override\n{\n s radius" + std::string(5000, ' ') + "7\n}\n");
+    int failures = 0;
+    bool ran_through = false;
+    for (long n = 0; !ran_through && n < 1000; ++n) {
+        {
+            const node_tools::AllocationLimit limit(n);
+            RvRVSLoad(name.c_str());
+            ran_through = node_tools::heapIsOpen();
+        }
+        const auto problems = takeProblems();
+        const auto reports =
+            std::count_if(problems.begin(), problems.end(), [](const std::string& text) {
+                return node_tools::reportsFailure(text, "core\\src\\override",
+                                                  "RvRVSParseOverride");
+            });
+        EXPECT_LE(reports, 1) << n;
+        failures += int(reports);
+    }
+    EXPECT_TRUE(ran_through);
+    EXPECT_GE(failures, 4); // of 1,024, 2,048, 4,096 and 8,192 bytes
 }
 
 TEST_F(SceneFiles, an_exhausted_heap_is_survived_by_overrides)
