@@ -2,6 +2,7 @@
 import gzip
 import json
 import os
+import stat
 import unittest
 from command_case import BALL, CommandCase
 
@@ -80,6 +81,20 @@ class Convert(CommandCase):
         self.run_command("convert", "a.rvs", "a.rvs")
         self.assertIn(b"sphere", self.read("a.rvs"))
         self.assertEqual(os.listdir(self.folder), ["a.rvs"])
+
+    def test_overrides_of_nodes_to_come_are_left_out(self):
+        self.write("a.rvs", "override { later radius 2\n}\nsphere\n{\n name ball\n}\n")
+        self.run_command("convert", "a.rvs", "b.rvs")
+        self.assertNotIn(b"override", self.read("b.rvs"))
+        self.assertIn(b" name ball\n", self.read("b.rvs"))
+        self.assertEqual(self.run_command("check", "b.rvs").stderr, "")
+
+    def test_a_replaced_file_keeps_its_permissions(self):
+        for mode in (0o600, 0o664):
+            os.chmod(self.write("a.rvs", "old"), mode)
+            self.run_command("convert", BALL, "a.rvs")
+            self.assertNotEqual(self.read("a.rvs"), b"old")
+            self.assertEqual(stat.S_IMODE(os.stat(self.path("a.rvs")).st_mode), mode)
 
     def test_a_failed_conversion_leaves_the_old_file(self):
         self.write("out.rvs", "old")

@@ -76,16 +76,29 @@ static std::string temporaryName()
     return (path.parent_path() / name).string();
 }
 
+// An older file that is replaced hands on who may use it.
+static void takePermissions(const std::string& file)
+{
+    std::error_code error;
+    const auto older = std::filesystem::status(settings.output, error);
+    if (std::filesystem::exists(older))
+        std::filesystem::permissions(file, older.permissions(), error);
+}
+
+// The block of an "override" node would be read as a statement of that name.
+static constexpr unsigned written_kinds = RV_NODE_ALL & ~RV_NODE_OVERRIDE;
+
 static bool writeOutput()
 {
     const std::string temporary = temporaryName();
     int result = 0;
     const auto messages = captureMessages(
-        [&] { result = RvRVSWrite(temporary.c_str(), RV_NODE_ALL, isObjFile(settings.input)); });
+        [&] { result = RvRVSWrite(temporary.c_str(), written_kinds, isObjFile(settings.input)); });
     showMessages(messages);
     const bool has_error = std::any_of(messages.begin(), messages.end(), [](const auto& message) {
         return message.severity >= severity_error;
     });
+    takePermissions(temporary);
     if (result == 0 && !has_error && std::rename(temporary.c_str(), settings.output.c_str()) == 0)
         return true;
     reportError("cannot write " + settings.output);
