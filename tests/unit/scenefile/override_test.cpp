@@ -3,7 +3,9 @@
 
 #include "dotrvs_references.h"
 #include "golden.h"
+#include "override.h"
 
+#include <atomic>
 #include <thread>
 
 static RtNode* overrideOf(const char* name)
@@ -211,20 +213,25 @@ TEST_F(SceneFiles, ignored_arrays_of_overrides_are_survived)
     initialized("sphere", "s");
 }
 
-TEST_F(SceneFiles, concurrent_loads_make_one_override_for_a_name)
+TEST_F(SceneFiles, concurrent_blocks_make_one_override_for_a_name)
 {
-    static constexpr int names = 3000;
-    std::string text = "override\n{\n";
-    for (int i = 0; i < names; ++i)
-        text += node_tools::formatted(" node_%d radius 2\n", i);
-    const std::string name = write("overrides.rvs", text + "}\n");
-    node_tools::HookOverride hooks;
-    hooks.hooks.rendering = [] { return true; };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] { EXPECT_EQ(rv::loadNested(name.c_str(), nullptr), 0); });
-    for (std::thread& thread : threads)
-        thread.join();
+    static constexpr int names = 20000;
+    std::atomic<int> arrived = 0;
+    const auto parseAll = [&] {
+        RtRVSFile* const file = RvRVSCreateFile("blocks");
+        for (int i = 0; i < names; ++i) {
+            const std::string text = node_tools::formatted("{ node_%d radius 2 }", i);
+            rv::readFromText(file, text.data(), text.size());
+            // Both at the same moment.
+            for (++arrived; arrived < 2 * (i + 1);)
+                std::this_thread::yield();
+            RvRVSParseOverride(file);
+        }
+        RvRVSDestroyFile(file);
+    };
+    std::thread other(parseAll);
+    parseAll();
+    other.join();
     EXPECT_EQ(RvNodeEntryGetCount(RvNodeEntryLookUp("override")), names);
     EXPECT_EQ(RvNodeGetInt(overrideOf("node_7"), "param_count"), 1);
 }
