@@ -139,3 +139,39 @@ TEST_F(SceneFiles, a_thousand_missing_types_are_reported_once_each)
     EXPECT_EQ(takeProblems().size(), 1000u);
     EXPECT_EQ(rv::the_frame->scene->missing_types->nelements, 1000u);
 }
+
+// ---- Size ----
+
+TEST_F(SceneFiles, a_line_of_a_hundred_megabytes_is_read_like_any_other)
+{
+    constexpr size_t length = 100000000;
+    loadWell("# " + std::string(length, 'x') + "\nsphere { name after_comment }\n");
+    EXPECT_TRUE(node("after_comment"));
+
+    loadWell("sphere { name after_blanks" + std::string(length, ' ') + "radius 3 }\n");
+    EXPECT_EQ(value("after_blanks", "radius"), "FLOAT 1x1: 3");
+
+    std::string numbers = "polymesh { name mesh vidxs 25000000 1 UINT ";
+    for (size_t i = 0; i < length / 4; ++i)
+        numbers += "123 ";
+    loadWell(numbers + "smoothing on }\n");
+    const RtArray* const read = RvNodeGetArray(node("mesh"), "vidxs");
+    ASSERT_EQ(read->nelements, 25000000u);
+    EXPECT_EQ(RvArrayGetUInt(read, 24999999), 123u);
+    EXPECT_EQ(value("mesh", "smoothing"), "1");
+}
+
+TEST_F(SceneFiles, ten_thousand_files_inside_each_other_are_refused_in_the_end)
+{
+    constexpr int files = 10000;
+    for (int i = 0; i < files; ++i)
+        write(node_tools::formatted("%d.rvs", i),
+              node_tools::formatted("sphere { name s%d }\ninclude ", i) +
+                  path(node_tools::formatted("%d.rvs", i + 1)) + "\n");
+    EXPECT_EQ(RvRVSLoad(path("0.rvs").c_str()), -1);
+    const auto problems = takeProblems();
+    ASSERT_FALSE(problems.empty());
+    EXPECT_NE(problems[0].find("scene files are nested deeper than 200"), std::string::npos);
+    EXPECT_TRUE(node("s199"));
+    loadWell("sphere { name afterwards }");
+}
