@@ -25,6 +25,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <set>
 #include <stdio.h>
 #include <vector>
@@ -626,23 +627,31 @@ private:
 
 } // namespace
 
-// False when somebody else has done it, or is doing it on this thread.
-static bool loadOnce(RtProcedurals* all, RtNode* proc, ProcData* data, LoadedFor who)
+struct LoadCounts {
+    int nodes, objects;
+};
+
+// What was loaded; nothing when somebody else has done it, or is doing it on this thread.
+static std::optional<LoadCounts> loadOnce(RtProcedurals* all, RtNode* proc, ProcData* data,
+                                          LoadedFor who)
 {
     const CritSecLock guard(&all->lock);
     if (data->stage != Stage::unloaded)
-        return false;
+        return std::nullopt;
     const LoadScope scope(all, data, who);
     expandAndBuild(proc, data);
-    return true;
+    // Counted here: once the lock is free, others trace into the list and may thin it out.
+    return LoadCounts{ int(data->adopted), data->list ? int(data->list->count) : 0 };
 }
 
 static void load(RtNode* proc, ProcData* data, LoadedFor who)
 {
     RtProcedurals* const all = procedurals();
-    if (all && loadOnce(all, proc, data, who))
-        RvMsgDebug("[proc] %s: loaded %d nodes (%d objects)", RvNodeGetName(proc),
-                   int(data->adopted), data->list ? int(data->list->count) : 0);
+    if (!all)
+        return;
+    if (const auto counts = loadOnce(all, proc, data, who))
+        RvMsgDebug("[proc] %s: loaded %d nodes (%d objects)", RvNodeGetName(proc), counts->nodes,
+                   counts->objects);
 }
 
 void loadProcedural(RtGObject* object, LoadedFor who)
