@@ -151,7 +151,7 @@ public:
 
 private:
     // Below this a subtree belongs to the item that reached it.
-    static constexpr uint32_t grain = 16384;
+    static constexpr uint32_t grain = 2048;
 
     struct Link {
         uint32_t node;
