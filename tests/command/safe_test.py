@@ -116,6 +116,16 @@ class Refusals(SafeCase):
         self.refused('driver_exr { filename "/usr/a.exr" }\n', "outside of the roots")
         self.refused('driver_png { filename "scene/scene.rvs" }\n', "writing over the scene")
 
+    def test_the_users_own_files_do_not_open_their_folders(self):
+        self.write_bytes("outside/victim.txt", b"precious")
+        name = self.scene(RENDERABLE.replace('"out.png"', '"outside/victim.txt"'))
+        for option in "--log-file", "--stats-json":
+            result = self.run_within_limit("render", "--safe", option, "outside/own.txt", name)
+            self.assertEqual(result.returncode, 1, result.stdout + result.stderr)
+            self.assertIn("outside of the roots", result.stderr)
+        with open(self.path("outside/victim.txt")) as file:
+            self.assertEqual(file.read(), "precious")
+
     def test_nested_scenes_of_procedurals_do_not_escape(self):
         self.write("scene/a.rvs", 'procedural { name b dso "scene/b.rvs" }\n')
         self.write("scene/b.rvs", 'include "outside/part.rvs"\n')
@@ -219,6 +229,31 @@ class Limits(SafeCase):
         self.assertIn("--max-memory", result.stderr)
         result = self.run_within_limit("info", "--safe", "--max-memory", "1G", "scene/scene.rvs")
         self.assertEqual(result.returncode, 0, result.stderr)
+
+
+    def test_memory_is_bounded_while_the_scene_is_looked_at(self):
+        self.write("scene/scene.rvs", 'override { nobody filename "' + "x" * 200000000 + '"\n}\n')
+        result = self.run_within_limit("info", "--safe", "--max-memory", "100M", "scene/scene.rvs")
+        self.assertEqual(result.returncode, 1, result.stdout + result.stderr)
+        self.assertIn("--max-memory", result.stderr)
+
+
+class Addresses(SafeCase):
+    def test_nodes_do_not_pass_for_code_or_data(self):
+        for block in ("procedural { name p load_at_init on funcptr ball }",
+                      "procedural { name p load_at_init on userptr ball }",
+                      "driver_display { name d callback ball }",
+                      "driver_display { name d callback_data ball }",
+                      "list_aggregate { name l obj_list ball }",
+                      "override {\n l obj_list ball\n}\nlist_aggregate { name l }"):
+            name = self.scene("sphere { name ball radius 1 }\n" + block + "\n")
+            for mode in [], ["--safe"]:
+                for command in ("check", "info"):
+                    result = self.run_within_limit(command, *mode, name)
+                    output = result.stdout + result.stderr
+                    self.assertEqual(result.returncode, 1, output)
+                    self.assertIn("is the address of code or data", output)
+        self.allowed("procedural { name p funcptr NULL min -1 -1 -1 max 1 1 1 }")
 
 
 class Confinement(SafeCase):

@@ -68,6 +68,8 @@ static void findProblems(Findings& findings)
     ScanOptions options = settings.scene.safety.is_on ? rules.scanOptions() : ScanOptions();
     options.load_plugins = !settings.scene.safety.is_on;
 
+    if (settings.scene.safety.is_on)
+        rules.boundMemory();
     // What loading plug-ins says now it says again when the scene is loaded, with its line.
     captureMessages([&] { scanScenes(sources, universe, options, findings); });
     if (findings.has(Effect::endless) || findings.has(Effect::forbidden))

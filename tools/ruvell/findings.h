@@ -14,7 +14,7 @@ enum class Weight { warning, error };
 enum class Effect {
     none,      // the scene loads, though perhaps not as meant
     endless,   // loading it would not come to an end, or would exhaust the process
-    forbidden, // not allowed in safe mode
+    forbidden, // not allowed in safe mode, or fatal to whoever loads it
 };
 
 // Groups findings that say the same kind of thing; see Findings::has.

@@ -95,7 +95,7 @@ std::string SafetyRules::refuseWriting(const std::string& path) const
     if (std::find(files.begin(), files.end(), real) != files.end())
         return "writing over the scene " + shownPath(path, real);
     for (const std::string& file : trusted.written)
-        if (isInside(real, realPath(folderOf(file))))
+        if (real == realPath(file))
             return "";
     for (const std::string& root : roots)
         if (isInside(real, root))
@@ -142,10 +142,10 @@ static std::string libraryFolder()
     return is_known && info.dli_fname ? folderOf(info.dli_fname) : "";
 }
 
-void SafetyRules::enforce(const std::vector<std::string>& outputs) const
+void SafetyRules::boundMemory() const
 {
-    static bool is_enforced = false;
-    if (std::exchange(is_enforced, true))
+    static bool is_bounded = false;
+    if (std::exchange(is_bounded, true))
         return;
     std::snprintf(out_of_memory, sizeof out_of_memory,
                   "ruvell: error: the scene needs more memory than the %llu MB of --max-memory\n",
@@ -155,7 +155,13 @@ void SafetyRules::enforce(const std::vector<std::string>& outputs) const
                 [](int, const std::string& text, int) { explainLackOfMemory(text); });
     if (!limitMemory(settings.max_memory))
         reportWarning("the memory cannot be bounded on this system");
+}
 
+void SafetyRules::enforce(const std::vector<std::string>& outputs) const
+{
+    static bool is_enforced = false;
+    if (std::exchange(is_enforced, true))
+        return;
     Confinement confinement;
     confinement.readable = roots;
     confinement.readable.insert(confinement.readable.end(), files.begin(), files.end());
@@ -166,8 +172,8 @@ void SafetyRules::enforce(const std::vector<std::string>& outputs) const
     confinement.may_load_code = trusted.has_plugins;
     const std::string missing = confineProcess(confinement);
     if (!missing.empty())
-        RvMsgInfo("safe mode: this system cannot confine %s; the check of the scene alone must do",
-                  missing.c_str());
+        reportWarning("safe mode: this system cannot confine " + missing +
+                      "; the check of the scene alone must do");
 }
 
 // ---- Scenes ----
@@ -246,6 +252,8 @@ bool prepareScenes(const SceneSources& sources, const SafetySettings& settings,
     Findings findings;
     ScanOptions options = settings.is_on ? rules.scanOptions() : ScanOptions();
     options.search_dirs = trusted.searched;
+    if (settings.is_on)
+        rules.boundMemory(); // scenes of strangers may be large to read, too
     SceneScan scan(std::move(options), UniverseState::now(), findings);
     for (const SceneSource& source : sources.list())
         scan.scanScene(source.path, source.shown);

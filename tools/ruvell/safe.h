@@ -65,8 +65,10 @@ public:
     std::string refuseWriting(const std::string& path) const;
 
     ScanOptions scanOptions() const;
-    // Binds the process to the rules, once and for all; says at -v what the system cannot enforce.
-    // The scene writes these outputs.
+    // Bounds the memory of the process, once and for all.
+    void boundMemory() const;
+    // Binds the process to the other rules, once and for all; warns of what the system cannot
+    // enforce. The scene writes these outputs.
     void enforce(const std::vector<std::string>& outputs) const;
 
 private:

@@ -197,7 +197,7 @@ void SceneScan::reportUnknownType(Input& in, const std::string& type)
                       "write a blank on both sides of '{' and '}'");
     else
         report(Topic::unknown_type, Weight::error, place, "unknown node type " + inQuotes(type),
-               didYouMean(nearestNames(type, typeNames())));
+               suggest(type, typeNames()));
 }
 
 // The reader passes over the blocks of unknown types up to the next "}", and only that stops it.
@@ -427,7 +427,7 @@ void SceneScan::reportUnknownParameter(Block& block, const std::string& name, co
     else
         report(Topic::unknown_parameter, Weight::error, place,
                inQuotes(type) + " has no parameter " + inQuotes(name),
-               didYouMean(nearestNames(name, parameterNames(block.node->entry))));
+               suggest(name, parameterNames(block.node->entry)));
     block.quiet_line = place.line;
 }
 

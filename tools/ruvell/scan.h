@@ -233,7 +233,10 @@ private:
     void lostStructure(Block* block, const Place& place, std::string message,
                        std::string hint = "");
     void forbid(const Place& place, const std::string& what);
-    std::string nearestNode(const std::string& name, int kind) const;
+    std::string nearestNode(const std::string& name, int kind);
+    // As didYouMean; empty after many, because each costs a look at all names.
+    std::string suggest(const std::string& wrong, const std::vector<std::string>& known);
+    int suggestions_left = 100;
 
     ScanOptions options;
     Findings& findings;

@@ -21,14 +21,24 @@ SceneScan::Node* SceneScan::findNode(const std::string& name)
     return found == nodes.end() ? nullptr : &found->second;
 }
 
-// The nearest names of nodes whose kind is in the mask.
-std::string SceneScan::nearestNode(const std::string& name, int kind) const
+std::string SceneScan::suggest(const std::string& wrong, const std::vector<std::string>& known)
 {
+    if (suggestions_left == 0)
+        return "";
+    --suggestions_left;
+    return didYouMean(nearestNames(wrong, known));
+}
+
+// The nearest names of nodes whose kind is in the mask.
+std::string SceneScan::nearestNode(const std::string& name, int kind)
+{
+    if (suggestions_left == 0)
+        return "";
     std::vector<std::string> names;
     for (const auto& [known, node] : nodes)
         if ((RvNodeEntryGetType(node.entry) & kind) && names.size() < max_candidates)
             names.push_back(known);
-    return didYouMean(nearestNames(name, names));
+    return suggest(name, names);
 }
 
 void SceneScan::rename(Block& block, const std::string& name, uint32_t file, const Place& place)

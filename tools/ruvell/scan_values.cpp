@@ -124,6 +124,13 @@ void SceneScan::scanNodeName(Input& in, Block& block, const Parameter& parameter
     const std::string target = in.text.readWord();
     if (target.empty() || (target == "}" && !in.text.wasQuoted()))
         return lostStructure(&block, parameter.place, noValue(parameter.name));
+    if (parameter.type == RV_TYPE_POINTER && parameter.declared_name && target != "NULL")
+        return report(Topic::other, Weight::error, parameter.place,
+                      inQuotes(parameter.name) +
+                          " is the address of code or data, which no scene "
+                          "file can give: " +
+                          inQuotes(target) + " would be taken for it",
+                      "only a program can set it", Effect::forbidden);
     addReference(target, block, parameter);
 }
 
