@@ -7,6 +7,7 @@
 #include "assignments.h"
 #include "library_log.h"
 #include "report.h"
+#include "scan_words.h"
 #include "scene.h"
 #include <charconv>
 #include <cstring>
@@ -173,24 +174,6 @@ static std::vector<std::string> words(const std::string& value)
     return list;
 }
 
-// Numbers that make up one value; 0 for types that are not written as numbers.
-static size_t numberCount(int type)
-{
-    switch (type) {
-    case RV_TYPE_BYTE:
-    case RV_TYPE_INT:
-    case RV_TYPE_UINT:
-    case RV_TYPE_FLOAT: return 1;
-    case RV_TYPE_POINT2: return 2;
-    case RV_TYPE_RGB:
-    case RV_TYPE_VECTOR:
-    case RV_TYPE_POINT: return 3;
-    case RV_TYPE_RGBA: return 4;
-    case RV_TYPE_MATRIX: return 16;
-    default: return 0;
-    }
-}
-
 static std::string typeName(int type)
 {
     const char* name = RvParamGetTypeName(type);
@@ -286,7 +269,7 @@ static void checkArray(const std::vector<std::string>& value, int element_type)
     }
     if (element_type == RV_TYPE_ARRAY)
         return; // each element has a header of its own: left to the reader
-    const size_t numbers = numberCount(element_type);
+    const size_t numbers = numbersOf(element_type);
     requireCount(std::vector(value.begin() + static_cast<ptrdiff_t>(first), value.end()),
                  count * std::max<size_t>(numbers, 1), element_type);
     if (numbers > 0)
@@ -300,7 +283,7 @@ static void checkNumbers(const std::vector<std::string>& value, int type)
 {
     if (value.size() == 1 && !isNumber(value[0]))
         return requireNode(value[0]); // a link
-    requireCount(value, numberCount(type), type);
+    requireCount(value, numbersOf(type), type);
     requireNumbers(value, 0, type);
 }
 
@@ -314,7 +297,7 @@ static void checkValue(const std::vector<std::string>& value, const Target& targ
         requireCount(value, 1, RV_TYPE_NODE);
         return requireNode(value[0]);
     }
-    if (numberCount(target.type) > 0)
+    if (numbersOf(target.type) > 0)
         return checkNumbers(value, target.type);
     requireCount(value, 1, target.type);
     if (target.type == RV_TYPE_ENUM)
