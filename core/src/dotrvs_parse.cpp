@@ -693,6 +693,14 @@ static void parseBlock(RtRVSFile* file, RtNode* node)
     }
 }
 
+// Most nodes are given their name first; the library's choice is made for the others only, because
+// it costs as much as the rest of a small node.
+static void nameUnlessNamed(RtNode* node, const char* param)
+{
+    if (!node->registered_name && strcmp(param, "name") != 0)
+        the_frame->scene->nameByDefault(node);
+}
+
 static void parseNodeStatement(RtRVSFile* file, const char* type_name, RtList* list)
 {
     RtScene* const scene = the_frame ? the_frame->scene : nullptr;
@@ -702,7 +710,7 @@ static void parseNodeStatement(RtRVSFile* file, const char* type_name, RtList* l
         return;
     }
     const bool is_options = !strcmp(type_name, "options");
-    RtNode* const node = scene ? scene->createNode(type_name) : nullptr;
+    RtNode* const node = scene ? scene->createUnnamedNode(type_name) : nullptr;
     if (!node) {
         skipBlock(file);
         return;
@@ -736,6 +744,7 @@ bool RvRVSParseParameter(RtRVSFile* file, RtNode* node, bool defer)
         return false;
     char* const name = rv::tokenArea(file, rv::RV_AREA_NAME);
     RvRVSReadToken(file, name);
+    rv::nameUnlessNamed(node, name);
     const int kind = RvRVSTokenKind(name);
     if (kind == rv::RV_TOKEN_END || kind == rv::RV_TOKEN_CLOSE)
         return false;

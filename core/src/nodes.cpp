@@ -80,7 +80,7 @@ void resetParameter(RtNode* node, const RtParamEntry* param, bool release)
 
 static constexpr size_t max_name_length = 32768;
 
-bool mayRename(const RtNode* node, const char* name)
+bool mayRename(RtNode* node, const char* name)
 {
     const size_t length = strlen(name);
     if (length > max_name_length) {
@@ -90,6 +90,7 @@ bool mayRename(const RtNode* node, const char* name)
     }
     const void* const holder = simpleHash_lookup(the_frame->scene->names, name);
     if (holder && holder != node) {
+        the_frame->scene->nameByDefault(node); // the message must tell which node it is
         RvMsgWarning("can't rename node \"%s\" to \"%s\": name already in use", RvNodeGetName(node),
                      name);
         return false;
@@ -171,8 +172,6 @@ void freeNode(RtNode* node)
     releaseUserParams(node);
     threadStats()->node_overhead_bytes -= nodeOverhead(node);
     freeLinks(node);
-    RvFree_func(node->params);
-    RvFree_func(node->set_flags);
     RvFree_func(node);
 }
 

@@ -8,7 +8,8 @@
 #include "rv_node.h"
 #include "userdefs.h"
 
-struct RtNode {
+// Aligned like heap memory, because the parameters follow it in the same block.
+struct alignas(16) RtNode {
     RtNodeEntry* entry;
     void* params;                // the type's own record, or one RtParamValue per parameter
     const char* registered_name; // under which the scene's table holds the node; pooled, or null
@@ -88,7 +89,7 @@ void resetParameter(RtNode* node, const RtParamEntry* param, bool release);
 unsigned nodeOverhead(const RtNode* node);
 
 // True when the node may take this name; otherwise the reason is logged.
-bool mayRename(const RtNode* node, const char* name);
+bool mayRename(RtNode* node, const char* name);
 
 // Enters the node into the scene's name table under its present name, in place of an older one.
 void registerName(RtNode* node, const RtParamEntry* param);

@@ -18,27 +18,20 @@ namespace rv {
 
 // ---- Nodes ----
 
-// A node with its defaults, not yet in the scene; null when the heap is exhausted.
+// A node with its defaults, not yet in the scene; null when the heap is exhausted. Its parameters
+// and flags follow it in one block.
 static RtNode* allocateNode(RtNodeEntry* entry)
 {
     const unsigned storage = paramStorageSize(entry);
-    RtNode* const node = static_cast<RtNode*>(
-        RvMalloc_func(sizeof(RtNode), module_path, __LINE__, "RtScene::createNode"));
-    void* const params = RvMalloc_func(storage, module_path, __LINE__, "RtScene::createNode");
-    void* const flags =
-        RvMalloc_func(entry->num_params, module_path, __LINE__, "RtScene::createNode");
-    if (!node || !params || !flags) {
-        RvFree_func(node);
-        RvFree_func(params);
-        RvFree_func(flags);
+    const size_t size = sizeof(RtNode) + storage + entry->num_params;
+    void* const block = allocate(size, module_path, __LINE__, "RtScene::createNode");
+    if (!block)
         return nullptr;
-    }
-    memset(params, 0, storage);
-    memset(flags, 0, entry->num_params);
-    *node = {};
+    memset(block, 0, size);
+    RtNode* const node = new (block) RtNode{};
     node->entry = entry;
-    node->params = params;
-    node->set_flags = static_cast<uint8_t*>(flags);
+    node->params = node + 1;
+    node->set_flags = static_cast<uint8_t*>(node->params) + storage;
     node->own_param_count = entry->own_param_count;
     node->name_index = entry->kind_param_end;
     for (unsigned i = 0; i < entry->num_params; ++i)
@@ -63,20 +56,6 @@ static void unlinkNode(RtList* nodes, const RtNode* node)
     if (RtListNode* const next = element->next)
         static_cast<RtNode*>(next->data)->list_previous = previous;
     RvListDeleteAfter(nodes, previous);
-}
-
-// A node created within the same microsecond as one of the same count counts on from there.
-static void setDefaultName(const RtScene* scene, RtNode* node)
-{
-    const uint64_t ticks_per_microsecond = counterFrequency() / 1000000;
-    unsigned long long microseconds =
-        highResolutionCounter() / (ticks_per_microsecond ? ticks_per_microsecond : 1);
-    char name[96]; // 32 characters of the type and at most 34 more
-    do
-        snprintf(name, sizeof name, "%s_%08X%08llX%08X", node->entry->name, wallMilliseconds(),
-                 microseconds++, node->entry->count);
-    while (simpleHash_lookup(scene->names, name));
-    RvNodeSetStr(node, "name", name);
 }
 
 static bool addLight(RtScene* scene, RtNode* light)
@@ -246,6 +225,31 @@ void sceneDestroy(RtScene* scene)
 
 RtNode* RtScene::createNode(const char* type_name)
 {
+    RtNode* const node = createUnnamedNode(type_name);
+    if (node)
+        nameByDefault(node);
+    return node;
+}
+
+// A node created within the same microsecond as one of the same count counts on from there.
+void RtScene::nameByDefault(RtNode* node)
+{
+    if (node->registered_name)
+        return;
+    const rv::SceneGuard guard(this);
+    const uint64_t ticks_per_microsecond = rv::counterFrequency() / 1000000;
+    unsigned long long microseconds =
+        rv::highResolutionCounter() / (ticks_per_microsecond ? ticks_per_microsecond : 1);
+    char name[96]; // 32 characters of the type and at most 34 more
+    do
+        snprintf(name, sizeof name, "%s_%08X%08llX%08X", node->entry->name, rv::wallMilliseconds(),
+                 microseconds++, node->entry->count);
+    while (simpleHash_lookup(names, name));
+    RvNodeSetStr(node, "name", name);
+}
+
+RtNode* RtScene::createUnnamedNode(const char* type_name)
+{
     if (isIgnored(type_name))
         return nullptr;
     const rv::EntryMatch match = rv::findNodeEntry(type_name);
@@ -271,7 +275,6 @@ RtNode* RtScene::createNode(const char* type_name)
         return nullptr;
     }
     ++node->entry->count;
-    rv::setDefaultName(this, node);
     if (rv::enterByKind(this, node))
         return node;
     removeNode(node);

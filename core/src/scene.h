@@ -37,6 +37,11 @@ struct RtScene {
     RtNode* bad_shader;
 
     RtNode* createNode(const char* type_name);
+    // The same without a name, for a caller that gives it one at once. The options node, of which
+    // there is only one, may have its name already.
+    RtNode* createUnnamedNode(const char* type_name);
+    // A name of the library's choice for a node that has none.
+    void nameByDefault(RtNode* node);
     // Takes the node out of the scene and frees it: both steps below.
     void removeNode(RtNode* node);
     // Takes it off the books of its kind and finishes it. A Finish method may destroy other nodes.

@@ -425,6 +425,29 @@ TEST_F(SceneFiles, required_an_open_block_of_a_missing_type_is_skipped_for_ever)
 
 // ---- Links ----
 
+TEST_F(SceneFiles, nodes_get_a_name_of_their_own_unless_the_file_gives_one)
+{
+    ASSERT_EQ(load("lambert { }\n"
+                   "lambert { Kd 0.5 name late }\n"
+                   "lambert { name late Kd 0.25 }\n"),
+              0);
+    const std::string problem = takeProblem();
+    EXPECT_NE(problem.find("can't rename node \"lambert_"), std::string::npos) << problem;
+    EXPECT_NE(problem.find("\" to \"late\": name already in use"), std::string::npos) << problem;
+    int count = 0;
+    RtNodeIterator* const nodes = RvUniverseGetNodeIterator(RV_NODE_SHADER);
+    while (!RvNodeIteratorFinished(nodes)) {
+        RtNode* const node = RvNodeIteratorGetNext(nodes);
+        if (!RvNodeIs(node, "lambert"))
+            continue;
+        ++count;
+        EXPECT_EQ(RvNodeLookUpByName(RvNodeGetName(node)), node) << RvNodeGetName(node);
+    }
+    RvNodeIteratorDestroy(nodes);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(RvNodeGetFlt(RvNodeLookUpByName("late"), "Kd"), 0.5f);
+}
+
 TEST_F(SceneFiles, the_name_of_a_node_links_its_output)
 {
     loadWell("flat { name f }\nlambert { name l Kd f Kd_color.r f }\n"
