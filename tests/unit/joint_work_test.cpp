@@ -1,0 +1,79 @@
+// Tests of work that the threads which wait for its result do together.
+#include "joint_work.h"
+
+#include "frame_fixture.h"
+
+#include <gtest/gtest.h>
+
+// ---- One thread ----
+
+TEST(JointWork, one_thread_does_all_the_pieces_in_order)
+{
+    rv::JointWork work;
+    std::string done;
+    for (int count : { 3, 0, 2 })
+        work.lead(7, count, [&](int thread, int i) {
+            done += std::to_string(thread) + ":" + std::to_string(i) + " ";
+        });
+    EXPECT_EQ(done, "7:0 7:1 7:2 7:0 7:1 ");
+}
+
+TEST(JointWork, joining_without_work_returns_at_once)
+{
+    rv::JointWork work;
+    work.join(1);
+    int pieces = 0;
+    work.lead(0, 5, [&](int, int) { ++pieces; });
+    work.join(1);
+    EXPECT_EQ(pieces, 5);
+}
+
+// ---- Several threads ----
+
+TEST(JointWork, concurrent_threads_that_join_do_every_piece_once)
+{
+    for (int round = 0; round < 50; ++round) {
+        constexpr int count = 300, threads = 8;
+        rv::JointWork work;
+        int runs[count] = {}, done_by[threads] = {};
+        std::atomic<bool> is_led = false;
+        onThreads(threads, [&](int thread) {
+            if (is_led.exchange(true)) {
+                work.join(thread);
+                return;
+            }
+            work.lead(thread, count, [&](int t, int i) {
+                ++runs[i]; // every piece and every thread has its own place
+                ++done_by[t];
+            });
+            int all = 0; // the leader sees everything when it returns
+            for (int t = 0; t < threads; ++t)
+                all += done_by[t];
+            EXPECT_EQ(all, count);
+        });
+        for (int i = 0; i < count; ++i)
+            EXPECT_EQ(runs[i], 1) << i;
+    }
+}
+
+TEST(JointWork, concurrent_helpers_share_the_pieces)
+{
+    rv::JointWork work;
+    std::atomic<int> present = 0;
+    int done_by[2] = {};
+    onThreads(2, [&](int thread) {
+        if (thread == 1) {
+            while (present == 0)
+                std::this_thread::yield();
+            work.join(1);
+            return;
+        }
+        work.lead(0, 2, [&](int t, int) { // neither piece ends before both have begun
+            ++done_by[t];
+            for (++present; present < 2;)
+                std::this_thread::yield();
+        });
+    });
+    EXPECT_EQ(done_by[0], 1);
+    EXPECT_EQ(done_by[1], 1);
+}
