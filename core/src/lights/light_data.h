@@ -12,6 +12,8 @@
 
 #include <math.h>
 
+struct RtLightMap; // lights/light_map.h
+
 // Codes of the light types.
 enum RtLightType : uint8_t {
     RV_LIGHT_DISTANT = 0,
@@ -60,6 +62,7 @@ struct RtLightData {
     bool normalize;
     void (*destroy_type_data)(void*); // null when the type keeps none or frees it itself
     unsigned point_size;              // bytes of the type's RtLightPoint
+    RtLightMap* map;                  // part of the type's data, or null
 
     // What the latest information line said.
     bool is_reported, reported_enabled, reported_shadows;

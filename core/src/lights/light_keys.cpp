@@ -34,7 +34,7 @@ RtVector keyVector(const RtArray* array, unsigned key, const char* file)
     return array ? RvArrayGetVecFunc(array, elementOf(array, key), file, __LINE__) : RV_V3_ZERO;
 }
 
-static const RtMatrix& matrixAt(const RtNode* light, unsigned key)
+const RtMatrix& worldMatrix(const RtNode* light, unsigned key)
 {
     const RtArray* const array = matrices(light);
     return array ? elementsOf<RtMatrix>(array)[elementOf(array, key)] : RV_M4_IDENTITY;
@@ -43,14 +43,14 @@ static const RtMatrix& matrixAt(const RtNode* light, unsigned key)
 RtPoint worldPoint(const RtNode* light, unsigned key, const RtPoint& p)
 {
     RtPoint world;
-    RvM4PointByMatrixMult(&world, &matrixAt(light, key), &p);
+    RvM4PointByMatrixMult(&world, &worldMatrix(light, key), &p);
     return world;
 }
 
 RtVector worldVector(const RtNode* light, unsigned key, const RtVector& v)
 {
     RtVector world;
-    RvM4VectorByMatrixMult(&world, &matrixAt(light, key), &v);
+    RvM4VectorByMatrixMult(&world, &worldMatrix(light, key), &v);
     return world;
 }
 

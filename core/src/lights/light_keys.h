@@ -38,7 +38,8 @@ unsigned matrixKeyCount(const RtNode* light);
 RtPoint keyPoint(const RtArray* array, unsigned key, const char* file);
 RtVector keyVector(const RtArray* array, unsigned key, const char* file);
 
-// By the key of "matrix", of which the last one repeats.
+// The key of "matrix", of which the last one repeats, and what it does.
+const RtMatrix& worldMatrix(const RtNode* light, unsigned key);
 RtPoint worldPoint(const RtNode* light, unsigned key, const RtPoint& p);
 RtVector worldVector(const RtNode* light, unsigned key, const RtVector& v);
 

@@ -67,6 +67,10 @@ void lightVolumeParameters(RtList* params, RtMetaDataStore* metadata, int offset
 // if it is still there.
 void finishLight(RtNode* light);
 
+// A hook of the frame: bit 0x8 of the flags makes skydome lights build their sampling tables anew
+// at their next use, bit 0x10 quad lights.
+void flushLight(RtNode* light, int flags);
+
 extern const RtNodeMethods point_light_methods, distant_light_methods, quad_light_methods,
     spot_light_methods, ambient_light_methods, skydome_light_methods;
 

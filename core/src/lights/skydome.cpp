@@ -1,10 +1,24 @@
 // skydome: the "skydome_light" light node, an environment around the whole scene.
-#include "lights/lights.h"
+#include "lights/skydome.h"
+
+#include "array.h"
+#include "lights/light_keys.h"
+#include "lights/light_loop.h"
+#include "lights/light_map.h"
+#include "maths.h"
+#include "rays.h"
+#include "rv_brdf.h"
+#include "rv_textures.h"
+
+#include <algorithm>
+
+static const char* const module_path = "core\\src\\lights\\skydome";
 
 namespace rv {
 
 static const char* const format_names[] = { "mirrored_ball", "angular", "latlong", "cubic",
                                             nullptr };
+enum SkyFormat { mirrored_ball, angular, latlong, cubic };
 
 struct SkydomeLight {
     int resolution; // side of the importance table; below 1 the light is disabled
@@ -21,18 +35,346 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
                     format_names);
 }
 
+// ---- The square and the sphere ----
+
+static constexpr float pi = 3.14159265f;
+static constexpr float sphere = 12.566371f; // steradians
+
+RtVector skyDirection(float u, float v)
+{
+    const float a = 2 * u - 1, b = 2 * v - 1;
+    float p, q, offset;
+    if (b >= 0) {
+        p = a >= 0 ? a : b;
+        q = a >= 0 ? b : -a;
+        offset = a >= 0 ? 0 : pi / 2;
+    } else {
+        p = a < 0 ? -a : -b;
+        q = a < 0 ? -b : a;
+        offset = a < 0 ? pi : 3 * pi / 2;
+    }
+    const float s = p + q;
+    const float r = s <= 1 ? s : 2 - s;
+    const float z = s <= 1 ? 1 - r * r : r * r - 1;
+    const float phi = offset + pi / 4 * (r > 0 ? (q - p) / r + 1 : 0);
+    const float across = r * sqrtf(std::max(0.0f, 2 - r * r));
+    return { across * cosf(phi), across * sinf(phi), z };
+}
+
+// sqrt(1 - |z|), from the other components near the poles, where the difference loses its digits.
+static float poleDistance(const RtVector& d)
+{
+    const float across_sq = d.x * d.x + d.y * d.y;
+    return sqrtf(std::min(1.0f, across_sq / (1 + fabsf(d.z))));
+}
+
+RtPoint2 skySquare(const RtVector& dir)
+{
+    const float r = poleDistance(dir);
+    float phi = atan2f(dir.y, dir.x);
+    if (phi < 0)
+        phi += 2 * pi;
+    const int quadrant = std::min(int(phi / (pi / 2)), 3);
+    const float base = dir.z >= 0 ? r : 2 - r;
+    const float t = ((4 / pi * (phi - float(quadrant) * (pi / 2)) - 1) * r + base) / 2;
+    const float s = base - t;
+    const RtPoint2 places[] = { { s, t }, { -t, s }, { -s, -t }, { t, -s } };
+    const RtPoint2 p = places[quadrant];
+    return { std::clamp(p.x / 2 + 0.5f, 0.0f, 1.0f), std::clamp(p.y / 2 + 0.5f, 0.0f, 1.0f) };
+}
+
+// ---- Orientation ----
+
+// The light's space at one time.
+struct SkyFrame {
+    RtMatrix to_world, to_light;
+    float volume; // of the unit cube in the world; 0 when the matrix has no inverse
+};
+
+static SkyFrame frameOf(const RtMatrix& to_world)
+{
+    SkyFrame frame = { to_world, RV_M4_IDENTITY, 0 };
+    const auto& m = to_world.m;
+    const RtVector x = { m[0][0], m[0][1], m[0][2] }, y = { m[1][0], m[1][1], m[1][2] },
+                   z = { m[2][0], m[2][1], m[2][2] };
+    const float volume = fabsf(dot(cross(x, y), z));
+    if (!(volume > 0) || !isfinite(volume))
+        return frame;
+    RvM4Invert(&to_world, &frame.to_light);
+    frame.volume = volume;
+    return frame;
+}
+
+static RtMatrix blend(const RtMatrix& a, const RtMatrix& b, float weight)
+{
+    RtMatrix m;
+    for (int i = 0; i < 16; ++i)
+        m.m[i / 4][i % 4] = a.m[i / 4][i % 4] * (1 - weight) + b.m[i / 4][i % 4] * weight;
+    return m;
+}
+
+// ---- Local data ----
+
+struct SkydomeData {
+    SkydomeData(const RtNode* light, const RtLightMapType& type) : map(light, type) {}
+    ~SkydomeData() { releaseKeys(&matrices); }
+    SkydomeData(const SkydomeData&) = delete;
+    SkydomeData& operator=(const SkydomeData&) = delete;
+
+    RtLightMap map;
+    SkyFormat format = angular;
+    bool is_disabled = false;
+    bool is_identity = false; // at every key
+    LightKeyArray<RtMatrix> matrices = {};
+    SkyFrame frame = {}; // at the first key
+};
+
+struct SkydomePoint : RtLightPoint {
+    const SkydomeData* data;
+    const SkyFrame* frame;
+    SkyFrame moving; // at the time of the context, of a light with several keys
+    float intensity;
+    float sample_count;
+};
+
+static SkydomeData* dataOf(const RtNode* node) { return lightTypeData<SkydomeData>(node); }
+
+static void destroyData(void* data)
+{
+    static_cast<SkydomeData*>(data)->~SkydomeData();
+    RvFree_func(data);
+}
+
+extern const RtLightMapType skydome_map;
+
+static void initialize(RtNode* node, void*)
+{
+    if (!initializeLight(node, RV_LIGHT_SKYDOME, { sizeof(SkydomeData), sizeof(SkydomePoint) },
+                         module_path, destroyData))
+        return;
+    auto* const data = new (lightData(node)->type_data) SkydomeData(node, skydome_map);
+    lightData(node)->map = &data->map;
+}
+
+static void updateMatrices(SkydomeData* data, const RtNode* node)
+{
+    data->is_identity = true;
+    if (!allocateKeys(&data->matrices, matrixKeyCount(node), module_path))
+        return;
+    for (unsigned k = 0; k < data->matrices.count; ++k) {
+        data->matrices.keys[k] = worldMatrix(node, k);
+        data->is_identity &= !memcmp(&data->matrices.keys[k], &RV_M4_IDENTITY, sizeof(RtMatrix));
+    }
+    data->frame = frameOf(data->matrices.keys[0]);
+}
+
+static void update(RtNode* node, void* params)
+{
+    SkydomeData* const data = dataOf(node);
+    if (!data)
+        return;
+    const SkydomeLight& light = *static_cast<const SkydomeLight*>(params);
+    RvLightUpdate(node, true, false);
+    updateMatrices(data, node);
+    data->is_disabled = light.resolution < 1;
+    if (light.format != data->format) {
+        invalidateLightMap(&data->map);
+        data->format = SkyFormat(light.format);
+    }
+    updateLightMap(&data->map, light.resolution);
+}
+
+// ---- Colour ----
+
+using Mapping = void (*)(const RtVector* dir, const RtVector* dDdx, const RtVector* dDdy, float* u,
+                         float* v, float* dudx, float* dudy, float* dvdx, float* dvdy);
+
+static Mapping mappingOf(SkyFormat format)
+{
+    switch (format) {
+    case mirrored_ball: return RvMappingMirroredBallDerivs;
+    case latlong: return RvMappingLatLongDerivs;
+    case cubic: return RvMappingCubicMapDerivs;
+    default: return RvMappingAngularMapDerivs;
+    }
+}
+
+// In light space. Filters over the solid angle of a cell of the table, which all cells share.
+static RtRGB colorTowards(LightColor* place, const SkydomeData& data, const RtVector& dir)
+{
+    RtShaderGlobals& sg = place->sg;
+    const float width = sqrtf(sphere) / float(data.map.resolution);
+    RvBuildLocalFrameShirley(&sg.dDdx, &sg.dDdy, &dir);
+    sg.dDdx = sg.dDdx * width;
+    sg.dDdy = sg.dDdy * width;
+    sg.ray_dir = dir;
+    mappingOf(data.format)(&dir, &sg.dDdx, &sg.dDdy, &sg.u, &sg.v, &sg.dudx, &sg.dudy, &sg.dvdx,
+                           &sg.dvdy);
+    sg.bary_u = sg.u;
+    sg.bary_v = sg.v;
+    return place->evaluate();
+}
+
+static RtRGB colorTowards(const SkydomeData& data, const RtShaderGlobals& sg, const RtVector& dir)
+{
+    if (!data.map.is_linked)
+        return plainColor(data.map);
+    LightColor place(data.map, sg.thread_index, sg.time);
+    return colorTowards(&place, data, dir);
+}
+
+static void fillRow(const RtNode* node, int thread, int row, float* cells)
+{
+    const SkydomeData& data = *dataOf(node);
+    const RtImportanceTable& table = data.map.table;
+    const float v = cellCenter(table, row);
+    if (!data.map.is_linked) {
+        std::fill_n(cells, table.n, importanceOf(plainColor(data.map), sphere));
+        return;
+    }
+    LightColor place(data.map, thread, 0);
+    for (int i = 0; i < table.n; ++i)
+        cells[i] =
+            importanceOf(colorTowards(&place, data, skyDirection(cellCenter(table, i), v)), sphere);
+}
+
+const RtLightMapType skydome_map = {
+    .bytes = &RtStats::skydome_map_bytes,
+    .names_light = false,
+    .subject = "",
+    .complaint = "Skydome light source over too homogenous background",
+    .measure = [](const RtNode*) { return sphere; },
+    .fillRow = fillRow,
+};
+
+// ---- Lighting ----
+
+static void aim(SkydomePoint* point, const SkydomeData& data, const RtNode* node,
+                const RtShaderGlobals& sg)
+{
+    const RtLightData& light = *point->light;
+    point->data = &data;
+    point->frame = &data.frame;
+    if (data.matrices.count > 1) {
+        const LightKeys at = lightKeysAt(node, data.matrices.count, sg.time);
+        const RtMatrix* const keys = data.matrices.keys + at.key;
+        point->moving = frameOf(at.weight > 0 ? blend(keys[0], keys[1], at.weight) : keys[0]);
+        point->frame = &point->moving;
+    }
+    point->intensity = light.intensity * (sg.diffuse_depth > 0 ? light.bounce_factor : 1);
+    point->sample_count = sg.light_sample_count;
+}
+
+static bool isUsable(const SkydomeData* data)
+{
+    return data && !data->is_disabled && data->matrices.count && !isColoringLight();
+}
+
+static void prepare(RtNode* node, RtShaderGlobals* sg)
+{
+    SkydomeData* const data = dataOf(node);
+    auto* const point = lightPoint<SkydomePoint>(sg);
+    if (!isUsable(data) || point->light->intensity == 0 ||
+        !requireLightMap(&data->map, sg->thread_index)) {
+        refuseSamples(sg);
+        return;
+    }
+    aim(point, *data, node, *sg);
+    if (!(point->frame->volume > 0))
+        refuseSamples(sg);
+}
+
+// A direction of the light in the world, and how much denser directions lie there than in the
+// light: 1 for matrices that only turn.
+struct WorldDirection {
+    RtVector dir;
+    float crowding;
+};
+
+static WorldDirection toWorld(const SkydomePoint& point, const RtVector& dir)
+{
+    if (point.data->is_identity)
+        return { dir, 1 };
+    RtVector world;
+    RvM4VectorByMatrixMult(&world, &point.frame->to_world, &dir);
+    const float l = sqrtf(dot(world, world));
+    return { world * (1 / l), l * l * l / point.frame->volume };
+}
+
+static RtVector toLight(const SkydomePoint& point, const RtVector& dir)
+{
+    if (point.data->is_identity)
+        return unitPrecise(dir);
+    RtVector local;
+    RvM4VectorByMatrixMult(&local, &point.frame->to_light, &dir);
+    return unitPrecise(local);
+}
+
+static bool isBelow(const RtShaderGlobals& sg, const RtVector& dir)
+{
+    return sg.stage == RV_STAGE_SURFACE && sg.front_hemisphere_only &&
+           dot(sg.facing_normal, dir) <= 0;
+}
+
+// Light from a direction, which is `local` to the light.
+static void shine(const SkydomePoint& point, RtShaderGlobals* sg, const RtVector& local)
+{
+    sg->light_unoccluded = colorTowards(*point.data, *sg, local) * point.intensity;
+    sg->light_shadow = RV_RGB_BLACK;
+    shineThroughFilters(sg, nullptr);
+}
+
+static constexpr float distance = 1e12f;
+
+static bool sample(RtNode*, RtShaderGlobals* sg)
+{
+    const SkydomePoint& point = *lightPoint<SkydomePoint>(sg);
+    RtLightMIS& mis = sg->state->lights.mis;
+    const ImportanceSample at =
+        sampleImportance(point.data->map.table, point.sample.x, point.sample.y);
+    const RtVector local = skyDirection(at.u, at.v);
+    const WorldDirection world = toWorld(point, local);
+    const float pdf = at.density / sphere * world.crowding * point.sample_count;
+    sg->light_dir = world.dir;
+    sg->light_dist = distance;
+    sg->light_weight = 1 / pdf;
+    if (!isBelow(*sg, world.dir))
+        shine(point, sg, local);
+    mis = { sg->light_sample_index, point.light->mis, sg->light_radiance, pdf };
+    // A black sample counts, too, because a sample of the BRDF goes with it.
+    return mis.active || !isNegligible(sg->light_radiance);
+}
+
+static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
+{
+    const SkydomePoint& point = *lightPoint<SkydomePoint>(sg);
+    const RtVector local = toLight(point, ray->dir);
+    if (!(dot(local, local) > 0)) // not so for NaN
+        return false;
+    RtLightMIS& mis = sg->state->lights.mis;
+    const RtPoint2 at = skySquare(local);
+    const float density = importanceDensity(point.data->map.table, at.x, at.y);
+    sg->light_dir = ray->dir;
+    sg->light_dist = distance;
+    shine(point, sg, local);
+    mis.active = true;
+    mis.radiance = sg->light_radiance;
+    mis.pdf = density / sphere * toWorld(point, local).crowding * point.sample_count;
+    return true;
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initialize,
+    .Update = update,
+    .Finish = finishLight,
 };
 
 static const RtLightMethods light = {
-    .LightPrepare = do_nothing,
-    .LightSample = do_nothing,
+    .LightPrepare = prepare,
+    .LightSample = sample,
     .LightAmbient = do_nothing,
-    .LightIntersect = do_nothing,
+    .LightIntersect = intersect,
     .LightBounds = do_nothing,
 };
 

@@ -1,0 +1,354 @@
+// Tests of core/src/lights/light_map.cpp: when the importance tables of lights are made, and the
+// shaders behind them.
+#include "frame_fixture.h"
+#include "light_map_tools.h"
+
+using namespace light_map_tools;
+
+namespace {
+
+RtRGB roughColor(RtShaderGlobals* sg)
+{
+    return { 1 + sinf(9 * sg->u), expf(sg->v), std::fabs(sinf(20 * sg->u * sg->v)) };
+}
+
+} // namespace
+
+class LightMaps : public MappedLights {
+protected:
+    // Whatever the light is: a point that it lights.
+    std::vector<Sample> lit() { return samples({ 0, 0, -1 }); }
+    RtNode* make(const std::string& type, int resolution = 8)
+    {
+        return type == "skydome" ? skydome(resolution) : quadLight(resolution);
+    }
+    // Evaluations for the table, without that of the one sample.
+    int built()
+    {
+        lit();
+        return takeEvaluations() / 2 * 2; // one sample makes the number odd
+    }
+    static int64_t sumOf(int64_t RtStats::*bytes)
+    {
+        int64_t sum = 0;
+        for (const RtStats* record : rv::the_frame->stats)
+            sum += record->*bytes;
+        return sum;
+    }
+};
+
+// ---- Validity ----
+
+TEST_F(LightMaps, tables_are_made_once)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type);
+        colorBy(roughColor);
+        prepare();
+        EXPECT_EQ(takeEvaluations(), 0) << "nobody needs them yet";
+        EXPECT_EQ(built(), 64);
+        EXPECT_EQ(built(), 0);
+        prepare();
+        EXPECT_EQ(built(), 0) << "nor does a render change them";
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, changes_that_they_depend_on_make_them_anew)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type);
+        colorBy(roughColor);
+        prepare();
+        EXPECT_EQ(built(), 64);
+        RvNodeSetInt(node, "resolution", 6);
+        prepare();
+        EXPECT_EQ(built(), 36) << type;
+        colorBy(node, roughColor, "another");
+        prepare();
+        EXPECT_EQ(built(), 36) << type;
+        if (node->entry == RvNodeEntryLookUp("skydome_light")) {
+            RvNodeSetStr(node, "format", "latlong");
+            prepare();
+            EXPECT_EQ(built(), 36);
+        }
+        RvNodeSetFlt(node, "intensity", 2);
+        RvNodeSetInt(node, "samples", 1);
+        prepare();
+        EXPECT_EQ(built(), 0) << type;
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, links_of_components_count_as_links)
+{
+    skydome(8);
+    prepare();
+    lit();
+    RtNode* const half = shader_tools::floatShader("half", 0.5f);
+    RvNodeLink(half, "color.g", node);
+    prepare();
+    RtShaderGlobals sg = ready();
+    ASSERT_TRUE(draw(sg, 0.5f, 0.5f));
+    EXPECT_EQ(text(sg.light_unoccluded), "1 0.5 1");
+}
+
+TEST_F(LightMaps, flushing_makes_the_tables_of_one_type_anew)
+{
+    for (const auto& [type, bit, other] :
+         { std::tuple{ "skydome", 0x8, 0x10 }, { "quad", 0x10, 0x8 } }) {
+        make(type);
+        colorBy(roughColor);
+        prepare();
+        EXPECT_EQ(built(), 64);
+        RvUniverseCacheFlush(~bit);
+        EXPECT_EQ(built(), 0) << type;
+        RvUniverseCacheFlush(bit);
+        EXPECT_EQ(built(), 64) << type;
+        RvUniverseCacheFlush(bit | other);
+        EXPECT_EQ(built(), 64) << type;
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, flushing_while_a_render_uses_the_tables_waits_for_the_next)
+{
+    make("skydome");
+    colorBy(roughColor);
+    prepare();
+    EXPECT_EQ(built(), 64);
+    const float* const cells = mapOf(node).table.cells;
+    hooks->hooks.rendering = [] { return true; };
+    RvUniverseCacheFlush(0x8);
+    EXPECT_EQ(built(), 0);
+    EXPECT_EQ(mapOf(node).table.cells, cells);
+    hooks->hooks.rendering = RvRendering;
+    prepare();
+    EXPECT_EQ(built(), 64);
+}
+
+TEST_F(LightMaps, flushing_touches_no_other_light)
+{
+    pointLight({ 0, 0, 5 });
+    make("quad"); // without a link
+    prepare();
+    lit();
+    RvUniverseCacheFlush(0x18);
+    EXPECT_EQ(lit().size(), 2u);
+}
+
+TEST_F(LightMaps, a_light_that_was_dark_may_shine_after_it_changed)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type);
+        float brightness = 0;
+        colorBy([&](RtShaderGlobals*) { return rv::grey(brightness); });
+        prepare();
+        EXPECT_TRUE(lit().empty());
+        brightness = 1;
+        prepare();
+        EXPECT_TRUE(lit().empty()) << "stays until tables are made anew";
+        RvUniverseCacheFlush(0x18);
+        EXPECT_EQ(lit().size(), 1u);
+        startAnew();
+    }
+}
+
+// ---- Memory ----
+
+TEST_F(LightMaps, memory_is_counted_and_given_back)
+{
+    for (const auto& [type, bytes] : { std::pair{ "skydome", &RtStats::skydome_map_bytes },
+                                       { "quad", &RtStats::quad_map_bytes } }) {
+        make(type, 20);
+        colorBy(roughColor);
+        prepare();
+        EXPECT_EQ(sumOf(bytes), 0);
+        lit();
+        EXPECT_EQ(sumOf(bytes), 20 * 4 * 21) << type;
+        RvUniverseCacheFlush(0x18);
+        lit();
+        EXPECT_EQ(sumOf(bytes), 20 * 4 * 21) << type;
+        RvNodeSetInt(node, "resolution", 10);
+        prepare();
+        EXPECT_EQ(sumOf(bytes), 0) << type;
+        lit();
+        EXPECT_EQ(sumOf(bytes), 10 * 4 * 11) << type;
+        RvNodeDestroy(node);
+        EXPECT_EQ(sumOf(bytes), 0) << type;
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, lights_without_memory_for_their_data_do_not_shine)
+{
+    for (const char* type : { "skydome", "quad" })
+        for (long allowed = 0; allowed < 20; ++allowed) {
+            set("abort_on_error", false);
+            make(type, 4);
+            colorBy(roughColor);
+            withAllocations(allowed, [&] { updateLight(node); });
+            prepare();
+            withAllocations(allowed, [&] { lit(); });
+            lit();
+            takeTexts();
+            startAnew();
+        }
+}
+
+TEST_F(LightMaps, a_failed_allocation_of_the_record_is_reported)
+{
+    for (const auto& [type, module] : { std::pair{ "skydome", "skydome" }, { "quad", "quad" } }) {
+        make(type);
+        takeTexts();
+        withAllocations(0, [&] { rv::RvNodeInitialize(node); });
+        const Names texts = takeTexts();
+        ASSERT_FALSE(texts.empty()) << type;
+        EXPECT_EQ(texts[0].find("E can't allocate "), 0u);
+        EXPECT_TRUE(
+            texts[0].ends_with(std::string("core\\src\\lights\\") + module + ":Initialize()"))
+            << texts[0];
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, what_shaders_take_from_the_pool_is_given_back_row_by_row)
+{
+    skydome(64);
+    std::set<void*> places;
+    colorBy([&](RtShaderGlobals* sg) {
+        void* const place = RvShaderGlobalsQuickAlloc(sg, 10000);
+        places.insert(place);
+        memset(place, 1, 10000);
+        return RV_RGB_WHITE;
+    });
+    prepare();
+    lit();
+    EXPECT_LE(places.size(), 64u * 3);
+    EXPECT_LE(rv::the_frame->thread_slots[0].shading_pool->bytes_total, 10000u * 64 * 3);
+}
+
+// ---- Shaders that look at light themselves ----
+
+TEST_F(LightMaps, the_colour_of_a_light_may_not_depend_on_such_lights)
+{
+    // Each sky would need the other's colour, which would need the first.
+    RtNode* const sky = skydome(6, "sky");
+    RtNode* const quad = quadLight(6, "quad");
+    pointLight({ 0, 0, 5 }, 0, "lamp");
+    std::set<std::string> seen;
+    const auto lookAround = [&](RtShaderGlobals* sg) {
+        RtShadingState state = {};
+        RtShaderGlobals inner = *sg;
+        inner.state = &state;
+        inner.point = { 0, 0, -1 };
+        inner.normal = inner.facing_normal = { 0, 0, 1 };
+        inner.lights = RvUniverseGetLights();
+        inner.light_count = RvUniverseGetNumLights();
+        for (const Sample& s : samplesAt(inner))
+            seen.insert(RvNodeGetName(s.light));
+        return RV_RGB_WHITE;
+    };
+    colorBy(sky, lookAround, "one");
+    colorBy(quad, lookAround, "two");
+    prepare();
+    EXPECT_EQ(namesOf(lit()), (Names{ "sky", "quad", "lamp" }));
+    EXPECT_EQ(seen, (std::set<std::string>{ "lamp" }));
+}
+
+TEST_F(LightMaps, contexts_of_colours_belong_to_the_thread_and_nobody_else)
+{
+    quadLight(2);
+    colorBy([](RtShaderGlobals* sg) {
+        EXPECT_EQ(sg->thread_index, 5);
+        EXPECT_EQ(sg->lights, nullptr);
+        EXPECT_EQ(sg->object, nullptr);
+        EXPECT_NE(sg->state, nullptr);
+        sg->out_opacity = RV_RGB_BLACK;
+        sg->u = -1;
+        return RV_RGB_WHITE;
+    });
+    prepare();
+    RtShaderGlobals sg = surface({ 0, 0, -1 });
+    sg.thread_index = 5;
+    sg.out.RGB = { 1, 2, 3 };
+    EXPECT_EQ(samplesAt(sg).size(), 1u);
+    EXPECT_EQ(text(sg.out.RGB), "1 2 3");
+    EXPECT_EQ(sg.u, 0);
+    endSample(5);
+}
+
+TEST_F(LightMaps, a_light_among_its_own_filters_is_ignored)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type);
+        setFilters(node, { node });
+        prepare();
+        EXPECT_EQ(lit().size(), 1u) << type;
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, filters_change_what_arrives)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type);
+        setFilters(node,
+                   { shader_tools::shader("filter", RV_TYPE_RGB, [](RtNode*, RtShaderGlobals* sg) {
+                       sg->light_unoccluded = { 1, 2, 3 };
+                       sg->light_shadow = rv::grey(0.5f);
+                   }) });
+        prepare();
+        const std::vector<Sample> all = lit();
+        ASSERT_EQ(all.size(), 1u);
+        EXPECT_EQ(text(all[0].radiance), "0.5 1 1.5") << type;
+        RtShaderGlobals sg = ready({ 0, 0, -1 });
+        ASSERT_TRUE(ask(sg, { 0, 0, 1 }));
+        EXPECT_EQ(text(sg.light_radiance), "0.5 1 1.5") << type;
+        startAnew();
+    }
+}
+
+// ---- Many threads ----
+
+TEST_F(LightMaps, concurrent_threads_that_need_tables_at_once_share_them)
+{
+    constexpr int threads = 8;
+    std::vector<Sample> alone;
+    for (int round = 0; round < 6; ++round) {
+        RtNode* const sky = skydome(48, "sky");
+        RtNode* const quad = quadLight(48, "quad");
+        RvNodeSetInt(sky, "samples", 3);
+        RvNodeSetInt(quad, "samples", 3);
+        colorBy(sky, roughColor, "one");
+        colorBy(quad, roughColor, "two");
+        prepare();
+        std::vector<RtShaderGlobals> contexts;
+        for (int t = 0; t < threads; ++t) {
+            contexts.push_back(surface({ 0, 0, -1 }));
+            contexts.back().thread_index = uint8_t(t);
+        }
+        std::vector<std::vector<Sample>> got(threads);
+        const int active = round < 2 ? 1 + round : threads; // alone, two, all
+        onThreads(active, [&](int t) {
+            rv::stats_slot = t;
+            got[size_t(t)] = samplesAt(contexts[size_t(t)]);
+        });
+        // The cells of both tables, and every sample that is above the horizon.
+        EXPECT_LE(takeEvaluations(), 2 * 48 * 48 + active * 18);
+        if (alone.empty())
+            alone = got[0];
+        for (int t = 0; t < active; ++t) {
+            ASSERT_EQ(got[size_t(t)].size(), alone.size());
+            for (size_t i = 0; i < alone.size(); ++i) {
+                EXPECT_EQ(text(got[size_t(t)][i].radiance), text(alone[i].radiance));
+                EXPECT_EQ(text(got[size_t(t)][i].dir), text(alone[i].dir));
+                EXPECT_EQ(got[size_t(t)][i].weight, alone[i].weight);
+            }
+            endSample(t);
+        }
+        EXPECT_EQ(sumOf(&RtStats::skydome_map_bytes), 48 * 4 * 49);
+        EXPECT_EQ(sumOf(&RtStats::quad_map_bytes), 48 * 4 * 49);
+        startAnew();
+    }
+}
