@@ -34,10 +34,22 @@ void shadeDiffuse(RtNode*, RtShaderGlobals* sg)
     sg->out.RGB = sum;
 }
 
+// ---- A colour of lights ----
+
+// Bright towards one side of a quad, or of a sky.
+void shadeGradient(RtNode*, RtShaderGlobals* sg)
+{
+    const float x = sg->object_point.x != 0 ? sg->u : 0.5f + 0.5f * sg->ray_dir.x;
+    sg->out.RGB = rv::grey(0.1f + 2 * x * x);
+}
+
 // ---- Lights and surfaces, by name ----
 
-const char* const light_names[] = { "ball", "setting ball", "shadowed ball", "spot",
-                                    "shadowed spot" };
+const char* const light_names[] = {
+    "ball", "setting ball",  "shadowed ball",  "spot",          "shadowed spot",
+    "quad", "shadowed quad", "quad of angles", "textured quad", "textured quad of angles",
+    "sky",  "shadowed sky"
+};
 const char* const surface_names[] = { "diffuse", "stretched_phong", "ward_duer", "cook_torrance" };
 
 class LightStrategies : public Surfaces {
@@ -49,6 +61,9 @@ protected:
         static const RtShaderMethods methods = { .Evaluate = shadeDiffuse };
         static const RtNodeMethods all = { &common, &methods };
         RvNodeInstall(RV_NODE_SHADER, RV_TYPE_RGB, "diffuse", "", &all, RV_VERSION);
+        static const RtShaderMethods gradient = { .Evaluate = shadeGradient };
+        static const RtNodeMethods gradient_methods = { &common, &gradient };
+        RvNodeInstall(RV_NODE_SHADER, RV_TYPE_RGB, "gradient", "", &gradient_methods, RV_VERSION);
     }
 
     static void setPoint(RtNode* node, const char* param, const RtPoint& p)
@@ -74,13 +89,42 @@ protected:
         RvNodeSetFlt(node, "penumbra_angle", 30);
         return node;
     }
+    void linkGradient(RtNode* node)
+    {
+        RvNodeLink(named("gradient", "gradient"), "color", node);
+        RvNodeSetInt(node, "resolution", 24);
+    }
+    // Leans over the surface.
+    RtNode* quadLight(bool by_angle, bool is_textured)
+    {
+        RtNode* const node = named("quad_light", "light");
+        RvNodeSetArray(node, "vertices",
+                       RvArray(4, 1, RV_TYPE_POINT, RtPoint{ 0.4f, -1, 2 }, RtPoint{ 0.4f, 1, 2 },
+                               RtPoint{ 2, 1, 1 }, RtPoint{ 2, -1, 1 }));
+        RvNodeSetBool(node, "umbrate", by_angle);
+        if (is_textured)
+            linkGradient(node);
+        return node;
+    }
+    RtNode* skyLight()
+    {
+        RtNode* const node = named("skydome_light", "light");
+        RtMatrix turn;
+        RvM4RotationY(&turn, 25);
+        RvNodeSetArray(node, "matrix", RvArray(1, 1, RV_TYPE_MATRIX, &turn));
+        linkGradient(node);
+        return node;
+    }
     void makeLight(const std::string& name)
     {
-        light = name == "ball"            ? ballLight({ 1.5f, 0, 2 }, 1)
+        const auto says = [&](const char* word) { return name.find(word) != std::string::npos; };
+        light = says("quad")              ? quadLight(says("angles"), says("textured"))
+                : says("sky")             ? skyLight()
+                : name == "ball"          ? ballLight({ 1.5f, 0, 2 }, 1)
                 : name == "setting ball"  ? ballLight({ 1.5f, 0.2f, 0.3f }, 1)
                 : name == "shadowed ball" ? ballLight({ 1.2f, -0.2f, 2 }, 0.9f)
                                           : spotLight();
-        RvNodeSetInt(light, "samples", samples);
+        RvNodeSetInt(light, "samples", says("sky") ? 3 * samples / 2 : samples);
         if (name.starts_with("shadowed")) {
             RtNode* const screen = disc("screen", 1);
             RvNodeSetPnt(screen, "center", 0.1f, 0, 1);
