@@ -144,11 +144,23 @@ static thread_local bool is_coloring = false;
 
 bool isColoringLight() { return is_coloring; }
 
+// Where the contexts of colours seem to be reached from. A shader that is being evaluated at the
+// lit point, whose context may have no parent either, is thus not taken for the same evaluation.
+static RtShaderGlobals makeNowhere()
+{
+    RtShaderGlobals sg;
+    sg.state = nullptr;
+    resetContext(&sg);
+    return sg;
+}
+static const RtShaderGlobals nowhere = makeNowhere();
+
 LightColor::LightColor(const RtLightMap& light_map, int thread, float time) : map(light_map)
 {
     resetState(&state, nullptr);
     sg.state = &state;
     resetContext(&sg);
+    sg.parent = &nowhere;
     sg.thread_index = uint8_t(thread);
     sg.time = time;
 }

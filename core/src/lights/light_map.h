@@ -56,8 +56,9 @@ bool requireLightMap(RtLightMap* map, int thread);
 
 // ---- Colours ----
 
-// A shader that works out the colour of a light sees no light whose colour comes from a shader:
-// that one could need the first, without an end. True while the calling thread runs one.
+// A shader that works out the colour of a light sees no skydome, and no quad whose colour comes
+// from a shader: their colours or tables could need the first light, without an end. True while the
+// calling thread runs one.
 bool isColoringLight();
 
 // Where one thread works out colours of a light, in a context that nobody else sees.

@@ -256,6 +256,28 @@ TEST_F(LightMaps, the_colour_of_a_light_may_not_depend_on_such_lights)
     EXPECT_EQ(seen, (std::set<std::string>{ "lamp" }));
 }
 
+TEST_F(LightMaps, the_shader_of_a_surface_may_colour_the_light_above_it)
+{
+    quadLight(4);
+    RtNode* const both =
+        shader_tools::shader("both", RV_TYPE_RGB, [](RtNode*, RtShaderGlobals* sg) {
+            sg->out.RGB = { sg->u, 0.5f, 1 };
+            if (!sg->lights)
+                return;
+            RvLightsPrepare(sg);
+            sg->out.RGB = RvLightsGetSample(sg) ? sg->light_radiance : RV_RGB_BLACK;
+        });
+    RvNodeLink(both, "color", node);
+    prepare();
+    takeTexts();
+    RtShaderGlobals sg = surface({ 0, 0, -1 });
+    RvShaderEvaluate(both, &sg);
+    EXPECT_GT(sg.out.RGB.g, 0.1f);
+    EXPECT_FLOAT_EQ(sg.out.RGB.b, 2 * sg.out.RGB.g);
+    for (const std::string& text : takeTexts())
+        EXPECT_EQ(text.find("W both"), std::string::npos) << text;
+}
+
 TEST_F(LightMaps, contexts_of_colours_belong_to_the_thread_and_nobody_else)
 {
     quadLight(2);
