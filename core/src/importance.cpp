@@ -46,10 +46,10 @@ static double totalOf(const RtImportanceTable& table)
 // distances from the mean share.
 static double deviation(const float* cells, int n, double total)
 {
-    const double mean = 1 / (double(n) * n);
+    const double in_means = double(n) * n / total;
     double sum = 0;
     for (int i = 0; i < n; ++i) {
-        const double off = (double(cells[i]) / total - mean) / mean;
+        const double off = double(cells[i]) * in_means - 1;
         sum += off * off;
     }
     return sum;
