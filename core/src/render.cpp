@@ -24,6 +24,7 @@
 #include "scene.h"
 #include "scene_passes.h"
 #include "shaderglobals.h"
+#include "sss.h"
 #include "strpool.h"
 #include "system/clock.h"
 #include "system/machine.h"
@@ -202,9 +203,13 @@ static void requestStop(RtStopRequest request)
 // One render: nothing else may run from here to the end of the scope, which is the one way out.
 class RenderScope {
 public:
-    explicit RenderScope(RtRenderSession* session) : session_(session) {}
+    explicit RenderScope(RtRenderSession* session) : session_(session)
+    {
+        startPointClouds(&session->abort_flag);
+    }
     ~RenderScope()
     {
+        endPointClouds();
         image_geometry = nullptr;
         session_->scene->releaseLights();
         if (session_->mode == RV_RENDER_MODE_CAMERA)

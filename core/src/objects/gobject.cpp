@@ -40,6 +40,21 @@ static RtGObject* nextClone(const RtGObject* root, const RtGObject* at)
     return at == root ? nullptr : at->next_clone;
 }
 
+const RtGObject* placedObject(const RtGObject* object)
+{
+    const SceneGuard guard(the_frame->scene);
+    const RtGObject* first = nullptr;
+    if (object->visibility)
+        return object;
+    for (const RtGObject* clone = object; (clone = nextClone(object, clone));) {
+        const bool counts = clone->visibility && clone->node->creator == object->node->creator;
+        if (counts &&
+            (!first || strcmp(RvNodeGetName(clone->node), RvNodeGetName(first->node)) < 0))
+            first = clone;
+    }
+    return first ? first : object;
+}
+
 static void enterClones(RtGObject* source, RtGObject* clone)
 {
     const SceneGuard guard(the_frame->scene);
@@ -134,6 +149,8 @@ void dropAccel(RtGObject* object)
     delete accel;
 }
 
+void dropCache(RtGObject* object) { delete object->extra.exchange(nullptr); }
+
 // Takes an object without clones from its node and from everything that holds it.
 static void releaseObject(RtGObject* object)
 {
@@ -141,8 +158,7 @@ static void releaseObject(RtGObject* object)
     dropMatrices(object);
     RvFree_func(object->traceset_hashes);
     object->traceset_hashes = nullptr;
-    delete object->extra;
-    object->extra = nullptr;
+    dropCache(object);
     leaveScene(object);
     leaveClones(object);
     RvCritSecClose(&object->lock);
@@ -378,6 +394,7 @@ void updateClones(RtGObject* object)
         clone->nuniform = object->nuniform;
         clone->nkeys_shape = object->nkeys_shape;
         clone->local_bbox = object->local_bbox;
+        dropCache(clone);
         ++clone->revision;
         updateWorldBounds(clone);
         updateVisibility(clone);
@@ -390,6 +407,7 @@ static void bringUpToDate(RtGObject* object)
         object->rebuild == RV_REBUILD_GEOMETRY || object->kind == RV_KIND_LIST;
     if (has_new_geometry) {
         dropAccel(object);
+        dropCache(object);
         object->local_bbox =
             object->cloned_from ? object->cloned_from->local_bbox : localBounds(object, -1);
     }
@@ -422,6 +440,10 @@ static int64_t meshBytes(const RtPolyMesh* mesh)
     return sum;
 }
 
+static thread_local int accels_in_progress; // of the thread, one inside the other
+
+bool isBuildingAccel() { return accels_in_progress > 0; }
+
 static void buildAccel(RtGObject* object, int thread)
 {
     const CritSecLock guard(&object->lock);
@@ -429,10 +451,12 @@ static void buildAccel(RtGObject* object, int thread)
     if (object->accel || object->building || !shapeMethods(object->node).ShapePrepareIntersection)
         return;
     object->building = true;
+    ++accels_in_progress;
     try {
         object->accel = shapeMethods(object->node).ShapePrepareIntersection(object, thread);
     } catch (const std::bad_alloc&) { // reported by the allocator; rays miss the object
     }
+    --accels_in_progress;
     object->building = false;
 }
 
@@ -519,8 +543,9 @@ void flushShape(RtNode* node, int flags)
     RtGObject* const object = shapeObject(node);
     if (!object || !(flags & (object->kind == RV_KIND_CURVES ? flush_curves : flush_shapes)))
         return;
-    delete object->extra;
-    object->extra = nullptr;
+    // Threads of a render read the caches.
+    if (!the_frame->hooks->rendering())
+        dropCache(object);
 }
 
 RtGeometryRow geometryRow(RtObjectKind kind)

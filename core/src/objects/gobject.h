@@ -43,11 +43,11 @@ struct RtGObject {
     RtBBox local_bbox; // in object space over all deformation keys, padded for displacement
     std::atomic<RtAccel*> accel; // null until the first ray that needs it
     void* aux;
-    uint32_t nvarying;         // elements that varying user data must have
-    uint32_t nuniform;         // elements that uniform user data must have
-    uint32_t* traceset_hashes; // one per string of "trace_sets", or null
-    RtObjectCache* extra;      // per-object cache, not cloned
-    RtCritSec lock;            // guards the construction of accel
+    uint32_t nvarying;                 // elements that varying user data must have
+    uint32_t nuniform;                 // elements that uniform user data must have
+    uint32_t* traceset_hashes;         // one per string of "trace_sets", or null
+    std::atomic<RtObjectCache*> extra; // per-object cache, not cloned; of meshes, point clouds
+    RtCritSec lock;                    // guards the construction of accel and of the cache
     RtMatrix* matrices; // null: identity; one key: object to world and its inverse; else the keys
     uint8_t nkeys;      // transform keys in matrices, 0 for identity
     RtObjectKind kind;
@@ -131,6 +131,15 @@ inline bool isContainer(const RtGObject* object)
     return object->kind == RV_KIND_LIST || object->kind == RV_KIND_PROCEDURAL;
 }
 
+// The object itself or, where that is hidden and only its clones are seen, the first of these by
+// name: where the geometry stands in the scene. Clones that other procedurals make do not count, so
+// that it does not depend on which of them were loaded.
+const RtGObject* placedObject(const RtGObject* object);
+
+// The calling thread is building a structure, and holds the lock of its object: displacement
+// shaders run then. It must not wait for threads that may need that structure.
+bool isBuildingAccel();
+
 // Frees an object: its structure (unless it belongs to a source), matrices and hashes, not data.
 // Its clones go first.
 void destroyObject(RtGObject* object);
@@ -169,6 +178,8 @@ const RtMatrix* objectToWorldAt(const RtGObject* object, float time, RtMatrix* s
 void requestRebuild(RtGObject* object, RtRebuild reason);
 // For Update methods: drops the structure, which no clone keeps either.
 void dropAccel(RtGObject* object);
+// Drops what is kept with the object for later renders. Not while one is running.
+void dropCache(RtGObject* object);
 // For Update methods: hands the geometry and bounds of an object on to its clones.
 void updateClones(RtGObject* object);
 // Runs the Update method of a node whose object is out of date.

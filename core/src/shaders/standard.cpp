@@ -14,6 +14,7 @@
 #include "rv_messages.h"
 #include "rv_rays.h"
 #include "shaders/shaders.h"
+#include "sss.h"
 
 #include <algorithm>
 
@@ -250,6 +251,7 @@ private:
     void addIndirectSpecular();
     void addReflection();
     void addRefraction();
+    void addSubSurface();
 
     RtRGB diffuseFromLights(float Kb) const;
     RtRGB diffuseFromBehind() const;
@@ -476,6 +478,17 @@ void StandardShading::addRefraction()
         add(refracted() * Kt * diffuse_share, p_aov_refraction);
 }
 
+// ---- Light below the surface ----
+
+void StandardShading::addSubSurface()
+{
+    const RtRGB Ksss = weight(p_Ksss, p_Ksss_color);
+    if (isNegligible(Ksss))
+        return;
+    const RtRGB radius = in.rgb(p_sss_radius);
+    add(RvSSSPointCloudLookup(sg, &radius) * Ksss * diffuse_factor, p_aov_sss);
+}
+
 // ---- The whole ----
 
 void StandardShading::run()
@@ -499,6 +512,7 @@ void StandardShading::run()
     addIndirectSpecular();
     addReflection();
     addRefraction();
+    addSubSurface();
     sg->out.RGB = result * bounce_factor;
 }
 

@@ -1,0 +1,271 @@
+// sss: who owns which point cloud, who builds it, and looking up scattered light (sss.h).
+//
+// Each object keeps one cloud for each way of showing its points, so that a change of that option
+// between renders finds the right one. The first thread that needs a cloud builds it and all others
+// wait. How this ends for any order of events:
+// - The owner's lock guards only who builds; nobody holds it while building or waiting. So a build
+//   may take the locks of structures, textures and lights, one at a time, like any shading.
+// - A thread that builds a cloud looks up nothing: its points, and whatever is shaded for them on
+//   the same or on other objects, have no scattered light. So it never waits for another cloud, and
+//   two clouds never wait for each other.
+// - Nor does a thread that builds a structure for rays look up anything, whose object's lock others
+//   may need for their clouds.
+// A stop of the render ends a build; nothing is kept of it, the waiting threads go on without
+// light, and the next render starts anew. A build that runs out of memory leaves an empty cloud.
+#include "sss.h"
+
+#include "color.h"
+#include "hit_context.h"
+#include "options.h"
+#include "sss_cloud.h"
+#include "system/critical_section.h"
+
+#include <new>
+#include <utility>
+
+namespace rv {
+
+// ---- Clouds of an object ----
+
+namespace {
+
+enum CloudState : int { absent, being_built, ready };
+
+struct CloudPlace {
+    std::atomic<int> state{ absent }; // CloudState; leaves `absent` under the owner's lock
+    RtSSSPointCloud* cloud = nullptr; // fixed once ready; null when there was no memory at all
+};
+
+struct PointClouds final : RtObjectCache, CheckedHeap {
+    CloudPlace places[show_samples_count];
+
+    ~PointClouds() override
+    {
+        for (const CloudPlace& place : places)
+            if (place.cloud) {
+                threadStats()->sss_bytes -= int64_t(place.cloud->bytes());
+                delete place.cloud;
+            }
+    }
+};
+
+} // namespace
+
+// What asks builds to stop; null outside of renders.
+static std::atomic<const std::atomic<int>*> render_stop;
+
+static bool isStopping()
+{
+    const std::atomic<int>* const request = render_stop;
+    return request && *request;
+}
+
+static thread_local bool builds_cloud;
+
+// The clouds of an object, made now if need be; null without memory. Under the object's lock.
+static PointClouds* cloudsOf(RtGObject* owner)
+{
+    if (RtObjectCache* const present = owner->extra)
+        return static_cast<PointClouds*>(present);
+    try {
+        PointClouds* const clouds = new PointClouds;
+        owner->extra = clouds;
+        return clouds;
+    } catch (const std::bad_alloc&) { // reported by the allocator
+        return nullptr;
+    }
+}
+
+static void build(const SSSBuildOrder& order, CloudPlace& place)
+{
+    RtSSSPointCloud* cloud = nullptr;
+    bool is_finished = true;
+    builds_cloud = true;
+    try {
+        cloud = buildPointCloud(order);
+        is_finished = cloud;
+    } catch (const std::bad_alloc&) { // reported by the allocator
+    }
+    builds_cloud = false;
+    if (cloud)
+        threadStats()->sss_bytes += int64_t(cloud->bytes());
+    place.cloud = cloud;
+    place.state = is_finished ? ready : absent;
+    place.state.notify_all();
+}
+
+// The cloud of an order, once it is there; null when there will be none.
+static const RtSSSPointCloud* awaitCloud(const SSSBuildOrder& order)
+{
+    while (!isStopping()) {
+        CloudPlace* place = nullptr;
+        bool is_ours = false;
+        {
+            const CritSecLock guard(&order.owner->lock);
+            PointClouds* const clouds = cloudsOf(order.owner);
+            if (!clouds)
+                return nullptr;
+            place = &clouds->places[order.show_samples];
+            int expected = absent;
+            is_ours = place->state.compare_exchange_strong(expected, being_built);
+        }
+        if (is_ours)
+            build(order, *place);
+        else
+            place->state.wait(being_built);
+        if (place->state == ready)
+            return place->cloud;
+    }
+    return nullptr;
+}
+
+static const RtSSSPointCloud* cloudFor(RtGObject* owner, int thread)
+{
+    const int show = std::clamp(render_options->show_samples, 0, show_samples_count - 1);
+    if (auto* const clouds = static_cast<PointClouds*>(owner->extra.load()))
+        if (const CloudPlace& place = clouds->places[show]; place.state == ready)
+            return place.cloud;
+    return awaitCloud({ owner, thread, show, render_stop });
+}
+
+// ---- Points of lookups ----
+
+static RtGObject* meshObject(const RtNode* node)
+{
+    RtGObject* const object = shapeObject(node);
+    return object && object->kind == RV_KIND_POLYMESH && object->data ? object : nullptr;
+}
+
+// The node that provides the shaders, when it shows the same mesh, or else the object itself.
+static RtGObject* ownerOf(const RtShaderGlobals* sg, RtGObject* object)
+{
+    RtGObject* const source = meshObject(sg->shader_source);
+    return source && source->data == object->data ? source : object;
+}
+
+// In the frame of the cloud. Of a mesh that changes its form it is the same place on the surface.
+static RtPoint pointInCloud(const RtShaderGlobals* sg, const RtGObject* object,
+                            const RtSSSPointCloud& cloud)
+{
+    RtPoint point = sg->object_point;
+    const RtPolyMesh& mesh = *meshOf(object);
+    if (mesh.nkeys > 1 && sg->prim_index < mesh.ntriangles) {
+        RtPoint p[3];
+        MeshVertices(object, cloud.time).ofTriangle(sg->prim_index, p);
+        point = p[0] * (1 - sg->bary_u - sg->bary_v) + p[1] * sg->bary_u + p[2] * sg->bary_v;
+    }
+    RvM4PointByMatrixMult(&point, &cloud.frame, &point);
+    return point;
+}
+
+// ---- The cache of camera samples ----
+
+namespace {
+
+// The last result of a render thread.
+struct alignas(64) CachedLookup {
+    bool valid;
+    int x, y;
+    uint64_t visit; // of the pixel, counted by the thread: buckets share pixels at their borders
+    const RtNode *object, *shader;
+    const RtSSSPointCloud* cloud;
+    RtPoint point;
+    float least_radius;
+    RtRGB result;
+};
+
+} // namespace
+
+static CachedLookup cached_lookups[worker_slot_count];
+
+static bool isCached(const RtShaderGlobals* sg)
+{
+    return render_options->sss_subpixel_cache && sg->ray_depth == 0 && render_stop;
+}
+
+// Of the channels that scatter at all.
+static float leastRadius(const RtRGB& radius)
+{
+    float least = FLT_MAX;
+    for (const float r : { radius.r, radius.g, radius.b })
+        if (r > 0)
+            least = std::min(least, r);
+    return least;
+}
+
+static bool isNear(const CachedLookup& known, const CachedLookup& wanted)
+{
+    static constexpr float tolerance = 0.1f;
+    const float reach = tolerance * wanted.least_radius;
+    const RtVector way = wanted.point - known.point;
+    return dot(way, way) < reach * reach &&
+           fabsf(wanted.least_radius - known.least_radius) <
+               tolerance * std::max(wanted.least_radius, known.least_radius);
+}
+
+static bool matches(const CachedLookup& known, const CachedLookup& wanted)
+{
+    return known.valid && known.x == wanted.x && known.y == wanted.y &&
+           known.visit == wanted.visit && known.object == wanted.object &&
+           known.shader == wanted.shader && known.cloud == wanted.cloud && isNear(known, wanted);
+}
+
+static RtRGB cachedLight(const RtShaderGlobals* sg, const RtSSSPointCloud& cloud, const RtPoint& P,
+                         const RtRGB& radius)
+{
+    CachedLookup wanted = { .valid = true,
+                            .x = sg->pixel_x,
+                            .y = sg->pixel_y,
+                            .visit = threadStats()->pixels,
+                            .object = sg->object,
+                            .shader = sg->shader,
+                            .cloud = &cloud,
+                            .point = P,
+                            .least_radius = leastRadius(radius),
+                            .result = RV_RGB_BLACK };
+    CachedLookup& known = cached_lookups[sg->thread_index];
+    if (matches(known, wanted))
+        return known.result;
+    ++threadStats()->sss_computed;
+    wanted.result = scatteredLight(cloud, P, radius);
+    known = wanted;
+    return known.result;
+}
+
+// ---- Renders ----
+
+void startPointClouds(const std::atomic<int>* stop_request)
+{
+    render_stop = stop_request;
+    for (CachedLookup& lookup : cached_lookups)
+        lookup.valid = false;
+}
+
+void endPointClouds() { render_stop = nullptr; }
+
+// ---- Lookups ----
+
+static bool mayLookUp(const RtShaderGlobals* sg)
+{
+    return sg && render_options && !render_options->ignore_sss && the_frame->thread_slots &&
+           sg->thread_index < worker_slot_count && !builds_cloud && !isBuildingAccel() &&
+           !RvShaderGlobalsFromSSS(sg);
+}
+
+} // namespace rv
+
+RtRGB RvSSSPointCloudLookup(RtShaderGlobals* sg, const RtRGB* radius)
+{
+    using namespace rv;
+    RtGObject* const object = radius && mayLookUp(sg) ? meshObject(sg->object) : nullptr;
+    if (!object)
+        return RV_RGB_BLACK;
+    ++threadStats()->sss_lookups;
+    const RtSSSPointCloud* const cloud = cloudFor(ownerOf(sg, object), sg->thread_index);
+    if (!cloud || cloud->points.empty())
+        return RV_RGB_BLACK;
+    const RtPoint P = pointInCloud(sg, object, *cloud);
+    if (render_options->show_samples != show_no_samples)
+        return nearestIrradiance(*cloud, P, cloud->average_radius / 2);
+    return isCached(sg) ? cachedLight(sg, *cloud, P, *radius) : scatteredLight(*cloud, P, *radius);
+}

@@ -1,0 +1,422 @@
+// sss_build: makes the point cloud of an object (sss_cloud.h): scatters points over its mesh,
+// gathers the light that arrives there and sorts them.
+//
+// The result depends on the scene alone. Points are lit in contexts that know nothing of the point
+// that is being shaded: their random numbers come from the number of the point, their time is the
+// middle of the shutter, and what belongs to the thread (rotation of sample loops, scratch memory,
+// messages) is replaced for the length of the build.
+#include "array.h"
+#include "cameras/camera.h"
+#include "color.h"
+#include "duration.h"
+#include "hit_context.h"
+#include "integrators.h"
+#include "message_passing.h"
+#include "msg.h"
+#include "objects/polymesh.h"
+#include "options.h"
+#include "rv_gi.h"
+#include "rv_lights.h"
+#include "sampling.h"
+#include "sss_cloud.h"
+#include "system/clock.h"
+#include "thread_slot.h"
+#include "userdefs.h"
+
+#include <array>
+#include <memory>
+#include <new>
+#include <numbers>
+
+namespace rv {
+
+// ---- Where and when ----
+
+// The middle of the shutter, in which moving things are on average.
+static float referenceTime()
+{
+    const RtNode* const camera = render_options->camera;
+    if (!camera || camera->entry->type != RV_NODE_CAMERA)
+        return 0;
+    return RvCameraShutterTime(cameraParams(camera), 0.5f);
+}
+
+static RtMatrix transformAt(const RtGObject* object, float time)
+{
+    RtMatrix storage;
+    const RtMatrix* const matrix = objectToWorldAt(object, time, &storage);
+    return matrix ? *matrix : RV_M4_IDENTITY;
+}
+
+// From object space to the world. The procedurals that made a node carry it; what else it may be a
+// part of does not count.
+static RtMatrix placeOf(const RtGObject* object, float time)
+{
+    RtMatrix place = transformAt(object, time);
+    for (const RtNode* node = object->node->creator; node; node = node->creator)
+        if (const RtGObject* const creator = shapeObject(node)) {
+            const RtMatrix outer = transformAt(creator, time);
+            RvM4Mult(&place, &place, &outer);
+        }
+    return place;
+}
+
+namespace {
+
+// The mesh as it stands in the world at the time of the cloud.
+class PlacedMesh final : public SSSSurface {
+public:
+    PlacedMesh(const RtGObject* mesh_object, const RtMatrix& object_to_world, float time)
+        : mesh(*meshOf(mesh_object)), vertices(mesh_object, time), place(object_to_world)
+    {
+    }
+    uint32_t triangleCount() const override { return mesh.ntriangles; }
+    void corners(uint32_t triangle, RtPoint out[3]) const override
+    {
+        RtPoint p[3];
+        vertices.ofTriangle(triangle, p);
+        for (int i = 0; i < 3; ++i)
+            RvM4PointByMatrixMult(&out[i], &place, &p[i]);
+    }
+
+private:
+    const RtPolyMesh& mesh;
+    const MeshVertices vertices;
+    const RtMatrix& place;
+};
+
+} // namespace
+
+// ---- What belongs to the thread ----
+
+namespace {
+
+// Gives the thread fresh scratch memory and messages for the length of a scope: what its shaders
+// keep there, while they wait for the cloud, stays as it is.
+class FreshSlot {
+public:
+    explicit FreshSlot(int thread) : slot(the_frame->thread_slots[thread]), before(slot)
+    {
+        static constexpr unsigned block = 0x10000;
+        RtThreadSlot fresh = { RvMemPoolCreate(block),
+                               { RvMemPoolCreate(block), RvMemPoolCreate(block) },
+                               nullptr };
+        if (fresh.shading_pool)
+            fresh.messages = RvMessageBank(
+                unsigned(std::max(render_options->max_shader_messages, 1)), fresh.shading_pool);
+        slot = fresh;
+    }
+    ~FreshSlot()
+    {
+        RtStats& stats = *threadStats();
+        stats.sss_pool_bytes = std::max(stats.sss_pool_bytes, bytes());
+        if (slot.messages)
+            RvMessageBankDestroy(slot.messages);
+        for (RtMemPool* pool : pools())
+            if (pool)
+                RvMemPoolDestroy(pool);
+        slot = before;
+    }
+    FreshSlot(const FreshSlot&) = delete;
+    FreshSlot& operator=(const FreshSlot&) = delete;
+
+    bool isComplete() const
+    {
+        return slot.messages && slot.shading_pool && slot.pools[0] && slot.pools[1];
+    }
+    // Between points. The names of messages stand in the pool, so messages go first.
+    void reset()
+    {
+        messageBankClear(slot.messages);
+        for (RtMemPool* pool : pools())
+            RvMemPoolReset(pool);
+    }
+
+private:
+    std::array<RtMemPool*, 3> pools() const
+    {
+        return { slot.shading_pool, slot.pools[0], slot.pools[1] };
+    }
+    int64_t bytes() const
+    {
+        int64_t sum = 0;
+        for (const RtMemPool* pool : pools())
+            sum += pool ? int64_t(pool->bytes_total) : 0;
+        return sum;
+    }
+
+    RtThreadSlot& slot;
+    const RtThreadSlot before;
+};
+
+// Turns the sample loops at first hits by the number of a point, for the length of a scope.
+class PointRotation {
+public:
+    explicit PointRotation(int thread)
+        : pixel(*pixelSampling(thread)), u(pixel.rotation_u), v(pixel.rotation_v)
+    {
+    }
+    ~PointRotation()
+    {
+        pixel.rotation_u = u;
+        pixel.rotation_v = v;
+    }
+    PointRotation(const PointRotation&) = delete;
+    PointRotation& operator=(const PointRotation&) = delete;
+
+    void turn(uint32_t index)
+    {
+        static constexpr uint32_t seed = 613;
+        const PointHash hash{ samplingSeed(), seed };
+        pixel.rotation_u = hashToUnit(hash(2 * index));
+        pixel.rotation_v = hashToUnit(hash(2 * index + 1));
+    }
+
+private:
+    RtPixelSampling& pixel;
+    const double u, v;
+};
+
+} // namespace
+
+// ---- Light ----
+
+namespace {
+
+// The faces that take part, by the user data "sss_faceset": a BOOL for each face, or one for all.
+class FaceSet {
+public:
+    FaceSet(const RtGObject* owner, const RtGObject* mesh_object) : mesh(*meshOf(mesh_object))
+    {
+        const RtUserParamEntry* const entry = findUserParam(owner->node, "sss_faceset", true);
+        if (!entry || userElementType(*entry) != RV_TYPE_BOOLEAN)
+            return;
+        if (entry->category == RV_USERDEF_UNIFORM)
+            flags = entry->value.ARRAY;
+        else if (entry->category == RV_USERDEF_CONSTANT && entry->type == RV_TYPE_BOOLEAN)
+            has_all = entry->value.BOOL;
+    }
+    // Faces beyond the array take part.
+    bool has(uint32_t triangle) const
+    {
+        if (!flags)
+            return has_all;
+        const uint32_t i = uniformIndex(mesh, trianglePolygon(mesh, triangle));
+        return i >= totalElements(flags) || elementsOf<uint8_t>(flags)[i] != 0;
+    }
+
+private:
+    const RtPolyMesh& mesh;
+    const RtArray* flags = nullptr;
+    bool has_all = true;
+};
+
+// Lights the points of one cloud.
+class PointLighting {
+public:
+    PointLighting(const SSSBuildOrder& build_order, const RtSSSPointCloud& the_cloud)
+        : order(build_order), cloud(the_cloud), shape(innermost(order.owner)),
+          placed(placedObject(order.owner)), faces(order.owner, shape)
+    {
+    }
+    RtRGB irradianceAt(const RtSSSPoint& point, uint32_t index) const;
+
+private:
+    void fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index) const;
+
+    const SSSBuildOrder& order;
+    const RtSSSPointCloud& cloud;
+    RtGObject* const shape;
+    const RtGObject* const placed;
+    const FaceSet faces;
+};
+
+} // namespace
+
+// As if a ray had come down onto the outside of the surface. Like a camera ray's hit it has no
+// depth; the number of the point is its pixel, so that bounces differ from point to point.
+void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index) const
+{
+    RtHit hit = {};
+    hit.object = shape;
+    hit.matrix = RvM4IsIdentity(&cloud.frame) ? nullptr : &cloud.frame;
+    hit.instance = placed == shape ? nullptr : placed->node;
+    hit.prim = point.face;
+    hit.u = point.u;
+    hit.v = point.v;
+    RtRay ray = {};
+    ray.type = RV_RAY_CAMERA;
+    ray.tid = uint8_t(order.thread);
+    ray.x = int(index);
+    ray.time = cloud.time;
+    ray.origin = point.position;
+    fillHitContext(sg, ray, hit, 0);
+    sg->state->pass = RV_PASS_SSS;
+    sg->ray_dir = sg->normal * -1.0f;
+    sg->facing_normal = sg->normal;
+    sg->facing_geometric_normal =
+        sg->geometric_normal * (dot(sg->geometric_normal, sg->normal) < 0 ? -1.0f : 1.0f);
+}
+
+RtRGB PointLighting::irradianceAt(const RtSSSPoint& point, uint32_t index) const
+{
+    if (!faces.has(point.face))
+        return RV_RGB_BLACK;
+    if (order.show_samples == show_sss_points)
+        return RV_RGB_WHITE;
+    RtShadingState state;
+    RtShaderGlobals sg;
+    sg.state = &state;
+    fillContext(&sg, point, index);
+    RtRGB light = RvDirectDiffuse(&sg.normal, &sg);
+    if (cloud.gi)
+        light = light + RvIndirectDiffuse(&sg.normal, &sg);
+    return order.show_samples == show_no_samples ? light * point.area : light;
+}
+
+// ---- Steps ----
+
+namespace {
+
+// Adds the time of a scope to a counter.
+class StepTime {
+public:
+    explicit StepTime(int64_t RtStats::*counter) : time(counter), start(wallMilliseconds()) {}
+    ~StepTime() { threadStats()->*time += uint32_t(wallMilliseconds() - start); }
+    StepTime(const StepTime&) = delete;
+    StepTime& operator=(const StepTime&) = delete;
+
+private:
+    int64_t RtStats::*const time;
+    const uint32_t start;
+};
+
+class CloudBuild {
+public:
+    CloudBuild(const SSSBuildOrder& build_order, RtSSSPointCloud* empty_cloud)
+        : order(build_order), cloud(*empty_cloud), name(RvNodeGetName(order.owner->node)),
+          start(wallMilliseconds())
+    {
+    }
+    // False when a stop was requested.
+    bool run();
+
+private:
+    void scatter();
+    void light();
+    void sort();
+    void finish() const;
+    void reportProgress(uint32_t lit);
+    bool isStopped() const { return order.stop_request && *order.stop_request; }
+
+    const SSSBuildOrder& order;
+    RtSSSPointCloud& cloud;
+    const char* const name;
+    const uint32_t start;
+    uint32_t last_report = start;
+};
+
+} // namespace
+
+void CloudBuild::scatter()
+{
+    const StepTime timed(&RtStats::sss_distribution_ms);
+    const ShapeParams& params = shapeParams(order.owner->node);
+    const PlacedMesh mesh(innermost(order.owner), cloud.frame, cloud.time);
+    const AreaDistribution distribution(mesh);
+    const SSSPointBudget budget =
+        pointBudget(distribution.total, params.sss_sample_spacing, params.sss_max_samples);
+    RvMsgDebug("[sss] generating ~%d sample points (spacing=%.2f, gi=%s) - %s", int(budget.points),
+               budget.spacing, cloud.gi ? "on" : "off", name);
+    ScatteredPoints scattered = scatterPoints(mesh, distribution, budget, order.stop_request);
+    const size_t accepted = scattered.points.size(), all = accepted + scattered.rejected;
+    RvMsgDebug("[sss] found %d samples, rejected %d - acceptance rate: %.2f%%", int(accepted),
+               int(scattered.rejected), all ? double(accepted) * 100 / double(all) : 0);
+    cloud.points = std::move(scattered.points);
+    cloud.points.shrink_to_fit();
+}
+
+void CloudBuild::reportProgress(uint32_t lit)
+{
+    const uint32_t now = wallMilliseconds();
+    if (uint32_t(now - last_report) < sss_progress_interval)
+        return;
+    last_report = now;
+    RvMsgInfoMasked(RV_LOG_PROGRESS, "[sss] %3d%% of %d samples lit - %s",
+                    int(uint64_t{ lit } * 100 / cloud.points.size()), int(cloud.points.size()),
+                    name);
+}
+
+void CloudBuild::light()
+{
+    const StepTime timed(&RtStats::sss_irradiance_ms);
+    const PointLighting lighting(order, cloud);
+    FreshSlot slot(order.thread);
+    if (!slot.isComplete())
+        throw std::bad_alloc();
+    PointRotation rotation(order.thread);
+    double radius_sum = 0;
+    for (uint32_t i = 0; i < cloud.points.size() && !isStopped(); ++i) {
+        RtSSSPoint& point = cloud.points[i];
+        rotation.turn(i);
+        point.irradiance = packIrradiance(lighting.irradianceAt(point, i));
+        slot.reset();
+        reportProgress(i);
+        if (!point.irradiance)
+            continue;
+        ++cloud.lit_count;
+        radius_sum += sqrt(double(point.area) / std::numbers::pi);
+    }
+    if (cloud.lit_count)
+        cloud.average_radius = float(radius_sum / cloud.lit_count);
+}
+
+void CloudBuild::sort()
+{
+    const StepTime timed(&RtStats::sss_octree_ms);
+    buildOctree(&cloud.points, &cloud.nodes);
+    cloud.nodes.shrink_to_fit();
+}
+
+void CloudBuild::finish() const
+{
+    RtStats& stats = *threadStats();
+    stats.sss_generated += cloud.points.size();
+    stats.sss_stored.add(cloud.lit_count);
+    RvMsgInfo("[sss] point cloud done - %d samples, %d octree nodes (%.2fmb) - %s - %s",
+              int(cloud.points.size()), int(cloud.nodes.size()),
+              double(cloud.bytes()) * 9.536743e-07, name,
+              RvDurationString(uint32_t(wallMilliseconds() - start)));
+}
+
+bool CloudBuild::run()
+{
+    const RtNode* const node = order.owner->node;
+    cloud.gi = shapeParams(node).sss_use_gi;
+    cloud.time = referenceTime();
+    cloud.frame = placeOf(placedObject(order.owner), cloud.time);
+    scatter();
+    if (!isStopped())
+        light();
+    if (isStopped()) {
+        RvMsgDebug("[sss] point cloud given up, because the render is to stop - %s", name);
+        return false;
+    }
+    sort();
+    finish();
+    return true;
+}
+
+RtSSSPointCloud* buildPointCloud(const SSSBuildOrder& order)
+{
+    // A mesh has its triangles once rays may hit it.
+    RvGObjectBuildAccel(order.owner->node, order.thread);
+    try {
+        std::unique_ptr<RtSSSPointCloud> cloud(new RtSSSPointCloud);
+        return CloudBuild(order, cloud.get()).run() ? cloud.release() : nullptr;
+    } catch (const std::bad_alloc&) { // reported by the allocator
+        return new RtSSSPointCloud;
+    }
+}
+
+} // namespace rv

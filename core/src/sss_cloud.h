@@ -1,0 +1,192 @@
+// The point clouds of sub-surface scattering: their records, and the steps that make them.
+#ifndef RV_SSS_CLOUD_H
+#define RV_SSS_CLOUD_H
+
+#include "objects/gobject.h"
+#include "system/checked_heap.h"
+#include "system/memory.h"
+
+#include <algorithm>
+#include <atomic>
+#include <float.h>
+#include <stdint.h>
+#include <vector>
+
+// A place on the mesh and the light that enters there.
+struct RtSSSPoint {
+    RtPoint position;    // in the frame of the cloud
+    uint32_t face;       // triangle
+    float u, v;          // weights of its second and third corner
+    float area;          // of the surface that the point stands for
+    uint32_t irradiance; // packIrradiance
+};
+
+// A box of points, with up to eight boxes inside it, or with points.
+struct RtSSSNode {
+    float bounds[6]; // x min, x max, y min, y max, z min, z max; tight
+    uint8_t child_count;
+    uint16_t point_count;
+    uint32_t first_child; // its children follow each other
+    uint32_t first_point; // so do its points
+};
+
+namespace rv {
+
+template <class T> using CheckedVector = std::vector<T, CheckedAllocator<T>>;
+
+// One cloud, read by all threads once it is built, and never changed.
+//
+// It stands in the world, as its object does at one moment: distances are those of the scene for
+// objects of any scale, and points of instances and of moving objects find their place through
+// object space.
+struct RtSSSPointCloud : CheckedHeap {
+    CheckedVector<RtSSSPoint> points; // in the order of the octree
+    CheckedVector<RtSSSNode> nodes;   // the root first; none without points
+    float average_radius = 0;         // of the discs that points with light stand for
+    bool gi = false;                  // points gathered indirect light
+    RtMatrix frame = RV_M4_IDENTITY;  // from object space
+    float time = 0;                   // shutter time of that moment
+    uint32_t lit_count = 0;           // points with light
+
+    size_t bytes() const
+    {
+        return sizeof *this + points.capacity() * sizeof(RtSSSPoint) +
+               nodes.capacity() * sizeof(RtSSSNode);
+    }
+};
+
+// ---- Packed irradiance ----
+
+// Three mantissas of eight bits and a common exponent. What is no light (negative, NaN) is black;
+// only black gives 0. The largest channel is off by at most 0.4 %.
+uint32_t packIrradiance(const RtRGB& irradiance);
+RtRGB unpackIrradiance(uint32_t packed);
+
+// ---- Distribution ----
+
+// How many points a surface gets.
+struct SSSPointBudget {
+    uint32_t points;     // about as many
+    uint32_t candidates; // places that are tried
+    double spacing;      // least distance of two points
+};
+// Without a spacing above 0 it is max_samples that counts, which limits the number in any case.
+SSSPointBudget pointBudget(double area, float spacing, int max_samples);
+
+// The weights of a triangle's corners for a point of the unit square; uniform over the triangle.
+struct CornerWeights {
+    double w[3];
+};
+CornerWeights cornerWeights(double a, double b);
+
+// A surface made of triangles.
+struct SSSSurface {
+    virtual uint32_t triangleCount() const = 0;
+    virtual void corners(uint32_t triangle, RtPoint out[3]) const = 0;
+
+protected:
+    ~SSSSurface() = default;
+};
+
+// Running sums of the triangles' areas, as shares of the whole. Triangles that are not finite have
+// no area.
+struct AreaDistribution {
+    CheckedVector<double> shares; // of the triangles up to and with each one; empty without area
+    double total = 0;
+
+    explicit AreaDistribution(const SSSSurface& surface);
+    // The triangle at u in [0, 1), which becomes the place within its share, again in [0, 1).
+    uint32_t pick(double* u) const;
+};
+
+struct ScatteredPoints {
+    CheckedVector<RtSSSPoint> points; // without light, in order of acceptance
+    uint32_t rejected = 0;            // candidates
+};
+// Points no two of which are closer than the spacing. Their areas add up to the whole, unless a
+// stop is requested. Throws std::bad_alloc.
+ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution& distribution,
+                              const SSSPointBudget& budget,
+                              const std::atomic<int>* stop_request = nullptr);
+
+// ---- Octree ----
+
+// Puts the points into order and boxes them.
+void buildOctree(CheckedVector<RtSSSPoint>* points, CheckedVector<RtSSSNode>* nodes);
+
+// The kernel by which light scatters: the sum of irradiance * 4 (r - d)^3 / r^5 over points at
+// distances d < r, for each channel's radius r. Its integral over the plane is 0.4 pi. Channels
+// whose radius is no positive number get nothing.
+//
+// Written 4 / r^2 * (1 - d / r)^3, so that no radius leaves the range of numbers.
+class ScatterKernel {
+public:
+    explicit ScatterKernel(const RtRGB& radius)
+        : r(usable(radius.r)), g(usable(radius.g)), b(usable(radius.b))
+    {
+    }
+    // Of the channel that light comes farthest in.
+    float reach() const { return std::max({ r.radius, g.radius, b.radius }); }
+    void add(const RtRGB& irradiance, float distance)
+    {
+        r.add(irradiance.r, distance);
+        g.add(irradiance.g, distance);
+        b.add(irradiance.b, distance);
+    }
+    RtRGB total() const { return { r.total(), g.total(), b.total() }; }
+
+private:
+    static float usable(float radius) { return radius > 0 && radius <= FLT_MAX ? radius : 0; }
+
+    struct Channel {
+        float radius, inverse;
+        double sum = 0;
+
+        explicit Channel(float usable_radius)
+            : radius(usable_radius), inverse(radius > 0 ? std::min(1 / radius, FLT_MAX) : 0)
+        {
+        }
+        void add(float irradiance, float distance)
+        {
+            const float w = std::max(1 - distance * inverse, 0.0f);
+            sum += double(irradiance * (w * w * w));
+        }
+        float total() const
+        {
+            if (!(radius > 0))
+                return 0;
+            return float(std::min(sum * 4 / (double(radius) * radius), double(FLT_MAX)));
+        }
+    };
+    Channel r, g, b;
+};
+
+// The light that the points around P scatter to it.
+RtRGB scatteredLight(const RtSSSPointCloud& cloud, const RtPoint& P, const RtRGB& radius);
+
+// The irradiance of the nearest point closer than a distance, or black.
+RtRGB nearestIrradiance(const RtSSSPointCloud& cloud, const RtPoint& P, float distance);
+
+// ---- Build ----
+
+// What a build is for: the cloud's owner and how its points are to look.
+struct SSSBuildOrder {
+    RtGObject* owner;
+    int thread;
+    int show_samples;                     // ShowSamples
+    const std::atomic<int>* stop_request; // of the running render, or null
+};
+
+// Values of the option "show_samples".
+enum ShowSamples { show_no_samples, show_sss_points, show_sss_irradiance, show_samples_count };
+
+// A new cloud, on the calling thread; null when a stop was requested. Without memory, after the
+// allocator's report, it is empty. Throws std::bad_alloc when there is not even memory for that.
+RtSSSPointCloud* buildPointCloud(const SSSBuildOrder& order);
+
+// Milliseconds between two reports of how far the lighting of a cloud has come.
+inline uint32_t sss_progress_interval = 5000;
+
+} // namespace rv
+
+#endif

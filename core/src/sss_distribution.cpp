@@ -1,0 +1,224 @@
+// sss_distribution: scatters the points of a cloud over a surface (sss_cloud.h).
+//
+// Dart throwing with ten stratified candidates for each point that fits. Everything is a function
+// of the surface, the numbers asked for and "AA_seed".
+#include "sampling.h"
+#include "sss_cloud.h"
+
+#include <algorithm>
+#include <float.h>
+#include <math.h>
+#include <new>
+#include <numbers>
+
+static const char* const module_path = "core\\src\\sss";
+
+namespace rv {
+
+static constexpr uint32_t candidates_per_point = 10;
+
+// Bounds the table of candidates, which no memory holds for every "sss_max_samples".
+static constexpr uint32_t most_points = max_table_points / candidates_per_point;
+
+// ---- Numbers ----
+
+SSSPointBudget pointBudget(double area, float spacing, int max_samples)
+{
+    const double most = std::clamp<double>(max_samples, 1, most_points);
+    double n = most;
+    if (spacing > 0)
+        n = std::clamp(floor(area / (std::numbers::pi * double(spacing) * double(spacing))), 1.0,
+                       most);
+    const uint32_t points = uint32_t(n);
+    return { points, candidates_per_point * points, sqrt(area / (n * std::numbers::pi)) };
+}
+
+CornerWeights cornerWeights(double a, double b)
+{
+    const double s = sqrt(a);
+    return { { 1 - s, (1 - b) * s, b * s } };
+}
+
+// ---- Areas ----
+
+static double triangleArea(const RtPoint p[3])
+{
+    const double a[3] = { double(p[1].x) - p[0].x, double(p[1].y) - p[0].y,
+                          double(p[1].z) - p[0].z };
+    const double b[3] = { double(p[2].x) - p[0].x, double(p[2].y) - p[0].y,
+                          double(p[2].z) - p[0].z };
+    const double x = a[1] * b[2] - a[2] * b[1], y = a[2] * b[0] - a[0] * b[2],
+                 z = a[0] * b[1] - a[1] * b[0];
+    const double area = sqrt(x * x + y * y + z * z) / 2;
+    return isfinite(area) ? area : 0;
+}
+
+AreaDistribution::AreaDistribution(const SSSSurface& surface)
+{
+    const uint32_t count = surface.triangleCount();
+    shares.reserve(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        RtPoint p[3];
+        surface.corners(i, p);
+        total += triangleArea(p);
+        shares.push_back(total);
+    }
+    if (!(total > 0) || !isfinite(total)) {
+        total = 0;
+        shares.clear();
+    }
+    for (double& share : shares)
+        share /= total;
+}
+
+uint32_t AreaDistribution::pick(double* u) const
+{
+    // The first triangle whose sum exceeds u has an area.
+    const auto found = std::upper_bound(shares.begin(), shares.end(), *u);
+    const auto at = found == shares.end() ? found - 1 : found;
+    const double before = at == shares.begin() ? 0 : at[-1];
+    static constexpr double below_one = 1 - 0x1p-53;
+    *u = std::clamp((*u - before) / (*at - before), 0.0, below_one);
+    return uint32_t(at - shares.begin());
+}
+
+// ---- Neighbours ----
+
+namespace {
+
+// Finds accepted points near a place. Space is cut into cells twice as wide as the spacing, so that
+// a ball of that radius reaches into eight of them. Cells share the buckets of a table; what else
+// is found in a bucket is told apart by its distance.
+class PointGrid {
+public:
+    PointGrid(const CheckedVector<RtSSSPoint>& accepted, const SSSPointBudget& budget)
+        : points(accepted), radius(budget.spacing), cells_per_unit(0.5 / budget.spacing),
+          heads(std::bit_ceil(size_t{ budget.points } * 2), nobody)
+    {
+        next.reserve(size_t{ budget.points } * 2);
+    }
+
+    // The nearest point closer than the spacing, or nobody.
+    uint32_t findNear(const RtPoint& p) const
+    {
+        uint32_t nearest = nobody;
+        double least = radius * radius;
+        const Axis x = axisOf(p.x), y = axisOf(p.y), z = axisOf(p.z);
+        for (unsigned corner = 0; corner < 8; ++corner)
+            for (uint32_t i = heads[bucketOf(x[corner & 1], y[corner >> 1 & 1], z[corner >> 2])];
+                 i != nobody; i = next[i]) {
+                const double d2 = squaredDistance(points[i].position, p);
+                if (d2 < least) {
+                    least = d2;
+                    nearest = i;
+                }
+            }
+        return nearest;
+    }
+
+    // Adds the last of the accepted points.
+    void addLast()
+    {
+        const RtPoint& p = points.back().position;
+        uint32_t& head = heads[bucketOf(axisOf(p.x)[0], axisOf(p.y)[0], axisOf(p.z)[0])];
+        next.push_back(head);
+        head = uint32_t(points.size() - 1);
+    }
+
+    static constexpr uint32_t nobody = 0xFFFFFFFF;
+
+private:
+    // The cell of a coordinate, and the neighbour that is nearer.
+    struct Axis {
+        int64_t cell[2];
+        int64_t operator[](unsigned i) const { return cell[i]; }
+    };
+    Axis axisOf(float x) const
+    {
+        static constexpr double most = 0x1p62; // where floats are farther apart than cells are wide
+        const double place = std::clamp(double(x) * cells_per_unit, -most, most);
+        const double cell = floor(place);
+        const int64_t i = int64_t(cell);
+        return { { i, place - cell < 0.5 ? i - 1 : i + 1 } };
+    }
+    size_t bucketOf(int64_t x, int64_t y, int64_t z) const
+    {
+        return mix({ uint32_t(x), uint32_t(y), uint32_t(z) }).c & (heads.size() - 1);
+    }
+    static double squaredDistance(const RtPoint& a, const RtPoint& b)
+    {
+        const double x = double(a.x) - b.x, y = double(a.y) - b.y, z = double(a.z) - b.z;
+        return x * x + y * y + z * z;
+    }
+
+    const CheckedVector<RtSSSPoint>& points;
+    const double radius, cells_per_unit;
+    CheckedVector<uint32_t> heads; // of the chains of points, one for each bucket
+    CheckedVector<uint32_t> next;
+};
+
+} // namespace
+
+// ---- Candidates ----
+
+// Shuffled points of the unit square, evenly spread in each coordinate too. Empty after an error.
+static RtSampleTable makeCandidates(uint32_t count)
+{
+    static constexpr int pattern_seed = 611, shuffle_seed = 612;
+    const int side = int(ceil(sqrt(double(count))));
+    const RtSampleTable table = makePattern(pattern_seed, side, RV_PATTERN_MULTI_JITTERED,
+                                            module_path, __LINE__, "RvSSSPointCloudLookup");
+    if (table.points)
+        RvShufflePoints(shuffle_seed, 1, table.count, RV_PATTERN_MULTI_JITTERED, table.points);
+    return table;
+}
+
+static RtSSSPoint placeCandidate(const SSSSurface& surface, const AreaDistribution& distribution,
+                                 const RtPoint2& candidate)
+{
+    double a = candidate.x;
+    RtSSSPoint point = {};
+    point.face = distribution.pick(&a);
+    const CornerWeights weights = cornerWeights(a, candidate.y);
+    const auto& w = weights.w;
+    RtPoint p[3];
+    surface.corners(point.face, p);
+    point.position = { float(w[0] * p[0].x + w[1] * p[1].x + w[2] * p[2].x),
+                       float(w[0] * p[0].y + w[1] * p[1].y + w[2] * p[2].y),
+                       float(w[0] * p[0].z + w[1] * p[1].z + w[2] * p[2].z) };
+    point.u = float(w[1]);
+    point.v = float(w[2]);
+    return point;
+}
+
+ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution& distribution,
+                              const SSSPointBudget& budget, const std::atomic<int>* stop_request)
+{
+    ScatteredPoints result;
+    if (distribution.shares.empty())
+        return result;
+    struct Table : RtSampleTable {
+        ~Table() { RvFree_func(points); }
+    };
+    const Table candidates{ makeCandidates(budget.candidates) };
+    if (!candidates.points)
+        throw std::bad_alloc();
+    const float area = float(std::min(distribution.total / budget.candidates, double(FLT_MAX)));
+    result.points.reserve(size_t{ budget.points } * 2);
+    PointGrid grid(result.points, budget);
+    for (uint32_t i = 0; i < budget.candidates && !(stop_request && *stop_request); ++i) {
+        RtSSSPoint point = placeCandidate(surface, distribution, candidates.points[i]);
+        const uint32_t near = grid.findNear(point.position);
+        if (near != PointGrid::nobody) {
+            result.points[near].area += area;
+            ++result.rejected;
+            continue;
+        }
+        point.area = area;
+        result.points.push_back(point);
+        grid.addLast();
+    }
+    return result;
+}
+
+} // namespace rv
