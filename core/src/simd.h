@@ -43,6 +43,12 @@ inline Float4 select(Mask4 mask, Float4 yes, Float4 no)
     return _mm_blendv_ps(no.v, yes.v, mask.v);
 }
 
+// The four bytes of a word, the lowest first, as numbers from 0 to 255.
+inline Float4 fromBytes(uint32_t word)
+{
+    return _mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(int(word))));
+}
+
 // The same with 0 in the fourth lane.
 inline Float4 clearW(Float4 a) { return _mm_blend_ps(a.v, _mm_setzero_ps(), 8); }
 

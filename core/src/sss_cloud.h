@@ -3,6 +3,7 @@
 #define RV_SSS_CLOUD_H
 
 #include "objects/gobject.h"
+#include "simd.h"
 #include "system/checked_heap.h"
 #include "system/memory.h"
 
@@ -61,6 +62,8 @@ struct RtSSSPointCloud : CheckedHeap {
 // only black gives 0. The largest channel is off by at most 0.4 %.
 uint32_t packIrradiance(const RtRGB& irradiance);
 RtRGB unpackIrradiance(uint32_t packed);
+// The same in three lanes; the fourth means nothing.
+Float4 unpackLanes(uint32_t packed);
 
 // ---- Distribution ----
 
@@ -122,43 +125,49 @@ void buildOctree(CheckedVector<RtSSSPoint>* points, CheckedVector<RtSSSNode>* no
 class ScatterKernel {
 public:
     explicit ScatterKernel(const RtRGB& radius)
-        : r(usable(radius.r)), g(usable(radius.g)), b(usable(radius.b))
+        : radii{ usable(radius.r), usable(radius.g), usable(radius.b) },
+          inverse(inverseOf(radii[0]), inverseOf(radii[1]), inverseOf(radii[2]), 0)
     {
     }
     // Of the channel that light comes farthest in.
-    float reach() const { return std::max({ r.radius, g.radius, b.radius }); }
-    void add(const RtRGB& irradiance, float distance)
+    float reach() const { return std::max({ radii[0], radii[1], radii[2] }); }
+    // Three channels, and a fourth that counts for nothing.
+    void add(Float4 irradiance, float distance)
     {
-        r.add(irradiance.r, distance);
-        g.add(irradiance.g, distance);
-        b.add(irradiance.b, distance);
+        const Float4 w = max(Float4(1) - Float4(distance) * inverse, Float4(0));
+        recent = recent + irradiance * (w * w * w);
     }
-    RtRGB total() const { return { r.total(), g.total(), b.total() }; }
+    // To be called from time to time: many small numbers are added up more precisely.
+    void fold()
+    {
+        alignas(16) float channels[4];
+        recent.store(channels);
+        recent = Float4(0);
+        for (int i = 0; i < 3; ++i)
+            sums[i] += double(channels[i]);
+    }
+    RtRGB total()
+    {
+        fold();
+        return { channel(0), channel(1), channel(2) };
+    }
 
 private:
     static float usable(float radius) { return radius > 0 && radius <= FLT_MAX ? radius : 0; }
+    static float inverseOf(float radius) { return radius > 0 ? std::min(1 / radius, FLT_MAX) : 0; }
 
-    struct Channel {
-        float radius, inverse;
-        double sum = 0;
+    float channel(int i) const
+    {
+        if (!(radii[i] > 0))
+            return 0;
+        const double square = double(radii[i]) * double(radii[i]);
+        return float(std::min(sums[i] * 4 / square, double(FLT_MAX)));
+    }
 
-        explicit Channel(float usable_radius)
-            : radius(usable_radius), inverse(radius > 0 ? std::min(1 / radius, FLT_MAX) : 0)
-        {
-        }
-        void add(float irradiance, float distance)
-        {
-            const float w = std::max(1 - distance * inverse, 0.0f);
-            sum += double(irradiance * (w * w * w));
-        }
-        float total() const
-        {
-            if (!(radius > 0))
-                return 0;
-            return float(std::min(sum * 4 / (double(radius) * radius), double(FLT_MAX)));
-        }
-    };
-    Channel r, g, b;
+    float radii[3];
+    Float4 inverse;
+    Float4 recent = Float4(0);
+    double sums[3] = {};
 };
 
 // The light that the points around P scatter to it.

@@ -73,9 +73,8 @@ AreaDistribution::AreaDistribution(const SSSSurface& surface)
 
 uint32_t AreaDistribution::pick(double* u) const
 {
-    // The first triangle whose sum exceeds u has an area.
-    const auto found = std::upper_bound(shares.begin(), shares.end(), *u);
-    const auto at = found == shares.end() ? found - 1 : found;
+    // The first triangle whose share exceeds u has an area. There is one, for the last share is 1.
+    const auto at = std::upper_bound(shares.begin(), shares.end(), *u);
     const double before = at == shares.begin() ? 0 : at[-1];
     static constexpr double below_one = 1 - 0x1p-53;
     *u = std::clamp((*u - before) / (*at - before), 0.0, below_one);
@@ -87,74 +86,88 @@ uint32_t AreaDistribution::pick(double* u) const
 namespace {
 
 // Finds accepted points near a place. Space is cut into cells twice as wide as the spacing, so that
-// a ball of that radius reaches into eight of them. Cells share the buckets of a table; what else
-// is found in a bucket is told apart by its distance.
-class PointGrid {
+// a ball of that radius reaches into eight of them at most. Cells share the buckets of a table;
+// what else is found in a bucket is told apart by its distance.
+class AcceptedPoints {
 public:
-    PointGrid(const CheckedVector<RtSSSPoint>& accepted, const SSSPointBudget& budget)
-        : points(accepted), radius(budget.spacing), cells_per_unit(0.5 / budget.spacing),
+    explicit AcceptedPoints(const SSSPointBudget& budget)
+        : radius(budget.spacing), cells_per_unit(0.5 / budget.spacing),
           heads(std::bit_ceil(size_t{ budget.points } * 2), nobody)
     {
-        next.reserve(size_t{ budget.points } * 2);
+        entries.reserve(size_t{ budget.points } * 2);
     }
 
     // The nearest point closer than the spacing, or nobody.
     uint32_t findNear(const RtPoint& p) const
     {
+        static constexpr double beyond = 0.25000001; // the squared spacing, in cells
         uint32_t nearest = nobody;
         double least = radius * radius;
         const Axis x = axisOf(p.x), y = axisOf(p.y), z = axisOf(p.z);
-        for (unsigned corner = 0; corner < 8; ++corner)
-            for (uint32_t i = heads[bucketOf(x[corner & 1], y[corner >> 1 & 1], z[corner >> 2])];
-                 i != nobody; i = next[i]) {
-                const double d2 = squaredDistance(points[i].position, p);
-                if (d2 < least) {
-                    least = d2;
-                    nearest = i;
-                }
-            }
+        for (unsigned i = 0; i < 8; ++i) {
+            const unsigned a = i & 1, b = i >> 1 & 1, c = i >> 2;
+            if (x.square[a] + y.square[b] + z.square[c] < beyond)
+                searchBucket(bucketOf(x.cell[a], y.cell[b], z.cell[c]), p, &least, &nearest);
+        }
         return nearest;
     }
 
-    // Adds the last of the accepted points.
-    void addLast()
+    // Adds the point that comes next.
+    void add(const RtPoint& p, float area)
     {
-        const RtPoint& p = points.back().position;
-        uint32_t& head = heads[bucketOf(axisOf(p.x)[0], axisOf(p.y)[0], axisOf(p.z)[0])];
-        next.push_back(head);
-        head = uint32_t(points.size() - 1);
+        uint32_t& head =
+            heads[bucketOf(axisOf(p.x).cell[0], axisOf(p.y).cell[0], axisOf(p.z).cell[0])];
+        entries.push_back({ p, area, head });
+        head = uint32_t(entries.size() - 1);
     }
+
+    void enlarge(uint32_t point, float area) { entries[point].area += area; }
+    float areaOf(size_t point) const { return entries[point].area; }
 
     static constexpr uint32_t nobody = 0xFFFFFFFF;
 
 private:
-    // The cell of a coordinate, and the neighbour that is nearer.
+    // The cell of a coordinate and the neighbour that is nearer, with the squares of the distances
+    // to them, in cells.
     struct Axis {
         int64_t cell[2];
-        int64_t operator[](unsigned i) const { return cell[i]; }
+        double square[2];
     };
     Axis axisOf(float x) const
     {
         static constexpr double most = 0x1p62; // where floats are farther apart than cells are wide
         const double place = std::clamp(double(x) * cells_per_unit, -most, most);
-        const double cell = floor(place);
+        const double cell = floor(place), within = place - cell;
         const int64_t i = int64_t(cell);
-        return { { i, place - cell < 0.5 ? i - 1 : i + 1 } };
+        const bool is_low = within < 0.5;
+        const double way = is_low ? within : 1 - within;
+        return { { i, is_low ? i - 1 : i + 1 }, { 0, way * way } };
     }
     size_t bucketOf(int64_t x, int64_t y, int64_t z) const
     {
         return mix({ uint32_t(x), uint32_t(y), uint32_t(z) }).c & (heads.size() - 1);
     }
-    static double squaredDistance(const RtPoint& a, const RtPoint& b)
+    void searchBucket(size_t bucket, const RtPoint& p, double* least, uint32_t* nearest) const
     {
-        const double x = double(a.x) - b.x, y = double(a.y) - b.y, z = double(a.z) - b.z;
-        return x * x + y * y + z * z;
+        for (uint32_t i = heads[bucket]; i != nobody; i = entries[i].next) {
+            const RtPoint& q = entries[i].position;
+            const double x = double(p.x) - q.x, y = double(p.y) - q.y, z = double(p.z) - q.z;
+            const double d2 = x * x + y * y + z * z;
+            if (d2 < *least) {
+                *least = d2;
+                *nearest = i;
+            }
+        }
     }
 
-    const CheckedVector<RtSSSPoint>& points;
+    struct Entry {
+        RtPoint position;
+        float area;    // beside the place, because it changes whenever that is found
+        uint32_t next; // of the same bucket
+    };
     const double radius, cells_per_unit;
-    CheckedVector<uint32_t> heads; // of the chains of points, one for each bucket
-    CheckedVector<uint32_t> next;
+    CheckedVector<uint32_t> heads; // of the chains of entries, one for each bucket
+    CheckedVector<Entry> entries;
 };
 
 } // namespace
@@ -205,19 +218,20 @@ ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution&
         throw std::bad_alloc();
     const float area = float(std::min(distribution.total / budget.candidates, double(FLT_MAX)));
     result.points.reserve(size_t{ budget.points } * 2);
-    PointGrid grid(result.points, budget);
+    AcceptedPoints accepted(budget);
     for (uint32_t i = 0; i < budget.candidates && !(stop_request && *stop_request); ++i) {
-        RtSSSPoint point = placeCandidate(surface, distribution, candidates.points[i]);
-        const uint32_t near = grid.findNear(point.position);
-        if (near != PointGrid::nobody) {
-            result.points[near].area += area;
+        const RtSSSPoint point = placeCandidate(surface, distribution, candidates.points[i]);
+        const uint32_t near = accepted.findNear(point.position);
+        if (near != AcceptedPoints::nobody) {
+            accepted.enlarge(near, area);
             ++result.rejected;
             continue;
         }
-        point.area = area;
         result.points.push_back(point);
-        grid.addLast();
+        accepted.add(point.position, area);
     }
+    for (size_t i = 0; i < result.points.size(); ++i)
+        result.points[i].area = accepted.areaOf(i);
     return result;
 }
 

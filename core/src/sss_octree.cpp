@@ -45,11 +45,13 @@ uint32_t packIrradiance(const RtRGB& irradiance)
     return mantissas ? mantissas | uint32_t(exponent) << 24 : 0;
 }
 
+Float4 unpackLanes(uint32_t packed) { return fromBytes(packed) * Float4(scaleOf(packed >> 24)); }
+
 RtRGB unpackIrradiance(uint32_t packed)
 {
-    const float scale = scaleOf(packed >> 24);
-    return RtRGB{ float(packed & 255), float(packed >> 8 & 255), float(packed >> 16 & 255) } *
-           scale;
+    alignas(16) float lanes[4];
+    unpackLanes(packed).store(lanes);
+    return { lanes[0], lanes[1], lanes[2] };
 }
 
 // ---- Building ----
@@ -160,7 +162,7 @@ void buildOctree(CheckedVector<RtSSSPoint>* points, CheckedVector<RtSSSNode>* no
 static float squaredDistance(const RtPoint& p, const float bounds[6])
 {
     const auto outside = [](float x, float low, float high) {
-        return std::max({ low - x, x - high, 0.0f });
+        return std::max(std::max(low - x, x - high), 0.0f);
     };
     const float x = outside(p.x, bounds[0], bounds[1]), y = outside(p.y, bounds[2], bounds[3]),
                 z = outside(p.z, bounds[4], bounds[5]);
@@ -172,10 +174,10 @@ static float squaredDistance(const RtPoint& p, const float bounds[6])
 // level, seven siblings wait.
 static constexpr size_t most_waiting = 2048;
 
-// Calls visit(point, squared distance from P) for all points in boxes that reach within a distance
-// of P. The distance may shrink between calls.
+// Calls visit(points, count) for the points of all leaves that reach within a distance of P. The
+// distance may shrink between calls.
 template <class Visit>
-static void forPointsNear(const RtSSSPointCloud& cloud, const RtPoint& P, const float& distance,
+static void forLeavesNear(const RtSSSPointCloud& cloud, const RtPoint& P, const float& distance,
                           Visit visit)
 {
     if (cloud.nodes.empty())
@@ -189,12 +191,15 @@ static void forPointsNear(const RtSSSPointCloud& cloud, const RtPoint& P, const 
             continue;
         for (uint32_t i = 0; i < node.child_count; ++i)
             waiting[count++] = node.first_child + i;
-        const RtSSSPoint* const points = cloud.points.data() + node.first_point;
-        for (uint32_t i = 0; i < node.point_count; ++i) {
-            const RtVector way = points[i].position - P;
-            visit(points[i], dot(way, way));
-        }
+        if (node.point_count)
+            visit(cloud.points.data() + node.first_point, node.point_count);
     }
+}
+
+static float squaredDistance(const RtPoint& a, const RtPoint& b)
+{
+    const RtVector way = a - b;
+    return dot(way, way);
 }
 
 // ---- Lookups ----
@@ -202,10 +207,14 @@ static void forPointsNear(const RtSSSPointCloud& cloud, const RtPoint& P, const 
 RtRGB scatteredLight(const RtSSSPointCloud& cloud, const RtPoint& P, const RtRGB& radius)
 {
     ScatterKernel kernel(radius);
-    const float reach = kernel.reach();
-    forPointsNear(cloud, P, reach, [&](const RtSSSPoint& point, float d2) {
-        if (d2 < reach * reach)
-            kernel.add(unpackIrradiance(point.irradiance), sqrtf(d2));
+    const float reach = kernel.reach(), square = reach * reach;
+    forLeavesNear(cloud, P, reach, [&](const RtSSSPoint* points, uint32_t count) {
+        for (uint32_t i = 0; i < count; ++i) {
+            const float d2 = squaredDistance(points[i].position, P);
+            if (d2 < square)
+                kernel.add(unpackLanes(points[i].irradiance), sqrtf(d2));
+        }
+        kernel.fold();
     });
     return kernel.total();
 }
@@ -214,11 +223,14 @@ RtRGB nearestIrradiance(const RtSSSPointCloud& cloud, const RtPoint& P, float di
 {
     const RtSSSPoint* nearest = nullptr;
     float least = distance;
-    forPointsNear(cloud, P, least, [&](const RtSSSPoint& point, float d2) {
-        if (!(d2 < least * least))
-            return;
-        least = sqrtf(d2);
-        nearest = &point;
+    forLeavesNear(cloud, P, least, [&](const RtSSSPoint* points, uint32_t count) {
+        for (uint32_t i = 0; i < count; ++i) {
+            const float d = sqrtf(squaredDistance(points[i].position, P));
+            if (d < least) {
+                least = d;
+                nearest = &points[i];
+            }
+        }
     });
     return nearest ? unpackIrradiance(nearest->irradiance) : RV_RGB_BLACK;
 }

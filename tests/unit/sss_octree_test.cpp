@@ -71,7 +71,7 @@ TEST(ScatterKernel, agrees_with_the_golden_vectors)
         rv::ScatterKernel kernel({ r[0], r[1], r[2] });
         for (const auto& point : in["points"]) {
             const std::vector<float> p = goldenFloats(point["p"]), E = goldenFloats(point["E"]);
-            kernel.add({ E[0], E[1], E[2] }, std::hypot(p[0] - P[0], p[1] - P[1], p[2] - P[2]));
+            kernel.add({ E[0], E[1], E[2], 0 }, std::hypot(p[0] - P[0], p[1] - P[1], p[2] - P[2]));
         }
         const RtRGB total = kernel.total();
         expectGoldenNumbers(v, "value", { total.r, total.g, total.b });
@@ -88,7 +88,8 @@ TEST(ScatterKernel, its_integral_over_the_plane_is_two_fifths_of_pi)
         for (int i = 0; i < rings; ++i) {
             const double d = (i + 0.5) * width;
             const float area = float(2 * std::numbers::pi * d * width);
-            kernel.add({ area, area, area }, float(d));
+            kernel.add(rv::Float4(area), float(d));
+            kernel.fold();
         }
         EXPECT_NEAR(kernel.total().g, 0.4 * std::numbers::pi, 1e-4) << R;
     }
@@ -98,8 +99,8 @@ TEST(ScatterKernel, channels_without_a_positive_radius_get_nothing)
 {
     for (const float radius : { 0.0f, -1.0f, NAN, INFINITY, -INFINITY }) {
         rv::ScatterKernel kernel({ 1, radius, 1 });
-        kernel.add({ 1, 1, 1 }, 0.5f);
-        kernel.add({ 1, 1, 1 }, 0);
+        kernel.add(rv::Float4(1), 0.5f);
+        kernel.add(rv::Float4(1), 0);
         EXPECT_EQ(describe(kernel.total()), "4.5 0 4.5") << radius;
         EXPECT_EQ(kernel.reach(), 1) << radius;
     }
@@ -109,8 +110,8 @@ TEST(ScatterKernel, extreme_radii_stay_within_the_range_of_numbers)
 {
     for (const float radius : { FLT_TRUE_MIN, FLT_MIN, 1e-20f, 1e20f, FLT_MAX }) {
         rv::ScatterKernel kernel({ radius, radius, radius });
-        kernel.add({ 1, FLT_MAX, 0 }, 0);
-        kernel.add({ 1, FLT_MAX, 0 }, radius / 2);
+        kernel.add({ 1, FLT_MAX, 0, 0 }, 0);
+        kernel.add({ 1, FLT_MAX, 0, 0 }, radius / 2);
         const RtRGB total = kernel.total();
         EXPECT_TRUE(std::isfinite(total.r) && total.r >= 0) << radius;
         EXPECT_TRUE(std::isfinite(total.g) && total.g >= total.r) << radius;
@@ -236,8 +237,10 @@ TEST_F(Octree, scattered_light_is_that_of_a_search_through_all_points)
                                          RtRGB{ 1e-6f, 1e-3f, 0 }, RtRGB{ 1e10f, 1e30f, 3 } }) {
                 rv::ScatterKernel kernel(radius);
                 for (const RtSSSPoint& point : cloud.points)
-                    if (const float d = distance(point.position, P); d < kernel.reach())
-                        kernel.add(rv::unpackIrradiance(point.irradiance), d);
+                    if (const float d = distance(point.position, P); d < kernel.reach()) {
+                        kernel.add(rv::unpackLanes(point.irradiance), d);
+                        kernel.fold();
+                    }
                 const RtRGB want = kernel.total(), got = rv::scatteredLight(cloud, P, radius);
                 EXPECT_NEAR(got.r, want.r, 1e-5f * want.r) << name;
                 EXPECT_NEAR(got.g, want.g, 1e-5f * want.g) << name;

@@ -1,4 +1,5 @@
 // Tests of the sub-surface term of core/src/shaders/standard.cpp.
+#include "aovs/output_tools.h"
 #include "sss_tools.h"
 
 using namespace sss_tools;
@@ -83,4 +84,31 @@ TEST_F(ScatteringSurfaces, bounce_factor_scales_scattered_light_for_diffuse_rays
     expectScattered(seen(), RV_RGB_WHITE);
     const RtShaderGlobals sg = cameraContext();
     expectScattered(seenFrom(sg, RV_RAY_DIFFUSE), rv::grey(0.5f));
+}
+
+TEST_F(ScatteringSurfaces, scattered_light_is_written_to_the_AOV_that_is_named)
+{
+    using namespace output_tools;
+    flt("Ksss", 0.5f);
+    RvNodeSetStr(shader, "aov_sss", "wax");
+    probe() = {};
+    installDriver<takesEverything, initializeLayered>("layered_driver");
+    node_tools::named("layered_driver", "drv");
+    node_tools::named("box_filter", "box");
+    RtNode* const camera = node_tools::named("persp_camera", "camera");
+    RvNodeSetArray(camera, "position", RvArray(1, 1, RV_TYPE_POINT, RtPoint{ 0, 0, 2 }));
+    RvNodeSetPtr(options(), "camera", camera);
+    RtArray* const outputs = RvArrayAllocate(2, 1, RV_TYPE_STRING);
+    RvArraySetStr(outputs, 0, "RGB RGB box drv");
+    RvArraySetStr(outputs, 1, "wax RGB box drv");
+    RvNodeSetArray(options(), "outputs", outputs);
+    set("xres", 4);
+    set("yres", 4);
+    ASSERT_EQ(RvRender(RV_RENDER_MODE_CAMERA), RV_SUCCESS);
+    const auto& beauty = probe().layers["RGB"].pixels;
+    const auto& wax = probe().layers["wax"].pixels;
+    ASSERT_EQ(wax.size(), 16 * sizeof(RtRGB));
+    EXPECT_EQ(wax, beauty); // there is no other light
+    expectScattered(reinterpret_cast<const RtRGB*>(wax.data())[5], rv::grey(0.5f));
+    probe() = {};
 }
