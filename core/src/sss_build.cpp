@@ -48,17 +48,26 @@ static RtMatrix transformAt(const RtGObject* object, float time)
     return matrix ? *matrix : RV_M4_IDENTITY;
 }
 
-// From object space to the world. The procedurals that made a node carry it; what else it may be a
-// part of does not count.
-static RtMatrix placeOf(const RtGObject* object, float time)
+// Where an object stands in the scene.
+struct Placement {
+    RtMatrix to_world; // from object space
+    RtNode* instance;  // the outermost one that it is seen through, or null
+};
+
+// The procedurals that made a node carry it. Each of them, like the object, is found where it
+// stands itself or, when it is hidden, where its first instance does.
+static Placement placementOf(const RtGObject* object, float time)
 {
-    RtMatrix place = transformAt(object, time);
-    for (const RtNode* node = object->node->creator; node; node = node->creator)
-        if (const RtGObject* const creator = shapeObject(node)) {
-            const RtMatrix outer = transformAt(creator, time);
-            RvM4Mult(&place, &place, &outer);
-        }
-    return place;
+    Placement placement = { RV_M4_IDENTITY, nullptr };
+    while (object) {
+        const RtGObject* const placed = placedObject(object);
+        const RtMatrix matrix = transformAt(placed, time);
+        RvM4Mult(&placement.to_world, &placement.to_world, &matrix);
+        if (placed->node->source)
+            placement.instance = placed->node;
+        object = shapeObject(placed->node->creator);
+    }
+    return placement;
 }
 
 namespace {
@@ -214,9 +223,10 @@ private:
 // Lights the points of one cloud.
 class PointLighting {
 public:
-    PointLighting(const SSSBuildOrder& build_order, const RtSSSPointCloud& the_cloud)
-        : order(build_order), cloud(the_cloud), shape(innermost(order.owner)),
-          placed(placedObject(order.owner)), faces(order.owner, shape)
+    PointLighting(const SSSBuildOrder& build_order, const RtSSSPointCloud& the_cloud,
+                  RtNode* seen_through)
+        : order(build_order), cloud(the_cloud), instance(seen_through),
+          shape(innermost(order.owner)), faces(order.owner, shape)
     {
     }
     RtRGB irradianceAt(const RtSSSPoint& point, uint32_t index) const;
@@ -226,8 +236,8 @@ private:
 
     const SSSBuildOrder& order;
     const RtSSSPointCloud& cloud;
+    RtNode* const instance;
     RtGObject* const shape;
-    const RtGObject* const placed;
     const FaceSet faces;
 };
 
@@ -240,7 +250,7 @@ void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, ui
     RtHit hit = {};
     hit.object = shape;
     hit.matrix = RvM4IsIdentity(&cloud.frame) ? nullptr : &cloud.frame;
-    hit.instance = placed == shape ? nullptr : placed->node;
+    hit.instance = instance;
     hit.prim = point.face;
     hit.u = point.u;
     hit.v = point.v;
@@ -312,6 +322,7 @@ private:
     const SSSBuildOrder& order;
     RtSSSPointCloud& cloud;
     const char* const name;
+    RtNode* instance = nullptr; // that the points are seen through
     const uint32_t start;
     uint32_t last_report = start;
 };
@@ -350,7 +361,7 @@ void CloudBuild::reportProgress(uint32_t lit)
 void CloudBuild::light()
 {
     const StepTime timed(&RtStats::sss_irradiance_ms);
-    const PointLighting lighting(order, cloud);
+    const PointLighting lighting(order, cloud, instance);
     FreshSlot slot(order.thread);
     if (!slot.isComplete())
         throw std::bad_alloc();
@@ -394,7 +405,9 @@ bool CloudBuild::run()
     const RtNode* const node = order.owner->node;
     cloud.gi = shapeParams(node).sss_use_gi;
     cloud.time = referenceTime();
-    cloud.frame = placeOf(placedObject(order.owner), cloud.time);
+    const Placement placement = placementOf(order.owner, cloud.time);
+    cloud.frame = placement.to_world;
+    instance = placement.instance;
     scatter();
     if (!isStopped())
         light();

@@ -1,6 +1,7 @@
 // Tests of core/src/sss.cpp and sss_build.cpp: point clouds of meshes and lookups in them.
 #include "message_passing.h"
 #include "rv_gi.h"
+#include "rv_procedural.h"
 #include "rv_userdata.h"
 #include "sampling.h"
 #include "sss_tools.h"
@@ -446,6 +447,69 @@ TEST_F(Clouds, instances_of_instances_with_shaders_own_a_cloud)
     ASSERT_EQ(reports.size(), 3u);
     EXPECT_EQ(reports[0].text,
               "[sss] generating ~127 sample points (spacing=0.20, gi=on) - middle");
+}
+
+// A procedural that holds one mesh.
+static int loadSheet(RtProcVtable* vtable)
+{
+    strcpy(vtable->version, RV_VERSION);
+    vtable->Init = [](RtNode*, void**) { return 1; };
+    vtable->Cleanup = [](void*) { return 1; };
+    vtable->NumNodes = [](void*) { return 1; };
+    vtable->GetNode = [](void*, int) {
+        RtNode* const node = makeSheet("sheet", 2);
+        RvNodeSetFlt(node, "sss_sample_spacing", 0.05f);
+        return node;
+    };
+    return 1;
+}
+
+// Its children are four times as large, and `x` to the right.
+static RtNode* makeProcedural(float x)
+{
+    RtNode* const proc = node_tools::named("procedural", "proc");
+    RvNodeSetPnt(proc, "min", -1, -1, 0);
+    RvNodeSetPnt(proc, "max", 1, 1, 0);
+    RvNodeSetPtr(proc, "funcptr", reinterpret_cast<void*>(loadSheet));
+    RtMatrix scaling, matrix;
+    const RtVector scale = { 4, 4, 1 }, place = { x, 0, 0 };
+    RvM4Scaling(&scaling, &scale);
+    RvM4Translation(&matrix, &place);
+    RvM4Mult(&matrix, &scaling, &matrix);
+    RvNodeSetArray(proc, "matrix", RvArray(1, 1, RV_TYPE_MATRIX, &matrix));
+    return proc;
+}
+
+TEST_F(Clouds, meshes_of_procedurals_stand_where_these_carry_them)
+{
+    makeProcedural(20);
+    distantLight();
+    disc("shade", 5); // far from it
+    prepare();
+    expectGrey(at(20.5f, 0.5f), 0.4f, 0.01f);
+    const Cloud cloud = cloudOf(RvNodeLookUpByName("sheet"));
+    EXPECT_EQ(cloud->frame.m[3][0], 20);
+    EXPECT_EQ(cloud->frame.m[0][0], 4);
+}
+
+TEST_F(Clouds, meshes_of_hidden_procedurals_stand_where_the_first_instance_carries_them)
+{
+    RtNode* const proc = makeProcedural(0);
+    RvNodeSetInt(proc, "visibility", 0);
+    for (const float x : { 40.0f, 20.0f }) {
+        const RtVector place = { x, 0, 0 };
+        RtMatrix matrix;
+        RvM4Translation(&matrix, &place);
+        RtNode* const copy = instanceOf(proc, ("copy" + std::to_string(int(x))).c_str(), matrix);
+        RvNodeSetInt(copy, "visibility", 65535);
+    }
+    distantLight();
+    disc("shade", 5);
+    prepare();
+    expectGrey(at(40.5f, 0.5f), 0.4f, 0.01f);
+    const Cloud cloud = cloudOf(RvNodeLookUpByName("sheet"));
+    EXPECT_EQ(cloud->frame.m[3][0], 20);
+    EXPECT_EQ(cloud->frame.m[0][0], 4);
 }
 
 TEST_F(Clouds, clouds_go_with_the_geometry_and_with_flushed_caches)
