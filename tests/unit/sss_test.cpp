@@ -1,6 +1,5 @@
 // Tests of core/src/sss.cpp and sss_build.cpp: point clouds of meshes and lookups in them.
 #include "message_passing.h"
-#include "rv_gi.h"
 #include "rv_procedural.h"
 #include "rv_userdata.h"
 #include "sampling.h"
