@@ -1,6 +1,9 @@
 // motion_vector: the "motion_vector" shader node, screen-space motion as a colour.
 #include "shaders/shaders.h"
 
+#include <algorithm>
+#include <math.h>
+
 namespace rv {
 
 struct MotionVector {
@@ -10,12 +13,25 @@ struct MotionVector {
     const char* name;
 };
 
+enum MotionVectorParam { p_time0, p_time1, p_max_displace };
+
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<MotionVector>(metadata);
     RvNodeParamFLT(params, RV_FIELD(MotionVector, time0), 0);
     RvNodeParamFLT(params, RV_FIELD(MotionVector, time1), 1);
     RvNodeParamFLT(params, RV_FIELD(MotionVector, max_displace), 0);
+}
+
+// Half of red and green is no motion; they reach 0 and 1 at the longest motion.
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const ShaderInputs in(node, sg);
+    const RtPoint2 motion =
+        RvShaderGlobalsGetPixelMotionVector(sg, in.flt(p_time0), in.flt(p_time1));
+    const float length = hypotf(motion.x, motion.y);
+    const float scale = length > 0 ? 1 / std::max(length, in.flt(p_max_displace)) : 0;
+    sg->out.RGB = { (motion.x * scale + 1) * 0.5f, (motion.y * scale + 1) * 0.5f, 0 };
 }
 
 static const RtCommonMethods common = {
@@ -26,7 +42,7 @@ static const RtCommonMethods common = {
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods motion_vector_methods = { &common, &shader };

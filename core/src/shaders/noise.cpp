@@ -1,5 +1,8 @@
 // noise: the "noise" shader node, a fractal sum of gradient noise.
+#include "rv_noise.h"
 #include "shaders/shaders.h"
+
+#include <math.h>
 
 namespace rv {
 
@@ -17,6 +20,16 @@ struct Noise {
     const char* name;
 };
 
+enum NoiseParam {
+    p_octaves,
+    p_distortion,
+    p_lacunarity,
+    p_amplitude,
+    p_scale,
+    p_offset,
+    p_coord_space
+};
+
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<Noise>(metadata);
@@ -29,6 +42,22 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamENUM(params, RV_FIELD(Noise, coord_space), Noise::object, coord_space_names);
 }
 
+static RtPoint scaledPoint(const ShaderInputs& in, const RtShaderGlobals& sg)
+{
+    const RtPoint& p = in.choice(p_coord_space) == Noise::world ? sg.point : sg.object_point;
+    const RtVector scale = in.vec(p_scale), offset = in.vec(p_offset);
+    return { p.x * scale.x + offset.x, p.y * scale.y + offset.y, p.z * scale.z + offset.z };
+}
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const ShaderInputs in(node, sg);
+    const RtPoint p = scaledPoint(in, *sg);
+    const float n = RvNoise3(&p, in.integer(p_octaves), in.flt(p_distortion), in.flt(p_lacunarity));
+    // This way round it is a number even when the amplitude is none.
+    sg->out.FLT = fminf(fmaxf((in.flt(p_amplitude) * n + 1) * 0.5f, 0), 1);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = do_nothing,
@@ -37,7 +66,7 @@ static const RtCommonMethods common = {
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods noise_methods = { &common, &shader };

@@ -1,4 +1,5 @@
 // ray_switch: the "ray_switch" shader node, a colour for each kind of ray.
+#include "rv_rays.h"
 #include "shaders/shaders.h"
 
 namespace rv {
@@ -13,6 +14,8 @@ struct RaySwitch {
     const char* name;
 };
 
+enum RaySwitchParam { p_camera, p_shadow, p_reflection, p_refraction, p_diffuse, p_glossy, p_none };
+
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<RaySwitch>(metadata);
@@ -24,6 +27,27 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamRGBA(params, RV_FIELD(RaySwitch, glossy), 1, 1, 1, 1);
 }
 
+// Required: the whole type is compared, so that a combination of types is none of them.
+static RaySwitchParam paramOf(uint16_t ray_type)
+{
+    switch (ray_type) {
+    case RV_RAY_CAMERA: return p_camera;
+    case RV_RAY_SHADOW: return p_shadow;
+    case RV_RAY_REFLECTED: return p_reflection;
+    case RV_RAY_REFRACTED: return p_refraction;
+    case RV_RAY_DIFFUSE: return p_diffuse;
+    case RV_RAY_GLOSSY: return p_glossy;
+    default: return p_none;
+    }
+}
+
+// Only the input that is asked for is evaluated.
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const RaySwitchParam param = paramOf(sg->ray_type);
+    sg->out.RGBA = param == p_none ? RV_RGBA_BLACK : ShaderInputs(node, sg).rgba(param);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = do_nothing,
@@ -32,7 +56,7 @@ static const RtCommonMethods common = {
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods ray_switch_methods = { &common, &shader };

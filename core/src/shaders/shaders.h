@@ -14,6 +14,9 @@ public:
     ShaderInputs(const RtNode* shader, RtShaderGlobals* context) : node(shader), sg(context) {}
     float flt(int param) const { return RvShaderEvalParamFuncFlt(sg, node, param); }
     RtRGB rgb(int param) const { return RvShaderEvalParamFuncRGB(sg, node, param); }
+    RtRGBA rgba(int param) const { return RvShaderEvalParamFuncRGBA(sg, node, param); }
+    RtVector vec(int param) const { return RvShaderEvalParamFuncVec(sg, node, param); }
+    int integer(int param) const { return RvShaderEvalParamFuncInt(sg, node, param); }
     bool flag(int param) const { return RvShaderEvalParamFuncBool(sg, node, param); }
     int choice(int param) const { return RvShaderEvalParamFuncEnum(sg, node, param); }
     const char* text(int param) const { return RvShaderEvalParamFuncStr(sg, node, param); }
