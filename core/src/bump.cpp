@@ -1,5 +1,7 @@
 // bump: contexts beside a shading point, and normals bent by the differences of a height between
 // them (rv_shaderglobals.h).
+#include "bump.h"
+
 #include "hit_context.h"
 #include "maths.h"
 #include "shaderglobals.h"
@@ -68,6 +70,11 @@ static void copyContext(RtShaderGlobals* copy, const RtShaderGlobals& sg)
                sg);
 }
 
+ContextCopy::ContextCopy(const RtShaderGlobals& original) : sg(original)
+{
+    renewState(&sg, original.state ? &state : nullptr, original);
+}
+
 static void step(RtShaderGlobals* sg, const RtVector& tangent)
 {
     moveTo(sg, sg->point + tangent * offset);
@@ -86,11 +93,9 @@ public:
     // At a place on the surface that `move` moves a context to.
     template <class Move> double at(const Move& move) const
     {
-        RtShaderGlobals beside = sg;
-        RtShadingState state;
-        renewState(&beside, sg.state ? &state : nullptr, sg);
-        move(&beside);
-        return double(height(&beside, data));
+        ContextCopy beside(sg);
+        move(&beside.sg);
+        return double(height(&beside.sg, data));
     }
     // The slope of the height along a direction.
     template <class Move> double slope(const Move& move) const

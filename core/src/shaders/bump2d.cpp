@@ -1,5 +1,12 @@
 // bump2d: the "bump2d" shader node, another shader under a normal bumped in u and v.
-#include "shaders/shaders.h"
+#include "objects/gobject.h"
+#include "options.h"
+#include "rv_rays.h"
+#include "shaders/bump_wrapper.h"
+
+#include <math.h>
+
+static const char* const module_path = "core\\src\\shaders\\bump2d";
 
 namespace rv {
 
@@ -10,6 +17,8 @@ struct Bump2d {
     const char* name;
 };
 
+enum Bump2dParam { p_bump_map, p_bump_height, p_shader };
+
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<Bump2d>(metadata);
@@ -19,15 +28,58 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamRGBA(params, RV_FIELD(Bump2d, shader), 0, 0, 0, 0);
 }
 
+static void initialize(RtNode* node, void*)
+{
+    createRecord<BumpLinks>(node, module_path, __LINE__);
+}
+
+// A bump map and the height that its values from 0 to 1 span.
+struct ScaledMap {
+    RtNode* map;
+    float height;
+};
+
+static float heightAt(RtShaderGlobals* sg, void* data)
+{
+    const auto* const scaled = static_cast<const ScaledMap*>(data);
+    return (bumpMapHeight(scaled->map, sg) - 0.5f) * scaled->height;
+}
+
+// Rays that do not see the shape of the surface.
+// Required: for shadow rays the wrapped shader is evaluated all the same, unlike in bump3d.
+static bool isUnbumped(const RtShaderGlobals& sg)
+{
+    return sg.ray_type & (RV_RAY_SHADOW | RV_RAY_DIFFUSE);
+}
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    static constexpr float negligible = 0.0001f;
+    sg->out.RGBA = { 0, 0, 0, 1 };
+    const BumpLinks& links = recordOrDefault<BumpLinks>(node);
+    const UnbumpedContext unbumped(sg);
+    if (links.bump_map && !isUnbumped(*sg)) {
+        const float height =
+            ShaderInputs(node, sg).flt(p_bump_height) * render_options->bump_multiplier;
+        if (fabsf(height) >= negligible) {
+            if (!shapeObject(sg->object))
+                return;
+            ScaledMap scaled = { links.bump_map, height };
+            unbumped.bump(RvShaderGlobalsEvaluateBump(sg, heightAt, &scaled));
+        }
+    }
+    unbumped.shade(links.shader);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initialize,
+    .Update = updateBumpLinks,
+    .Finish = freeRecord,
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods bump2d_methods = { &common, &shader };
