@@ -493,8 +493,10 @@ TEST(Noise, the_components_of_vector_noise_are_independent)
                 squares[c] += double(component(v, c)) * double(component(v, c));
             }
         }
+        // In two dimensions all rows of the lattice hold the same 256 gradients, and so a shift by
+        // whole cells leaves a correlation of about 1 / sqrt(256).
         for (int c = 0; c < 3; ++c) {
-            EXPECT_LT(std::fabs(products[c] / std::sqrt(squares[c] * squares[(c + 1) % 3])), 0.04)
+            EXPECT_LT(std::fabs(products[c] / std::sqrt(squares[c] * squares[(c + 1) % 3])), 0.1)
                 << dimensions << " component " << c;
             EXPECT_GT(squares[c] / count, 0.02) << dimensions << " component " << c;
         }
