@@ -4,6 +4,7 @@
 
 #include "hit_context.h"
 #include "maths.h"
+#include "rv_brdf.h"
 #include "shaderglobals.h"
 
 #include <math.h>
@@ -153,9 +154,18 @@ static void moveAlong(RtShaderGlobals* sg, const RtVector& tangent, float distan
     sg->v += dv;
 }
 
+// Shapes without texture coordinates have no derivatives either; any two directions will do.
+static Tangents anyTangents(const RtShaderGlobals& sg)
+{
+    Tangents t = unitTangents(sg);
+    if (!areUsable(t))
+        RvBuildLocalFramePolar(&t.u, &t.v, &sg.normal);
+    return t;
+}
+
 static RtVector bumpSurface(const RtShaderGlobals& sg, const Heights& heights)
 {
-    const Tangents t = unitTangents(sg);
+    const Tangents t = anyTangents(sg);
     if (!areUsable(t))
         return sg.normal;
     const auto along = [](const RtVector& tangent) {
