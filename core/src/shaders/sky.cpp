@@ -1,7 +1,11 @@
 // sky: the "sky" shader node, the usual background.
+#include "color.h"
+#include "rv_rays.h"
+#include "rv_textures.h"
+#include "shaders/local_record.h"
 #include "shaders/shaders.h"
 
-#include "rv_rays.h"
+static const char* const module_path = "core\\src\\shaders\\sky";
 
 namespace rv {
 
@@ -24,6 +28,14 @@ struct Sky {
     const char* name;
 };
 
+enum SkyParam { p_color, p_intensity, p_visibility, p_opaque_alpha, p_format };
+
+// Fixed while workers run.
+struct SkyRecord {
+    RtMatrix to_map; // from world directions to those of the mapping
+    bool is_textured;
+};
+
 static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<Sky>(metadata);
@@ -41,15 +53,144 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamVEC(params, RV_FIELD(Sky, Z), 0, 0, 1);
 }
 
+// ---- Orientation ----
+
+// Into the frame of the axes, then turned about each of these in order: whatever points up in the
+// world, "Y_angle" turns the panorama about its own upright axis.
+static RtMatrix orientation(const Sky& sky)
+{
+    RtMatrix matrix, turn;
+    RvM4Frame(&matrix, &RV_V3_ZERO, &sky.X, &sky.Y, &sky.Z);
+    RvM4RotationX(&turn, sky.X_angle);
+    RvM4Mult(&matrix, &matrix, &turn);
+    RvM4RotationY(&turn, sky.Y_angle);
+    RvM4Mult(&matrix, &matrix, &turn);
+    RvM4RotationZ(&turn, sky.Z_angle);
+    RvM4Mult(&matrix, &matrix, &turn);
+    return matrix;
+}
+
+static void initialize(RtNode* node, void*)
+{
+    createRecord<SkyRecord>(node, module_path, __LINE__);
+}
+
+static void update(RtNode* node, void* params)
+{
+    if (auto* const sky = record<SkyRecord>(node))
+        *sky = { orientation(*static_cast<const Sky*>(params)),
+                 RvNodeGetLink(node, "color") || RvNodeGetLink(node, "intensity") };
+}
+
+// ---- Directions ----
+
+// A direction and its screen derivatives.
+struct Direction {
+    RtVector dir, dx, dy;
+};
+
+static RtVector turned(const RtMatrix& matrix, const RtVector& v)
+{
+    RtVector out;
+    RvM4VectorByMatrixMult(&out, &matrix, &v);
+    return out;
+}
+
+// Derivative of the unit vector along D, of which dD is the derivative: dD / l - D (D . dD) / l^3.
+static RtVector unitDerivative(const RtVector& D, const RtVector& dD)
+{
+    const float square = dot(D, D);
+    return (dD - D * (dot(D, dD) / square)) * (1 / sqrtf(square));
+}
+
+static Direction mapDirection(const RtShaderGlobals& sg, const RtMatrix& to_map)
+{
+    const RtVector dir = turned(to_map, sg.ray_dir);
+    if (!(dot(dir, dir) > 0))
+        return {};
+    return { unit(dir), unitDerivative(dir, turned(to_map, sg.dDdx)),
+             unitDerivative(dir, turned(to_map, sg.dDdy)) };
+}
+
+// ---- Texture coordinates ----
+
+using Mapping = void (*)(const RtVector* dir, const RtVector* dDdx, const RtVector* dDdy, float* u,
+                         float* v, float* dudx, float* dudy, float* dvdx, float* dvdy);
+
+static Mapping mappingOf(int format)
+{
+    switch (format) {
+    case Sky::mirrored_ball: return RvMappingMirroredBallDerivs;
+    case Sky::angular: return RvMappingAngularMapDerivs;
+    case Sky::latlong: return RvMappingLatLongDerivs;
+    case Sky::cubic: return RvMappingCubicMapDerivs;
+    default: return nullptr;
+    }
+}
+
+// The texture coordinates of a context, set to those of a direction within a scope.
+class MappedCoordinates {
+public:
+    MappedCoordinates(RtShaderGlobals* context, int format, const RtMatrix& to_map)
+        : sg(context), point(sg->object_point), u(sg->u), v(sg->v), dudx(sg->dudx), dudy(sg->dudy),
+          dvdx(sg->dvdx), dvdy(sg->dvdy)
+    {
+        sg->u = sg->v = sg->dudx = sg->dudy = sg->dvdx = sg->dvdy = 0;
+        const Direction d = mapDirection(*sg, to_map);
+        if (const Mapping map = mappingOf(format))
+            map(&d.dir, &d.dx, &d.dy, &sg->u, &sg->v, &sg->dudx, &sg->dudy, &sg->dvdx, &sg->dvdy);
+        sg->object_point = { sg->u, sg->v, 0 };
+    }
+    ~MappedCoordinates()
+    {
+        sg->object_point = point;
+        sg->u = u, sg->v = v;
+        sg->dudx = dudx, sg->dudy = dudy;
+        sg->dvdx = dvdx, sg->dvdy = dvdy;
+    }
+    MappedCoordinates(const MappedCoordinates&) = delete;
+    MappedCoordinates& operator=(const MappedCoordinates&) = delete;
+
+private:
+    RtShaderGlobals* const sg;
+    const RtPoint point;
+    const float u, v, dudx, dudy, dvdx, dvdy;
+};
+
+// ---- Colour ----
+
+static RtRGB color(const ShaderInputs& in) { return in.rgb(p_color) * in.flt(p_intensity); }
+
+static RtRGB texturedColor(const ShaderInputs& in, RtShaderGlobals* sg, const RtMatrix& to_map)
+{
+    const MappedCoordinates mapped(sg, in.choice(p_format), to_map);
+    return color(in);
+}
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const ShaderInputs in(node, sg);
+    if (!(in.integer(p_visibility) & sg->ray_type)) {
+        sg->out.RGBA = RV_RGBA_BLACK;
+        sg->out_opacity = RV_RGB_BLACK;
+        return;
+    }
+    const SkyRecord& sky = recordOrDefault<SkyRecord>(node);
+    const RtRGB c = sky.is_textured ? texturedColor(in, sg, sky.to_map) : color(in);
+    const bool is_transparent = (sg->ray_type & RV_RAY_CAMERA) && !in.flag(p_opaque_alpha);
+    sg->out.RGBA = { c.r, c.g, c.b, is_transparent ? 0.0f : 1.0f };
+    sg->out_opacity = is_transparent ? RV_RGB_BLACK : RV_RGB_WHITE;
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initialize,
+    .Update = update,
+    .Finish = freeRecord,
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods sky_methods = { &common, &shader };
