@@ -592,20 +592,25 @@ TEST(Noise, a_negative_whole_number_belongs_to_the_cell_below)
 
 // ---- Cellular noise ----
 
-// The distance to the nearest point of all cells up to some cells away.
-float nearestPoint(const Point& p, int reach)
+// The distance to the nearest point of all cells up to some cells away, in double precision.
+double nearestPoint(const Point& p, int reach)
 {
-    float nearest = 1e30f;
+    double nearest = 1e30;
     for (int z = -reach; z <= reach; ++z)
         for (int y = -reach; y <= reach; ++y)
             for (int x = -reach; x <= reach; ++x) {
-                const RtPoint corner = { std::floor(p[0]) + float(x), std::floor(p[1]) + float(y),
-                                         std::floor(p[2]) + float(z) };
-                const RtPoint middle = { corner.x + 0.5f, corner.y + 0.5f, corner.z + 0.5f };
-                const RtVector at = RvVCellNoise3(&middle);
-                nearest =
-                    std::min(nearest, std::hypot(corner.x + at.x - p[0], //
-                                                 corner.y + at.y - p[1], corner.z + at.z - p[2]));
+                const int steps[] = { x, y, z };
+                float middle[3];
+                double way[3];
+                for (size_t axis = 0; axis < 3; ++axis) {
+                    const float corner = std::floor(p[axis]) + float(steps[axis]);
+                    middle[axis] = corner + 0.5f;
+                    way[axis] = double(corner) - double(p[axis]);
+                }
+                const RtPoint cell = { middle[0], middle[1], middle[2] };
+                const RtVector at = RvVCellNoise3(&cell);
+                nearest = std::min(nearest, std::hypot(way[0] + double(at.x), way[1] + double(at.y),
+                                                       way[2] + double(at.z)));
             }
     return nearest;
 }
@@ -623,6 +628,18 @@ TEST(Noise, cellular_noise_is_the_distance_to_the_nearest_point)
     for (int i = 0; i < 200; ++i) {
         const Point p = points.next();
         ASSERT_NEAR(cellular(p), nearestPoint(p, 4), 1e-5f) << describe("RvCellular", p);
+    }
+}
+
+// Rare, and overlooked by a search of the neighbouring cells alone.
+TEST(Noise, cellular_noise_finds_a_point_two_cells_away)
+{
+    static constexpr Point far_from_all[] = { { 90.0199966f, 183.240448f, -138.995224f },
+                                              { -52.0200005f, -15.8188171f, 251.651733f },
+                                              { -281.980011f, -211.107544f, 73.4577026f } };
+    for (const Point& p : far_from_all) {
+        ASSERT_LT(nearestPoint(p, 2), nearestPoint(p, 1) - 0.01f);
+        EXPECT_NEAR(cellular(p), nearestPoint(p, 2), 1e-5f);
     }
 }
 
