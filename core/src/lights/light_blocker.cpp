@@ -1,5 +1,9 @@
 // light_blocker: the "light_blocker" light filter, a shape that blocks the light behind it.
-#include "lights/lights.h"
+#include "color.h"
+#include "lights/blocker_shapes.h"
+#include "lights/light_data.h"
+
+static const char* const module_path = "core\\src\\lights\\light_blocker";
 
 namespace rv {
 
@@ -31,15 +35,76 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamENUM(params, RV_FIELD(LightBlocker, ramp_axis), 0, ramp_axis_names);
 }
 
+// ---- Local data ----
+
+// From world space into that of the shape; null without memory.
+static RtMatrix* toShape(const RtNode* node) { return static_cast<RtMatrix*>(node->local_data); }
+
+static void initialize(RtNode* node, void*)
+{
+    node->local_data = RvMalloc_func(sizeof(RtMatrix), module_path, __LINE__, "Initialize");
+    if (RtMatrix* const matrix = toShape(node))
+        *matrix = RV_M4_IDENTITY;
+}
+
+static void update(RtNode* node, void* params)
+{
+    if (RtMatrix* const matrix = toShape(node))
+        RvM4Invert(&static_cast<const LightBlocker*>(params)->geometry_matrix, matrix);
+}
+
+static void finish(RtNode* node)
+{
+    RvFree_func(node->local_data);
+    node->local_data = nullptr;
+}
+
+// ---- Evaluation ----
+
+// The transformed point; not finite where the shape is flat and has no space of its own.
+static RtPoint inShape(const RtNode* node, const RtPoint& point)
+{
+    const RtMatrix* const matrix = toShape(node);
+    RtPoint p = point;
+    if (matrix)
+        RvM4PointByMatrixMult(&p, matrix, &point);
+    return p;
+}
+
+static bool isFinite(const RtPoint& p) { return isfinite(p.x) && isfinite(p.y) && isfinite(p.z); }
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    // Required: as stored in the node, so that links have no effect.
+    const auto& blocker = *static_cast<const LightBlocker*>(node->params);
+    const RtPoint P = inShape(node, sg->point);
+    const RtPoint Q = inShape(node, sg->point + sg->light_dir * sg->light_dist);
+    if (!isFinite(P) || !isFinite(Q))
+        return;
+    const BlockerSettings settings = { .geometry_type = blocker.geometry_type,
+                                       .roundness = blocker.roundness,
+                                       .width_edge = blocker.width_edge,
+                                       .height_edge = blocker.height_edge,
+                                       .ramp = blocker.ramp,
+                                       .ramp_axis = blocker.ramp_axis };
+    const float passing =
+        float(blockerPassing(blockingAt(settings, P, Q), double(blocker.density)));
+    if (passing == 1)
+        return;
+    // Filters before this one and the light have shadows of their own.
+    sg->light_shadow =
+        perChannel(sg->light_shadow, [passing](float s) { return 1 - (1 - s) * passing; });
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initialize,
+    .Update = update,
+    .Finish = finish,
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods light_blocker_methods = { &common, &shader };

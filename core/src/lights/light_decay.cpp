@@ -86,12 +86,9 @@ static float falloff(const DecaySettings& s, float d)
 
 static float decayFactor(const DecaySettings& s, float d)
 {
-    float factor = falloff(s, d);
-    if (s.use_near)
-        factor *= nearFactor(s, d);
-    if (s.use_far)
-        factor *= farFactor(s, d);
-    return factor;
+    const float near = s.use_near ? nearFactor(s, d) : 1;
+    const float attenuation = s.use_far ? near * farFactor(s, d) : near;
+    return attenuation == 0 ? 0 : falloff(s, d) * attenuation; // the falloff may be infinite
 }
 
 // Lights that are sampled over their extent grow fainter with distance by themselves.

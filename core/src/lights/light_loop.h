@@ -35,6 +35,35 @@ struct LightProjection {
     float dudx, dudy, dvdx, dvdy;
 };
 
+// Shows shaders a projection in place of the texture coordinates, for the length of a scope.
+class ProjectedContext {
+public:
+    ProjectedContext(RtShaderGlobals* context, const LightProjection* projection)
+        : sg(context), before{ context->u,    context->v,    context->dudx,
+                               context->dudy, context->dvdx, context->dvdy }
+    {
+        if (projection)
+            set(*projection);
+    }
+    ~ProjectedContext() { set(before); }
+    ProjectedContext(const ProjectedContext&) = delete;
+    ProjectedContext& operator=(const ProjectedContext&) = delete;
+
+private:
+    void set(const LightProjection& p)
+    {
+        sg->u = p.u;
+        sg->v = p.v;
+        sg->dudx = p.dudx;
+        sg->dudy = p.dudy;
+        sg->dvdx = p.dvdx;
+        sg->dvdy = p.dvdy;
+    }
+
+    RtShaderGlobals* sg;
+    const LightProjection before;
+};
+
 // Runs the light filters of the current light on the light fields of the context, then traces the
 // shadow over light_dist and fills light_radiance. A light that projects nothing gives null.
 void shineThroughFilters(RtShaderGlobals* sg, const LightProjection* projection);

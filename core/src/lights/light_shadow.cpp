@@ -16,34 +16,6 @@ static const char* const module_path = "core\\src\\lights\\lights";
 
 // ---- Filters ----
 
-// Shows light filters a projection in place of the texture coordinates, for the length of a scope.
-class ProjectedContext {
-public:
-    ProjectedContext(RtShaderGlobals* context, const LightProjection* projection)
-        : sg(context), before{ sg->u, sg->v, sg->dudx, sg->dudy, sg->dvdx, sg->dvdy }
-    {
-        if (projection)
-            set(*projection);
-    }
-    ~ProjectedContext() { set(before); }
-    ProjectedContext(const ProjectedContext&) = delete;
-    ProjectedContext& operator=(const ProjectedContext&) = delete;
-
-private:
-    void set(const LightProjection& p)
-    {
-        sg->u = p.u;
-        sg->v = p.v;
-        sg->dudx = p.dudx;
-        sg->dudy = p.dudy;
-        sg->dvdx = p.dvdx;
-        sg->dvdy = p.dvdy;
-    }
-
-    RtShaderGlobals* sg;
-    const LightProjection before;
-};
-
 static void runFilters(RtShaderGlobals* sg, const LightProjection* projection)
 {
     const RtArray* const filters = lightFilters(sg->light);

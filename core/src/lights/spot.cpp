@@ -135,6 +135,12 @@ struct SpotLightData {
     LightKeyArray<SpotFrame> frames; // world space
 };
 
+bool isSpotLight(const RtNode* node)
+{
+    const RtLightData* const data = lightData(node);
+    return data && data->light_type == RV_LIGHT_SPOT;
+}
+
 static SpotLightData* dataOf(const RtNode* node) { return lightTypeData<SpotLightData>(node); }
 
 static void destroyData(void* data)

@@ -33,6 +33,9 @@ float spotFalloff(const SpotCone& cone, float theta);
 // 0, outside. At depth 0 and below p stays as it is.
 bool projectOnSpot(const SpotCone& cone, float x, float y, float depth, RtPoint2* p, float* theta);
 
+// Whether a node is a light that projects an image, which some light filters need.
+bool isSpotLight(const RtNode* node);
+
 // Where a ray is inside of the squashed cone; origin and direction in the frame of the light.
 bool spanInCone(const SpotCone& cone, const double o[3], const double d[3], RaySpan* span);
 
