@@ -15,6 +15,24 @@ void fillFromRay(RtShaderGlobals* sg, const RtRay& ray);
 // Whether a shape got its shaders explicitly.
 bool setsShaders(const RtNode* shape);
 
+// The mesh that a context lies on and the triangle that was hit, or null.
+struct MeshHit {
+    const RtGObject* object;
+    const RtPolyMesh* mesh;
+    uint32_t triangle;
+
+    explicit operator bool() const { return mesh; }
+};
+
+inline MeshHit meshHit(const RtShaderGlobals* sg)
+{
+    const RtGObject* const object = sg ? shapeObject(sg->object) : nullptr;
+    if (!object || object->kind != RV_KIND_POLYMESH || !object->data)
+        return {};
+    const RtPolyMesh* const mesh = meshOf(object);
+    return sg->prim_index < mesh->ntriangles ? MeshHit{ object, mesh, sg->prim_index } : MeshHit{};
+}
+
 // Vertices of a mesh at a shutter time, in object space.
 class MeshVertices {
 public:

@@ -43,24 +43,6 @@ static RtVector faceNormal(const RtShaderGlobals& sg, const RtPoint& p1, const R
 
 // ---- Meshes ----
 
-// The mesh that was hit and a triangle of it, or null.
-struct MeshHit {
-    const RtGObject* object;
-    const RtPolyMesh* mesh;
-    uint32_t triangle;
-
-    explicit operator bool() const { return mesh; }
-};
-
-static MeshHit meshHit(const RtShaderGlobals* sg)
-{
-    const RtGObject* const object = sg ? shapeObject(sg->object) : nullptr;
-    if (!object || object->kind != RV_KIND_POLYMESH || !object->data)
-        return {};
-    const RtPolyMesh* const mesh = meshOf(object);
-    return sg->prim_index < mesh->ntriangles ? MeshHit{ object, mesh, sg->prim_index } : MeshHit{};
-}
-
 // The vertices at a motion key, or with -1 at a time. Keys that do not exist read the last one.
 static MeshVertices verticesAt(const MeshHit& hit, int key, float time)
 {

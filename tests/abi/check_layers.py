@@ -17,7 +17,7 @@ FLOORS = [
                    " image_geometry camera_data"),
     ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_values dotrvs_blocks dotrvs_write override plugins obj"
                                 " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
-    ("shading and lights", "shaderglobals shader_eval shader_geometry bump radiosity importance brdf brdf_mis"
+    ("shading and lights", "shaderglobals shader_eval shader_geometry wireframe bump radiosity importance brdf brdf_mis"
                            " integrators noise mappings texture sss sss_cloud sss_build sss_distribution sss_octree"
                            " shaders/ lights/ cameras/"),
     ("output", "aovs/ filters/ drivers/ render_session"),

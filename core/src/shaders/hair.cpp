@@ -1,5 +1,19 @@
-// hair: the "hair" shader node, a simple strand.
+// hair: the "hair" shader node, a simple strand: diffuse light by its angle with the strand and a
+// highlight around it (after Kajiya, Kay: "Rendering fur with three dimensional textures", 1989,
+// with the half vector in the highlight).
+#include "shaders/hair.h"
+
+#include "color.h"
+#include "nodes.h"
+#include "options.h"
+#include "rv_gi.h"
+#include "rv_lights.h"
+#include "rv_rays.h"
+#include "rv_userdata.h"
 #include "shaders/shaders.h"
+
+#include <algorithm>
+#include <math.h>
 
 namespace rv {
 
@@ -34,6 +48,142 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamBOOL(params, RV_FIELD(Hair, diffuse_cache), false);
 }
 
+// Places in the order of declaration.
+enum HairParam {
+    p_rootcolor,
+    p_tipcolor,
+    p_opacity,
+    p_ambdiff,
+    p_gloss,
+    p_spec_color,
+    p_spec,
+    p_kd_ind,
+    p_uparam,
+    p_vparam,
+    p_diffuse_cache
+};
+
+// ---- Inputs ----
+
+static float userOpacity(const RtShaderGlobals* sg)
+{
+    float opacity = 1;
+    return RvUserGetFltFunc("geo_opacity", sg, &opacity) ? opacity : 1;
+}
+
+// Shows textures user data of those names in place of u and v, for the length of a scope.
+class UserCoordinates {
+public:
+    UserCoordinates(RtShaderGlobals* context, const Hair& hair)
+        : sg(context), u(context->u), v(context->v)
+    {
+        replace(&sg->u, hair.uparam);
+        replace(&sg->v, hair.vparam);
+    }
+    ~UserCoordinates()
+    {
+        sg->u = u;
+        sg->v = v;
+    }
+    UserCoordinates(const UserCoordinates&) = delete;
+    UserCoordinates& operator=(const UserCoordinates&) = delete;
+
+private:
+    void replace(float* coordinate, const char* name) const
+    {
+        float value;
+        if (name && *name && RvUserGetFltFunc(name, sg, &value))
+            *coordinate = value;
+    }
+
+    RtShaderGlobals* sg;
+    const float u, v;
+};
+
+struct HairLook {
+    float ambdiff, gloss, spec;
+    RtRGB spec_color, rootcolor, tipcolor;
+};
+
+static HairLook lookAt(const RtNode* node, RtShaderGlobals* sg)
+{
+    const UserCoordinates coordinates(sg, *static_cast<const Hair*>(node->params));
+    const ShaderInputs in(node, sg);
+    return { .ambdiff = in.flt(p_ambdiff),
+             .gloss = in.flt(p_gloss),
+             .spec = in.flt(p_spec),
+             .spec_color = in.rgb(p_spec_color),
+             .rootcolor = in.rgb(p_rootcolor),
+             .tipcolor = in.rgb(p_tipcolor) };
+}
+
+// ---- Lobes ----
+
+float hairDiffuse(const RtVector& strand, const RtVector& light_dir, float ambdiff)
+{
+    const float along = dot(light_dir, strand);
+    return sqrtf(std::max(0.0f, 1 - along * along)) * ambdiff + (1 - ambdiff);
+}
+
+float hairSpecular(const RtVector& strand, const RtVector& light_dir, const RtVector& view,
+                   float gloss)
+{
+    const float along = dot(unit(view + light_dir), strand);
+    const float across = 1 - along * along;
+    return across > 0 ? powf(across, gloss * 0.5f) : 0;
+}
+
+// ---- Light ----
+
+struct HairLight {
+    RtRGB diffuse, specular;
+};
+
+static HairLight lightFrom(RtShaderGlobals* sg, const HairLook& look, const RtVector& strand,
+                           const RtVector& view)
+{
+    HairLight sum = {};
+    sg->front_hemisphere_only = 0; // strands are lit from all sides
+    RvLightsPrepare(sg);
+    while (RvLightsGetSample(sg)) {
+        const RtRGB light = sg->light_radiance * sg->light_weight;
+        if (RvLightGetAffectDiffuse(sg->light))
+            sum.diffuse = sum.diffuse + light * hairDiffuse(strand, sg->light_dir, look.ambdiff);
+        if (look.spec > 0 && RvLightGetAffectSpecular(sg->light))
+            sum.specular =
+                sum.specular + light * hairSpecular(strand, sg->light_dir, view, look.gloss);
+    }
+    return sum;
+}
+
+static RtRGB indirectLight(const RtNode* node, RtShaderGlobals* sg, const RtVector& view)
+{
+    const float kd_ind = ShaderInputs(node, sg).flt(p_kd_ind);
+    if (!render_options || sg->diffuse_depth >= render_options->GI_diffuse_depth || !(kd_ind > 0))
+        return RV_RGB_BLACK;
+    // Required: around the direction of the view, because a strand has no normal.
+    return RvIndirectDiffuse(&view, sg) * kd_ind;
+}
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const ShaderInputs in(node, sg);
+    if (RvShaderGlobalsApplyOpacity(sg, in.rgb(p_opacity) * userOpacity(sg)) ||
+        (sg->ray_type & RV_RAY_SHADOW) || isNegligible(sg->out_opacity))
+        return;
+    if ((sg->ray_type & RV_RAY_DIFFUSE) && in.flag(p_diffuse_cache)) {
+        // Direct light is cached for curves only; on everything else there is none to be found.
+        sg->out.RGB = RV_RGB_BLACK;
+        return;
+    }
+    const HairLook look = lookAt(node, sg);
+    const RtVector view = sg->ray_dir * -1.0f, strand = unit(sg->dPdv);
+    const HairLight light = lightFrom(sg, look, strand, view);
+    const RtRGB diffuse = light.diffuse + indirectLight(node, sg, view);
+    const RtRGB albedo = look.rootcolor * (1 - sg->v) + look.tipcolor * sg->v;
+    sg->out.RGB = light.specular * look.spec_color * look.spec + albedo * diffuse;
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = do_nothing,
@@ -42,7 +192,7 @@ static const RtCommonMethods common = {
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods hair_methods = { &common, &shader };

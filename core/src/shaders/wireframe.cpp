@@ -1,4 +1,5 @@
 // wireframe: the "wireframe" shader node, edges drawn over a fill colour.
+#include "color.h"
 #include "shaders/shaders.h"
 
 namespace rv {
@@ -24,6 +25,17 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamENUM(params, RV_FIELD(Wireframe, edge_type), 0, edge_type_names);
 }
 
+// Places in the order of declaration.
+enum WireframeParam { p_line_width, p_fill_color, p_line_color, p_raster_space, p_edge_type };
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const ShaderInputs in(node, sg);
+    const float fill =
+        RvWireframe(sg, in.flt(p_line_width), in.flag(p_raster_space), in.choice(p_edge_type));
+    sg->out.RGB = in.rgb(fill == 0 ? p_line_color : p_fill_color);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = do_nothing,
@@ -32,7 +44,7 @@ static const RtCommonMethods common = {
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods wireframe_methods = { &common, &shader };
