@@ -1,16 +1,15 @@
-// render_steps: the table of the steps that other subsystems carry out. A subsystem that arrives
-// puts its function in place of the neutral one.
+// render_steps: the table of the steps that other subsystems carry out.
 #include "render_steps.h"
 
 #include "aovs/output_store.h"
 #include "buckets.h"
-#include "declare.h"
 #include "stats.h"
+#include "texture.h"
 
 namespace rv {
 
 const RenderSteps present_steps = {
-    .applyTextureOptions = do_nothing,
+    .applyTextureOptions = applyTextureOptions,
     .createBucketRenderer = createBucketRenderer,
     .destroyBucketRenderer = destroyBucketRenderer,
     .prepareOutputs = prepareOutputs,

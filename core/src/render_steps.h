@@ -26,7 +26,7 @@ struct RenderSteps {
     void (*printStatistics)();
 };
 
-// The steps of this build: textures have no options yet.
+// The steps of this build.
 extern const RenderSteps present_steps;
 
 // What is in force. Replaced only while nothing renders.

@@ -8,6 +8,7 @@
 #include "render_steps.h"
 #include "rv_render.h"
 #include "strpool.h"
+#include "texture.h"
 
 #include <algorithm>
 #include <type_traits>
@@ -103,11 +104,6 @@ void addStats(RtStats* sum, const RtStats& record)
 }
 
 // ---- The step ----
-
-// The texture system gives an account of its work, one of every file at level 2, and its cache
-// holds bytes. There is no texture system: nothing reads texture files.
-static std::string textureStatistics(int /* level */) { return {}; }
-static int64_t textureCacheBytes() { return 0; }
 
 static Report gatherReport(const RtFrame& frame)
 {

@@ -4,6 +4,7 @@
 #include "frame.h"
 #include "options.h"
 #include "scene.h"
+#include "texture_flush.h"
 
 static const char* const module_path = "core\\src\\universe";
 
@@ -18,7 +19,7 @@ static RtScene* litScene()
 }
 
 enum CacheFlags {
-    flush_textures = 0x1,
+    flush_texture_cache = 0x1,
     flush_shape_caches = 0x2 | 0x4,
     flush_light_tables = 0x8 | 0x10,
 };
@@ -86,8 +87,8 @@ RtBBox RvUniverseGetSceneBounds(void)
 
 void RvUniverseCacheFlush(int flags)
 {
-    if (rv::the_frame && (flags & rv::flush_textures))
-        rv::the_frame->hooks->flushTextures();
+    if (void (*const flush)() = rv::flush_textures; flush && (flags & rv::flush_texture_cache))
+        flush();
     if (!rv::openScene())
         return;
     if (flags & rv::flush_shape_caches)

@@ -1,12 +1,14 @@
 // machine: what the machine and the process are.
 #include "system/machine.h"
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <math.h>
 #include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace rv {
@@ -96,6 +98,19 @@ uint64_t residentMemory()
         sscanf(text, "%*s %llu", &resident_pages) != 1)
         return 0;
     return resident_pages * pageSize();
+}
+
+void allowOpenFiles(int count)
+{
+    constexpr rlim_t others = 128;
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    const rlim_t wanted = std::min(rlim_t(count) + others, limit.rlim_max);
+    if (wanted <= limit.rlim_cur)
+        return;
+    limit.rlim_cur = wanted;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
 
 bool libraryFolder(char* out, size_t size)

@@ -22,6 +22,9 @@ void processorVendor(char* out, size_t size);
 uint64_t physicalMemory();
 uint64_t residentMemory();
 
+// Lets the process hold that many files open beside a few of its own, as far as the system allows.
+void allowOpenFiles(int count);
+
 // Folder of the file that holds this code, ending in '/', symbolic links not followed; false when
 // it cannot be told or does not fit.
 bool libraryFolder(char* out, size_t size);

@@ -1,0 +1,563 @@
+// Tests of texture.cpp: filtered lookups.
+#include "texture_tools.h"
+
+#include <cmath>
+#include <random>
+#include <thread>
+
+using namespace texture_tools;
+
+namespace {
+
+constexpr OIIO::TypeDesc::BASETYPE u8 = OIIO::TypeDesc::UINT8, f32 = OIIO::TypeDesc::FLOAT;
+
+TEST(TextureParams, golden_defaults)
+{
+    const auto vector = goldenVectors("shading", "RvTextureParamsSetDefaults").at(0);
+    RtTextureParams p;
+    memset(&p, 0xff, sizeof p);
+    RvTextureParamsSetDefaults(&p);
+    expectGolden(vector, "single_channel", p.single_channel);
+    expectGolden(vector, "flip_s", p.flip_s);
+    expectGolden(vector, "flip_t", p.flip_t);
+    expectGolden(vector, "swap_st", p.swap_st);
+    expectGoldenNumbers(vector, "scale_s", { p.scale_s });
+    expectGoldenNumbers(vector, "scale_t", { p.scale_t });
+    expectGolden(vector, "filter", p.filter);
+    expectGolden(vector, "mipmap_bias", p.mipmap_bias);
+    expectGolden(vector, "wrap_s", p.wrap_s);
+    expectGolden(vector, "wrap_t", p.wrap_t);
+    RvTextureParamsSetDefaults(nullptr);
+}
+
+// ---- Arguments ----
+
+TEST_F(Textures, an_empty_file_name_gives_the_error_color_in_silence)
+{
+    RvNodeSetRGB(options(), "error_color_bad_texture", 0.25f, 0.5f, 0.75f);
+    const RtShaderGlobals sg = contextAt(0.5f, 0.5f);
+    const RtTextureParams params = defaults();
+    for (const char* name : { static_cast<const char*>(nullptr), "" }) {
+        expectColor(RvTextureAccess(&sg, name, &params), { 0.25f, 0.5f, 0.75f, 1 });
+        expectColor(RvTextureAccess(nullptr, name, nullptr), { 0.25f, 0.5f, 0.75f, 1 });
+        expectColor(RvTextureAccessResized(&sg, name, &params, 8, 8), { 0.25f, 0.5f, 0.75f, 1 });
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, missing_arguments_are_reported_with_the_file)
+{
+    const std::string text =
+        "[texturesys] missing arguments in texture lookup (filename = \"a.tx\")";
+    const RtShaderGlobals sg = contextAt(NAN, 0);
+    const RtTextureParams params = defaults();
+    expectColor(RvTextureAccess(&sg, "a.tx", nullptr), error_color);
+    EXPECT_EQ(takeProblem(), text);
+    expectColor(RvTextureAccess(nullptr, "a.tx", &params), error_color);
+    EXPECT_EQ(takeProblem(), text);
+    expectColor(RvTextureAccessResized(nullptr, "a.tx", &params, 1, 1), error_color);
+    EXPECT_EQ(takeProblem(), text);
+}
+
+TEST_F(Textures, with_ignored_textures_every_lookup_is_grey)
+{
+    RvNodeSetBool(options(), "ignore_textures", true);
+    expectColor(look("no such file.tx", 0.5f, 0.5f), { 0.5f, 0.5f, 0.5f, 1 });
+    EXPECT_EQ(takeProblem(), "");
+    expectColor(look("", 0.5f, 0.5f), error_color);
+}
+
+TEST(TextureAccess, without_a_universe_nothing_is_looked_up)
+{
+    ASSERT_FALSE(RvUniverseIsActive());
+    const RtShaderGlobals sg = contextAt(0.5f, 0.5f);
+    const RtTextureParams params = defaults();
+    expectColor(RvTextureAccess(&sg, "a.tx", &params), error_color);
+    RvUniverseCacheFlush(1);
+}
+
+using TexturesDeathTest = Textures;
+
+TEST_F(TexturesDeathTest, coordinates_that_are_not_numbers_end_the_process)
+{
+    RtNode* const ball = RvNode("sphere");
+    RvNodeSetStr(ball, "name", "ball");
+    RtShaderGlobals sg = contextAt(0.25f, NAN);
+    sg.object = ball;
+    const RtTextureParams params = defaults();
+    EXPECT_DEATH(
+        {
+            RvMsgSetCallback([](int, int, const char* text, int) { fprintf(stderr, "%s", text); });
+            RvTextureAccess(&sg, "a.tx", &params);
+        },
+        "\\[texturesys\\] ball invalid texture coords: 0.250000 nan");
+}
+
+TEST_F(Textures, bad_coordinates_whose_message_nobody_reads_give_the_error_color)
+{
+    RvMsgSetConsoleFlags(0);
+    RvMsgSetLogFileFlags(0);
+    expectColor(look("a.tx", NAN, 0.5f), error_color);
+}
+
+TEST_F(Textures, infinite_coordinates_are_an_error)
+{
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 4, 4, 3, u8, constant({ 0.2f, 0.4f, 0.6f }));
+    expectColor(look(file, INFINITY, 0.5f), error_color);
+    EXPECT_EQ(takeProblem(), "[texturesys]  infinite texture coords: inf 0.500000");
+    RtTextureParams params = defaults();
+    params.scale_t = 1e30f;
+    expectColor(look(file, 0.5f, -1e30f, 0, params), error_color);
+    EXPECT_EQ(takeProblem(), "[texturesys]  infinite texture coords: 0.500000 inf");
+}
+
+TEST_F(Textures, any_coordinates_and_derivatives_are_survived)
+{
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 64, 64, 4, f32, constant({ 0.2f, 0.4f, 0.6f, 0.8f }));
+    static const float odd[] = { 0,     1e-30f, -1e-30f, 0.5f,     -3.25f, 1e6f,
+                                 -1e9f, 1e20f,  3e38f,   INFINITY, NAN };
+    std::mt19937 random(5);
+    const auto any = [&] { return odd[random() % std::size(odd)]; };
+    for (int i = 0; i < 3000; ++i) {
+        RtShaderGlobals sg = contextAt(any(), any());
+        if (!std::isfinite(sg.u) || !std::isfinite(sg.v))
+            continue;
+        sg.dudx = any(), sg.dudy = any(), sg.dvdx = any(), sg.dvdy = any();
+        static const uint16_t rays[] = { RV_RAY_CAMERA, RV_RAY_DIFFUSE, RV_RAY_GLOSSY };
+        sg.ray_type = rays[random() % 3];
+        RtTextureParams params = defaults();
+        params.filter = int(random() % 7) - 1;
+        params.wrap_s = int(random() % 7) - 1;
+        params.wrap_t = int(random() % 7) - 1;
+        params.mipmap_bias = int(random() % 3) * 1000000000 - 1000000000;
+        const RtRGBA c = RvTextureAccess(&sg, file.c_str(), &params);
+        for (float x : { c.r, c.g, c.b, c.a })
+            EXPECT_TRUE(x >= -1e-3f && x <= 1.001f) << x;
+    }
+    takeProblems();
+}
+
+// ---- Coordinates ----
+
+// Four quadrants of one colour each: red at the top left, then green, blue and white.
+void writeQuadrants(const std::string& path)
+{
+    writeImage(path, 16, 16, 3, u8, [](int x, int y, int c) {
+        const int quadrant = (x >= 8) + 2 * (y >= 8);
+        return quadrant == 3 || quadrant == c ? 1.0f : 0.0f;
+    });
+}
+
+TEST_F(Textures, v_runs_upwards_and_flips_swap_and_scales_are_applied_in_order)
+{
+    static const RtRGBA red = { 1, 0, 0, 1 }, green = { 0, 1, 0, 1 }, blue = { 0, 0, 1, 1 },
+                        white = { 1, 1, 1, 1 };
+    const std::string file = folder.file("quadrants.tif");
+    writeQuadrants(file);
+    static const struct {
+        const char* name;
+        float u, v;
+        bool swap, flip_s, flip_t;
+        float scale_s, scale_t;
+        RtRGBA wanted;
+    } cases[] = {
+        { "top left", 0.25f, 0.75f, false, false, false, 1, 1, red },
+        { "top right", 0.75f, 0.75f, false, false, false, 1, 1, green },
+        { "bottom left", 0.25f, 0.25f, false, false, false, 1, 1, blue },
+        { "bottom right", 0.75f, 0.25f, false, false, false, 1, 1, white },
+        { "flip s", 0.25f, 0.75f, false, true, false, 1, 1, green },
+        { "flip t", 0.25f, 0.75f, false, false, true, 1, 1, blue },
+        { "swap", 0.25f, 0.75f, true, false, false, 1, 1, white },
+        { "swap, then flip s", 0.25f, 0.75f, true, true, false, 1, 1, blue },
+        { "scale s", 0.375f, 0.75f, false, false, false, 2, 1, green },
+        { "flip s, then scale s", 0.375f, 0.75f, false, true, false, 2, 1, red },
+        { "scale t", 0.25f, 0.375f, false, false, false, 1, 2, red },
+        { "negative scale t", 0.25f, 0.75f, false, false, false, 1, -1, blue },
+        { "periodic", 3.25f, -1.25f, false, false, false, 1, 1, red },
+    };
+    for (const auto& c : cases) {
+        RtTextureParams params = defaults();
+        params.swap_st = c.swap;
+        params.flip_s = c.flip_s;
+        params.flip_t = c.flip_t;
+        params.scale_s = c.scale_s;
+        params.scale_t = c.scale_t;
+        params.filter = 0;
+        expectColor(look(file, c.u, c.v, 0, params), c.wanted, 1e-6f, c.name);
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, wraps_rule_beyond_the_edges)
+{
+    const std::string file = folder.file("quadrants.tif");
+    writeQuadrants(file);
+    static const RtRGBA red = { 1, 0, 0, 1 }, green = { 0, 1, 0, 1 }, black = { 0, 0, 0, 0 };
+    static const RtRGBA wanted[] = { red, black, green, green, black };
+    for (int wrap = 0; wrap < 5; ++wrap) { // 4: files without a mode of their own are black
+        RtTextureParams params = defaults();
+        params.wrap_s = wrap;
+        params.filter = 0;
+        expectColor(look(file, 1.25f, 0.75f, 0, params), wanted[wrap], 1e-6f, std::to_string(wrap));
+    }
+}
+
+TEST_F(Textures, the_wrap_of_the_file_is_the_one_that_it_names)
+{
+    const std::string file = folder.file("mirror.tif");
+    writeImage(
+        file, 16, 16, 3, u8, [](int x, int, int) { return x >= 8 ? 1.0f : 0.0f; },
+        [](OIIO::ImageSpec& spec) { spec.attribute("wrapmodes", "mirror,mirror"); });
+    RtTextureParams params = defaults();
+    params.wrap_s = 4;
+    params.filter = 0;
+    EXPECT_EQ(look(file, 1.25f, 0.5f, 0, params).r, 1);
+    params.wrap_s = 0;
+    EXPECT_EQ(look(file, 1.25f, 0.5f, 0, params).r, 0);
+}
+
+TEST_F(Textures, a_resized_image_lies_at_the_top_left_of_its_file)
+{
+    const std::string file = folder.file("quadrants.tif");
+    writeQuadrants(file);
+    RtTextureParams params = defaults();
+    params.filter = 0;
+    for (const RtPoint2 uv : { RtPoint2{ 0.1f, 0.1f }, { 0.9f, 0.2f }, { 0.5f, 0.9f } }) {
+        const RtShaderGlobals sg = contextAt(uv.x, uv.y);
+        // Half the size: the red quadrant alone.
+        expectColor(RvTextureAccessResized(&sg, file.c_str(), &params, 8, 8), { 1, 0, 0, 1 });
+        const RtRGBA whole = look(file, uv.x, uv.y, 0, params);
+        for (int side : { 16, 0, -5 })
+            expectColor(RvTextureAccessResized(&sg, file.c_str(), &params, side, side), whole);
+    }
+    const RtShaderGlobals sg = contextAt(0.5f, 0.5f);
+    expectColor(RvTextureAccessResized(&sg, folder.file("none.tif").c_str(), &params, 8, 8),
+                error_color);
+    EXPECT_NE(takeProblem().find("[texturesys] "), std::string::npos);
+}
+
+// ---- Channels ----
+
+TEST_F(Textures, missing_channels_are_filled_in)
+{
+    static const struct {
+        const char* name;
+        int channels;
+        std::vector<float> stored;
+        RtRGBA seen;
+    } cases[] = {
+        { "one is grey", 1, { 0.25f }, { 0.25f, 0.25f, 0.25f, 1 } },
+        { "two are red and green", 2, { 0.25f, 0.5f }, { 0.25f, 0.5f, 0, 1 } },
+        { "three have no alpha", 3, { 0.25f, 0.5f, 0.75f }, { 0.25f, 0.5f, 0.75f, 1 } },
+        { "four", 4, { 0.25f, 0.5f, 0.75f, 0.875f }, { 0.25f, 0.5f, 0.75f, 0.875f } },
+        { "five", 5, { 0.25f, 0.5f, 0.75f, 0.875f, 1 }, { 0.25f, 0.5f, 0.75f, 0.875f } },
+    };
+    for (const auto& c : cases) {
+        const std::string file = folder.file((std::to_string(c.channels) + ".exr").c_str());
+        writeImage(file, 8, 8, c.channels, f32, constant(c.stored), [](OIIO::ImageSpec& spec) {
+            if (spec.nchannels == 5)
+                spec.channelnames.back() = "Z";
+        });
+        expectColor(look(file, 0.3f, 0.7f), c.seen, 1e-6f, c.name);
+        RtTextureParams params = defaults();
+        params.single_channel = true;
+        const float first = c.stored[0];
+        expectColor(look(file, 0.3f, 0.7f, 0, params), { first, first, first, 1 }, 1e-6f, c.name);
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, grey_with_alpha_is_grey_with_alpha)
+{
+    for (const char* name : { "grey.png", "grey.exr", "grey.tif" }) {
+        const std::string file = folder.file(name);
+        writeImage(file, 8, 8, 2, strstr(name, "exr") ? f32 : u8, constant({ 0.25f, 0.75f }),
+                   [](OIIO::ImageSpec& spec) {
+                       spec.channelnames = { "Y", "A" };
+                       spec.alpha_channel = 1;
+                   });
+        expectColor(look(file, 0.5f, 0.5f), { 0.25f, 0.25f, 0.25f, 0.75f }, 0.005f, name);
+    }
+}
+
+TEST_F(Textures, tiny_images_are_seen)
+{
+    const std::string file = folder.file("dot.png");
+    writeImage(file, 1, 1, 3, u8, constant({ 0.2f, 0.4f, 0.6f }));
+    for (float width : { 0.0f, 0.01f, 10.0f })
+        for (int filter = 0; filter < 4; ++filter) {
+            RtTextureParams params = defaults();
+            params.filter = filter;
+            expectColor(look(file, 0.3f, 0.9f, width, params), { 0.2f, 0.4f, 0.6f, 1 }, 1e-3f);
+        }
+    EXPECT_EQ(takeProblem(), "");
+}
+
+// ---- Gamma ----
+
+TEST_F(Textures, gamma_changes_the_colours_of_short_integers)
+{
+    using T = OIIO::TypeDesc;
+    static const struct {
+        const char* file;
+        T::BASETYPE type;
+        bool changes;
+    } cases[] = {
+        { "8.tif", T::UINT8, true },    { "s8.tif", T::INT8, true },
+        { "16.tif", T::UINT16, true },  { "s16.tif", T::INT16, true },
+        { "32.tif", T::UINT32, false }, { "h.exr", T::HALF, false },
+        { "f.exr", T::FLOAT, false },   { "f.tif", T::FLOAT, false },
+    };
+    RvNodeSetFlt(options(), "texture_gamma", 2);
+    for (const auto& c : cases) {
+        writeImage(folder.file(c.file), 8, 8, 4, c.type, constant({ 0.2f, 0.4f, 0.5f, 0.6f }));
+        const RtRGBA got = look(folder.file(c.file), 0.5f, 0.5f);
+        const RtRGBA wanted =
+            c.changes ? RtRGBA{ 0.04f, 0.16f, 0.25f, 0.6f } : RtRGBA{ 0.2f, 0.4f, 0.5f, 0.6f };
+        expectColor(got, wanted, 0.01f, c.file);
+    }
+    writeImage(folder.file("grey.tif"), 8, 8, 1, T::UINT8, constant({ 0.5f }));
+    expectColor(look(folder.file("grey.tif"), 0.5f, 0.5f), { 0.25f, 0.25f, 0.25f, 1 }, 0.003f);
+    RvNodeSetFlt(options(), "texture_gamma", 1);
+    expectColor(look(folder.file("8.tif"), 0.5f, 0.5f), { 0.2f, 0.4f, 0.5f, 0.6f }, 0.003f);
+}
+
+// ---- The image library itself ----
+
+struct Expectation {
+    int ray_type;
+    RtTextureParams params;
+};
+
+// What the library says when it is asked directly.
+RtRGBA askLibrary(OIIO::TextureSystem& system, const std::string& file, const RtShaderGlobals& sg,
+                  const RtTextureParams& params, const RtOptions& options)
+{
+    OIIO::TextureOpt opt;
+    static const OIIO::TextureOpt::Wrap wraps[] = {
+        OIIO::TextureOpt::WrapPeriodic, OIIO::TextureOpt::WrapBlack, OIIO::TextureOpt::WrapClamp,
+        OIIO::TextureOpt::WrapMirror, OIIO::TextureOpt::WrapDefault
+    };
+    opt.swrap = wraps[params.wrap_s];
+    opt.twrap = wraps[params.wrap_t];
+    opt.interpmode = OIIO::TextureOpt::InterpMode(params.filter);
+    opt.conservative_filter = options.texture_conservative_lookups;
+    opt.swidth = opt.twidth = std::pow(2.0f, float(params.mipmap_bias));
+    opt.fill = 1;
+    if (sg.ray_type & RV_RAY_DIFFUSE) {
+        opt.mipmode = OIIO::TextureOpt::MipModeOneLevel;
+        opt.interpmode = OIIO::TextureOpt::InterpClosest;
+        opt.sblur = opt.tblur = options.texture_diffuse_blur;
+    } else if (sg.ray_type & RV_RAY_GLOSSY) {
+        opt.mipmode = OIIO::TextureOpt::MipModeTrilinear;
+        opt.interpmode = OIIO::TextureOpt::InterpBilinear;
+        opt.sblur = opt.tblur = options.texture_glossy_blur;
+    }
+    RtRGBA c = { 0, 0, 0, 1 };
+    EXPECT_TRUE(system.texture(OIIO::ustring(file), opt, sg.u * params.scale_s,
+                               1 - sg.v * params.scale_t, sg.dudx * params.scale_s,
+                               -sg.dvdx * params.scale_t, sg.dudy * params.scale_s,
+                               -sg.dvdy * params.scale_t, 4, &c.r))
+        << system.geterror();
+    return c;
+}
+
+TEST_F(Textures, lookups_agree_with_the_image_library)
+{
+    const std::string plain = folder.file("plain.tif"), tiled = folder.file("tiled.tx");
+    writeImage(plain, 100, 60, 4, u8, pattern);
+    OIIO::ImageBuf source(plain);
+    ASSERT_TRUE(OIIO::ImageBufAlgo::make_texture(OIIO::ImageBufAlgo::MakeTxTexture, source, tiled,
+                                                 OIIO::ImageSpec()));
+    OIIO::TextureSystem* const direct = OIIO::TextureSystem::create(false);
+    direct->attribute("automip", 1);
+    direct->attribute("autotile", 64);
+    std::mt19937 random(11);
+    std::uniform_real_distribution<float> anywhere(-1.5f, 2.5f), exponent(-10, 0);
+    static const uint16_t rays[] = { RV_RAY_CAMERA, RV_RAY_SHADOW, RV_RAY_DIFFUSE, RV_RAY_GLOSSY,
+                                     RV_RAY_DIFFUSE | RV_RAY_GLOSSY };
+    for (bool conservative : { true, false }) {
+        RvNodeSetBool(options(), "texture_conservative_lookups", conservative);
+        for (const std::string& file : { plain, tiled })
+            for (uint16_t ray : rays)
+                for (int filter = 0; filter < 4; ++filter)
+                    for (int wrap = 0; wrap < 5; ++wrap) {
+                        RtShaderGlobals sg = contextAt(anywhere(random), anywhere(random));
+                        sg.ray_type = ray;
+                        sg.dudx = exp2f(exponent(random)), sg.dvdx = -exp2f(exponent(random));
+                        sg.dudy = exp2f(exponent(random)), sg.dvdy = exp2f(exponent(random));
+                        RtTextureParams params = defaults();
+                        params.filter = filter;
+                        params.wrap_s = wrap;
+                        params.wrap_t = (wrap + filter) % 5;
+                        params.mipmap_bias = int(random() % 5) - 2;
+                        params.scale_s = 1.5f;
+                        params.scale_t = 0.75f;
+                        const RtRGBA got = RvTextureAccess(&sg, file.c_str(), &params);
+                        const RtRGBA wanted =
+                            askLibrary(*direct, file, sg, params, *rv::render_options);
+                        EXPECT_EQ(memcmp(&got, &wanted, sizeof got), 0)
+                            << file << " " << ray << " " << filter << " " << wrap;
+                    }
+    }
+    OIIO::TextureSystem::destroy(direct);
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, a_bias_widens_the_filter_by_powers_of_two)
+{
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 128, 128, 3, u8, pattern);
+    RtTextureParams biased = defaults();
+    for (int bias : { -2, -1, 1, 2 }) {
+        biased.mipmap_bias = bias;
+        expectColor(look(file, 0.3f, 0.4f, 0.05f, biased),
+                    look(file, 0.3f, 0.4f, 0.05f * exp2f(float(bias))), 0.01f);
+    }
+}
+
+TEST_F(Textures, diffuse_rays_are_blurred_by_their_option)
+{
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 256, 256, 1, u8, [](int x, int y, int) { return float((x + y) & 1); });
+    RtShaderGlobals sg = contextAt(51.5f / 256, 51.5f / 256);
+    const RtTextureParams params = defaults();
+    static const struct {
+        uint16_t ray;
+        const char* option;
+    } cases[] = { { RV_RAY_DIFFUSE, "texture_diffuse_blur" },
+                  { RV_RAY_GLOSSY, "texture_glossy_blur" } };
+    for (const auto& c : cases) {
+        sg.ray_type = c.ray;
+        RvNodeSetFlt(options(), c.option, 0.25f);
+        EXPECT_NEAR(RvTextureAccess(&sg, file.c_str(), &params).r, 0.5f, 0.02f) << c.option;
+        RvNodeSetFlt(options(), c.option, 0);
+        const float sharp = RvTextureAccess(&sg, file.c_str(), &params).r;
+        EXPECT_GT(std::fabs(sharp - 0.5f), 0.2f) << c.option;
+        for (float odd : { -1.0f, 1e30f }) {
+            RvNodeSetFlt(options(), c.option, odd);
+            RvTextureAccess(&sg, file.c_str(), &params);
+        }
+    }
+}
+
+// ---- Bad files ----
+
+TEST_F(Textures, unreadable_files_give_the_error_color_and_a_message_for_every_call)
+{
+    writeImage(folder.file("whole.exr"), 64, 64, 3, f32, pattern);
+    std::filesystem::copy_file(folder.file("whole.exr"), folder.file("truncated.exr"));
+    std::filesystem::resize_file(folder.file("truncated.exr"), 600);
+    std::filesystem::copy_file(folder.file("whole.exr"), folder.file("cut header.exr"));
+    std::filesystem::resize_file(folder.file("cut header.exr"), 20);
+    std::ofstream(folder.file("empty.tif")).flush();
+    std::ofstream(folder.file("text.exr")) << "This is a text and no picture at all.\n";
+    std::ofstream(folder.file("none.ppm")) << "P6\n0 0\n255\n";
+    std::filesystem::create_directory(folder.file("folder.tif"));
+    RvNodeSetRGB(options(), "error_color_bad_texture", 0.5f, 0, 0.25f);
+    for (const char* name : { "missing.tif", "truncated.exr", "cut header.exr", "empty.tif",
+                              "text.exr", "none.ppm", "folder.tif", "." }) {
+        for (int call = 0; call < 2; ++call) {
+            RvUniverseCacheFlush(1);
+            expectColor(look(folder.file(name), 0.5f, 0.5f), { 0.5f, 0, 0.25f, 1 }, 1e-6f, name);
+            const auto problems = takeProblems();
+            EXPECT_FALSE(problems.empty()) << name;
+            for (const std::string& text : problems) {
+                EXPECT_EQ(text.find("[texturesys] "), 0u) << text;
+                EXPECT_GT(text.size(), 13u);
+                EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+            }
+        }
+    }
+}
+
+TEST_F(Textures, a_file_that_could_not_be_read_once_stays_broken_for_all_threads)
+{
+    const std::string file = folder.file("truncated.exr");
+    writeImage(file, 64, 64, 3, f32, pattern);
+    std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+    expectColor(look(file, 0.5f, 0.1f), error_color);
+    EXPECT_NE(takeProblems().front().find("end of file"), std::string::npos);
+    expectColor(look(file, 0.5f, 0.1f), error_color);
+    std::thread([&] { expectColor(look(file, 0.5f, 0.9f), error_color); }).join();
+    EXPECT_EQ(takeProblems().size(), 2u);
+    writeImage(file, 64, 64, 3, f32, constant({ 0, 1, 0 }));
+    RvUniverseCacheFlush(1);
+    expectColor(look(file, 0.5f, 0.1f), { 0, 1, 0, 1 });
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, a_file_that_fails_forever_stays_an_error_but_not_forever_a_message)
+{
+    const std::string file = folder.file("missing.tif");
+    for (int call = 0; call < 1000; ++call)
+        expectColor(look(file, 0.5f, 0.5f), error_color);
+    const auto problems = takeProblems();
+    EXPECT_LT(problems.size(), 150u);
+    EXPECT_EQ(problems.back(),
+              "[texturesys] \"" + file + "\" failed again; its errors are no longer listed");
+}
+
+TEST_F(Textures, pixels_that_are_no_numbers_are_an_error)
+{
+    const std::string file = folder.file("nan.exr");
+    writeImage(file, 16, 16, 4, f32, [](int, int, int) { return NAN; });
+    for (int call = 0; call < 3; ++call)
+        expectColor(look(file, 0.5f, 0.5f), error_color);
+    EXPECT_EQ(takeProblem(), "[texturesys] \"" + file + "\" holds pixels that are not a number");
+}
+
+TEST_F(Textures, infinite_pixels_are_seen)
+{
+    const std::string file = folder.file("sun.exr");
+    writeImage(file, 16, 16, 3, f32, constant({ INFINITY, 1, -INFINITY }));
+    RtTextureParams params = defaults();
+    params.filter = 0;
+    const RtRGBA c = look(file, 0.5f, 0.5f, 0, params);
+    EXPECT_EQ(c.r, INFINITY);
+    EXPECT_EQ(c.b, -INFINITY);
+    EXPECT_EQ(takeProblem(), "");
+}
+
+// ---- Names ----
+
+TEST_F(Textures, a_name_is_known_by_its_text)
+{
+    writeImage(folder.file("a.tif"), 4, 4, 3, u8, constant({ 1, 0, 0 }));
+    writeImage(folder.file("b.tif"), 4, 4, 3, u8, constant({ 0, 1, 0 }));
+    std::string name = folder.file("a.tif");
+    const RtShaderGlobals sg = contextAt(0.5f, 0.5f);
+    const RtTextureParams params = defaults();
+    EXPECT_EQ(RvTextureAccess(&sg, name.c_str(), &params).r, 1);
+    name[name.size() - 5] = 'b'; // at the same address
+    EXPECT_EQ(RvTextureAccess(&sg, name.c_str(), &params).g, 1);
+    EXPECT_EQ(RvTextureAccess(&sg, std::string(name).c_str(), &params).g, 1);
+}
+
+TEST_F(Textures, many_files_and_threads_find_their_pixels)
+{
+    std::vector<std::string> files;
+    for (int i = 0; i < 300; ++i) {
+        files.push_back(folder.file(("f" + std::to_string(i) + ".tif").c_str()));
+        writeImage(files.back(), 2, 2, 1, f32, constant({ float(i) }));
+    }
+    RvNodeSetInt(options(), "texture_max_open_files", 5);
+    std::atomic<int> wrong = 0;
+    const auto work = [&](int start) {
+        for (int n = 0; n < 900; ++n) {
+            const int i = (start + n * 7) % 300;
+            wrong += look(files[size_t(i)], 0.5f, 0.5f).g != float(i);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back(work, t * 31);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(takeProblem(), "");
+}
+
+} // namespace
