@@ -1,5 +1,11 @@
 // image: the "image" shader node, a filtered lookup in an image file.
+#include "rv_memory.h"
+#include "rv_node.h"
+#include "rv_rays.h"
+#include "rv_textures.h"
 #include "shaders/shaders.h"
+
+static const char* const module_path = "core\\src\\shaders\\image";
 
 namespace rv {
 
@@ -42,15 +48,128 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     declareSynonym(metadata, "filename", "image_map");
 }
 
+// ---- Preparation ----
+
+struct ImageData {
+    bool is_uv_linked;
+};
+
+static ImageData* imageData(const RtNode* node)
+{
+    return static_cast<ImageData*>(RvNodeGetLocalData(node));
+}
+
+static void initialize(RtNode* node, void*)
+{
+    ImageData* const data = static_cast<ImageData*>(
+        RvMalloc_func(sizeof(ImageData), module_path, __LINE__, "Initialize"));
+    if (data)
+        *data = {};
+    RvNodeSetLocalData(node, data);
+}
+
+static void update(RtNode* node, void*)
+{
+    if (ImageData* const data = imageData(node))
+        data->is_uv_linked = RvNodeGetLink(node, "uvcoords") != nullptr;
+}
+
+static void finish(RtNode* node)
+{
+    RvFree_func(imageData(node));
+    RvNodeSetLocalData(node, nullptr);
+}
+
+// ---- Evaluation ----
+
+enum ImageParam {
+    p_filename,
+    p_sflip,
+    p_tflip,
+    p_swap_st,
+    p_sscale,
+    p_tscale,
+    p_filter,
+    p_single_channel,
+    p_mipmap_bias,
+    p_swrap,
+    p_twrap,
+    p_uvcoords,
+};
+
+static RtTextureParams textureParams(RtNode* node, RtShaderGlobals* sg)
+{
+    const ShaderInputs in(node, sg);
+    RtTextureParams params;
+    RvTextureParamsSetDefaults(&params);
+    params.single_channel = in.flag(p_single_channel);
+    params.flip_s = in.flag(p_sflip);
+    params.flip_t = in.flag(p_tflip);
+    params.swap_st = in.flag(p_swap_st);
+    params.scale_s = in.flt(p_sscale);
+    params.scale_t = in.flt(p_tscale);
+    params.mipmap_bias = RvShaderEvalParamFuncInt(sg, node, p_mipmap_bias);
+    params.wrap_s = in.choice(p_swrap);
+    params.wrap_t = in.choice(p_twrap);
+    // Required: diffuse rays do not read the parameter.
+    params.filter = sg->ray_type & RV_RAY_DIFFUSE ? int(Image::bilinear) : in.choice(p_filter);
+    return params;
+}
+
+// Puts the context at other texture coordinates, without a footprint, for the length of a scope.
+class MovedCoordinates {
+public:
+    MovedCoordinates(RtShaderGlobals* context, const RtPoint2& uv)
+        : sg(context), u(sg->u), v(sg->v), dudx(sg->dudx), dudy(sg->dudy), dvdx(sg->dvdx),
+          dvdy(sg->dvdy)
+    {
+        sg->u = uv.x;
+        sg->v = uv.y;
+        sg->dudx = sg->dudy = sg->dvdx = sg->dvdy = 0;
+    }
+    ~MovedCoordinates()
+    {
+        sg->u = u;
+        sg->v = v;
+        sg->dudx = dudx;
+        sg->dudy = dudy;
+        sg->dvdx = dvdx;
+        sg->dvdy = dvdy;
+    }
+    MovedCoordinates(const MovedCoordinates&) = delete;
+    MovedCoordinates& operator=(const MovedCoordinates&) = delete;
+
+private:
+    RtShaderGlobals* sg;
+    float u, v, dudx, dudy, dvdx, dvdy;
+};
+
+static RtRGBA lookUp(RtNode* node, RtShaderGlobals* sg, const RtTextureParams& params)
+{
+    return RvTextureAccess(sg, ShaderInputs(node, sg).text(p_filename), &params);
+}
+
+static void evaluate(RtNode* node, RtShaderGlobals* sg)
+{
+    const RtTextureParams params = textureParams(node, sg);
+    const ImageData* const data = imageData(node);
+    if (!data || !data->is_uv_linked) {
+        sg->out.RGBA = lookUp(node, sg, params);
+        return;
+    }
+    const MovedCoordinates moved(sg, RvShaderEvalParamFuncPnt2(sg, node, p_uvcoords));
+    sg->out.RGBA = lookUp(node, sg, params);
+}
+
 static const RtCommonMethods common = {
     .Parameters = parameters,
-    .Initialize = do_nothing,
-    .Update = do_nothing,
-    .Finish = do_nothing,
+    .Initialize = initialize,
+    .Update = update,
+    .Finish = finish,
 };
 
 static const RtShaderMethods shader = {
-    .Evaluate = do_nothing,
+    .Evaluate = evaluate,
 };
 
 const RtNodeMethods image_methods = { &common, &shader };
