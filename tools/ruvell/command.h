@@ -35,6 +35,7 @@ extern const Command command_check;
 extern const Command command_completion;
 extern const Command command_convert;
 extern const Command command_info;
+extern const Command command_maketx;
 extern const Command command_manual;
 extern const Command command_nodes;
 extern const Command command_render;

@@ -4,7 +4,7 @@
 namespace ruvell {
 
 static const Command* const command_list[] = {
-    &command_render, &command_check,   &command_info,       &command_convert,
+    &command_render, &command_check,   &command_info,       &command_convert, &command_maketx,
     &command_nodes,  &command_version, &command_completion, &command_manual,
 };
 

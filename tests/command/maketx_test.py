@@ -1,0 +1,122 @@
+"""`ruvell maketx`."""
+import os
+import struct
+import time
+import unittest
+from command_case import CommandCase
+
+
+def ppm(width, height):
+    pixels = bytes((x * 7 + y * 13 + c * 50) % 256
+                   for y in range(height) for x in range(width) for c in range(3))
+    return b"P6\n%d %d\n255\n" % (width, height) + pixels
+
+
+def tiff_directories(data):
+    """The tags of every directory of a TIFF file, which maketx writes."""
+    order = {b"II": "<", b"MM": ">"}[data[:2]]
+    assert struct.unpack(order + "H", data[2:4])[0] == 42
+    at, found = struct.unpack(order + "I", data[4:8])[0], []
+    while at:
+        count = struct.unpack(order + "H", data[at:at + 2])[0]
+        tags = {}
+        for i in range(count):
+            entry = data[at + 2 + 12 * i:at + 14 + 12 * i]
+            tag, kind = struct.unpack(order + "HH", entry[:4])
+            tags[tag] = struct.unpack(order + ("H" if kind == 3 else "I"),
+                                      entry[8:10 if kind == 3 else 12])[0]
+        found.append(tags)
+        end = at + 2 + 12 * count
+        at = struct.unpack(order + "I", data[end:end + 4])[0]
+    return found
+
+
+WIDTH, TILE_WIDTH = 256, 322
+
+
+class Maketx(CommandCase):
+    def image(self, name, width=40, height=30):
+        with open(self.path(name), "wb") as file:
+            file.write(ppm(width, height))
+
+    def leftovers(self):
+        return [name for name in os.listdir(self.folder) if name.startswith(".")]
+
+    def test_every_image_gets_a_texture_beside_it(self):
+        os.mkdir(self.path("sub"))
+        self.image("a.ppm")
+        self.image("sub/b.ppm")
+        result = self.run_command("maketx", "a.ppm", "sub/b.ppm")
+        self.assertEqual(result.stdout, "a.tx\nsub/b.tx\n")
+        for name in ("a.tx", "sub/b.tx"):
+            levels = tiff_directories(self.read(name))
+            self.assertGreater(len(levels), 3)
+            self.assertEqual(levels[0][WIDTH], 40)
+            self.assertEqual(levels[0][TILE_WIDTH], 64)
+            self.assertEqual(levels[1][WIDTH], 20)
+            self.assertEqual(levels[-1][WIDTH], 1)
+        self.assertEqual(self.leftovers(), [])
+
+    def test_one_texture_can_be_named(self):
+        self.image("a.ppm")
+        self.run_command("maketx", "a.ppm", "-o", "x.tx", "--tile", "16", "--quiet",
+                         "--wrap", "periodic", "--filter", "lanczos3", "--format", "uint16")
+        self.assertEqual(tiff_directories(self.read("x.tx"))[0][TILE_WIDTH], 16)
+        self.assertFalse(self.exists("a.tx"))
+
+    def test_quiet_says_nothing(self):
+        self.image("a.ppm")
+        self.assertEqual(self.run_command("maketx", "-q", "a.ppm").stdout, "")
+
+    def test_environment_maps_are_made(self):
+        self.image("sky.ppm", 64, 32)
+        self.run_command("maketx", "--env", "sky.ppm")
+        self.assertTrue(self.exists("sky.tx"))
+
+    def test_up_to_date_textures_are_left_alone(self):
+        self.image("a.ppm")
+        self.run_command("maketx", "a.ppm")
+        self.assertEqual(self.run_command("maketx", "--update", "a.ppm").stdout, "")
+        later = time.time() + 100
+        os.utime(self.path("a.ppm"), (later, later))
+        self.assertEqual(self.run_command("maketx", "--update", "a.ppm").stdout, "a.tx\n")
+
+    def test_bad_images_are_named_and_the_others_made(self):
+        self.image("good.ppm")
+        self.write("text.exr", "This is no picture.\n")
+        self.write("empty.png", "")
+        self.write("none.ppm", "P6\n0 0\n255\n")
+        os.mkdir(self.path("folder.tif"))
+        result = self.run_command("maketx", "missing.png", "text.exr", "empty.png", "none.ppm",
+                                  "folder.tif", "good.ppm", code=1)
+        for name in ("missing.png", "text.exr", "empty.png", "none.ppm", "folder.tif"):
+            self.assertRegex(result.stderr, rf"(?m)^ruvell: error: {name}: .+")
+        self.assertEqual(result.stdout, "good.tx\n")
+        self.assertEqual(self.leftovers(), [])
+
+    def test_an_older_texture_survives_a_failure(self):
+        self.write("a.tx", "older")
+        self.write("a.png", "no picture")
+        self.run_command("maketx", "a.png", code=1)
+        self.assertEqual(self.read("a.tx"), b"older")
+
+    def test_the_image_is_not_overwritten(self):
+        self.image("a.tx")
+        before = self.read("a.tx")
+        self.refuses("maketx", "a.tx", code=1, message="would overwrite its image")
+        self.assertEqual(self.read("a.tx"), before)
+
+    def test_folders_that_do_not_exist_are_reported(self):
+        self.image("a.ppm")
+        self.refuses("maketx", "a.ppm", "-o", "none/a.tx", code=1, message="none")
+
+    def test_wrong_use(self):
+        self.image("a.ppm")
+        self.run_command("maketx", code=2)
+        self.refuses("maketx", "a.ppm", "a.ppm", "-o", "x.tx", code=2, message="several images")
+        self.run_command("maketx", "a.ppm", "--wrap", "around", code=2)
+        self.run_command("maketx", "a.ppm", "--tile", "63", code=2)
+
+
+if __name__ == "__main__":
+    unittest.main()
