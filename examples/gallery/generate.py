@@ -5,7 +5,8 @@ game on it, the forest and the paint of the pool balls.
     generate.py [FOLDER [DATA]]    default: the folder "generated" beside this script
 
 With DATA, a folder with the scans "meshes/nefertiti-lowres.obj", "meshes/koala.obj" and
-"meshes/human_neutral.obj", also a scene that shows them from where they are.
+"meshes/human_neutral.obj", the cow of "meshes/spot" and maps in "env", also scenes that show them
+from where they are.
 """
 import math
 import random
@@ -151,6 +152,116 @@ def pool_materials():
     return "\n".join(lines)
 
 
+def mesh(name, points, faces, **parameters):
+    """A polygon mesh; faces are lists of indices."""
+    corners = [str(i) for face in faces for i in face]
+    return block(
+        "polymesh", name=name, nsides=f"{len(faces)} 1 UINT " + " ".join(str(len(f)) for f in faces),
+        vidxs=f"{len(corners)} 1 UINT " + " ".join(corners),
+        vlist=f"{len(points)} 1 POINT " + " ".join(number(c) for p in points for c in p),
+        **parameters)
+
+
+def patch(name, columns, rows_of_points, place, **parameters):
+    """A grid of quads; place(s, t) gives the point of the texture coordinates s, t in [0, 1]."""
+    spots = [(i / columns, j / rows_of_points)
+             for j in range(rows_of_points + 1) for i in range(columns + 1)]
+    width = columns + 1
+    faces = [[j * width + i, j * width + i + 1, (j + 1) * width + i + 1, (j + 1) * width + i]
+             for j in range(rows_of_points) for i in range(columns)]
+    corners = " ".join(str(i) for face in faces for i in face)
+    return mesh(name, [place(s, t) for s, t in spots], faces,
+                uvidxs=f"{4 * len(faces)} 1 UINT {corners}",
+                uvlist=f"{len(spots)} 1 POINT2 " + " ".join(f"{number(s)} {number(t)}"
+                                                            for s, t in spots), **parameters)
+
+
+def table():
+    return patch("table", 1, 1, lambda s, t: (6 * s - 3, 0, 2.2 - 5 * t), shader="table_wood")
+
+
+def stage_curtain():
+    """Boards, and behind them a curtain in folds."""
+    def curtain(s, t):
+        fold = math.sin(2 * math.pi * 11 * s) + 0.4 * math.sin(2 * math.pi * 4.3 * s + 1)
+        return 8 * s - 4, 3.6 * t, -1.4 + 0.11 * fold * (1 - 0.35 * t)
+
+    return "\n".join([
+        patch("floor", 1, 1, lambda s, t: (9 * s - 4.5, 0, 3.6 - 5.4 * t), shader="stage_floor"),
+        patch("curtain", 240, 2, curtain, smoothing="on", shader="velvet")])
+
+
+def model(name):
+    """Points and faces of an OBJ file."""
+    points, faces = [], []
+    for line in (Path(__file__).parent / "models" / f"{name}.obj").read_text().splitlines():
+        words = line.split()
+        if line.startswith("v "):
+            points.append(tuple(map(float, words[1:4])))
+        elif line.startswith("f "):
+            faces.append([int(word.split("/")[0]) - 1 for word in words[1:]])
+    return points, faces
+
+
+def sss():
+    """Bodies that light goes through; the spacing of their samples must suit their radius."""
+    def body(name, points, faces, place, size, spacing, shader):
+        matrix = rows(turned(0.6, size), place)
+        return mesh(name, points, faces, smoothing="on", sss_sample_spacing=number(spacing),
+                    matrix=matrix, shader=shader)
+
+    def ball(columns=48, rings=24):
+        points = [(0.36 * math.cos(a) * math.sin(b), 0.36 * math.cos(b), 0.36 * math.sin(a) * math.sin(b))
+                  for b in (math.pi * j / rings for j in range(rings + 1))
+                  for a in (2 * math.pi * i / columns for i in range(columns))]
+        at = lambda i, j: j * columns + i % columns
+        return points, [[at(i, j), at(i + 1, j), at(i + 1, j + 1), at(i, j + 1)]
+                        for j in range(rings) for i in range(columns)]
+
+    return "\n".join([body("wax_rook", *model("rook"), (-0.62, 0, 0), 1.3, 0.015, "wax"),
+                      body("jade_bishop", *model("bishop"), (0.6, 0, -0.15), 1.3, 0.015, "jade"),
+                      body("marble_ball", *ball(), (0.05, 0.3, 0.45), 0.83, 0.011, "marble")])
+
+
+def environment(image, exposure):
+    """A map around the scene, that lights it and is seen behind it. Diffuse and glossy rays (0x60)
+    must not find it, because its light would count twice."""
+    look = dict(format="latlong", color="environment", intensity=number(exposure))
+    return "\n".join([block("image", name="environment", filename=f'"{image}"'),
+                      block("skydome_light", name="daylight", resolution=512, samples=3, **look),
+                      block("sky", name="backdrop", visibility=0xFFFF - 0x60, **look)])
+
+
+def studio(data=None):
+    """The painted studio, or a photographed one."""
+    photograph = Path(data or "") / "env" / "studio_small_03_1k.hdr"
+    return environment(photograph, 0.3) if data else environment("studio.tx", 0.8)
+
+
+COLOR_MODES = ("color ng n bary uv u v dpdu dpdv p prims wire polywire obj edgelength floatgrid "
+               "reflectline bad_uvs").split()
+SHADE_MODES = "ndoteye lambert flat ambocc".split()
+
+
+def utility_modes():
+    """A rook for every mode of colour, then for every mode of shading, eight to a row."""
+    points, faces = model("rook")
+    corners = " ".join(str(i) for face in faces for i in face)
+    uvs = " ".join(f"{number(0.5 + math.atan2(z, x) / (2 * math.pi))} {number(y)}"
+                   for x, y, z in points)
+    parameters = dict(uvidxs=f"{sum(map(len, faces))} 1 UINT {corners}",
+                      uvlist=f"{len(points)} 1 POINT2 {uvs}", smoothing="on", visibility=0)
+    lines = [mesh("rook", points, faces, **parameters)]
+    shown = [dict(color_mode=mode, shade_mode="flat") for mode in COLOR_MODES]
+    shown += [dict(shade_mode=mode, color="0.85 0.6 0.3") for mode in SHADE_MODES]
+    for i, modes in enumerate(shown):
+        row, column = divmod(i, 8)
+        lines.append(block("utility", name=f"mode{i}", **modes))
+        lines.append(instance(f"rook{i}", "rook",
+                              rows(turned(0.5), (column * 0.62, -row * 0.98, 0)), f"mode{i}"))
+    return "\n".join(lines)
+
+
 def bounds(path):
     low, high = [math.inf] * 3, [-math.inf] * 3
     with open(path) as file:
@@ -189,13 +300,39 @@ def scans(data):
         scan("body", meshes / "human_neutral.obj", (1.15, 0, -0.1), 1.45, "plaster", turn=-0.4)])
 
 
+def cow(data):
+    """Spot, a cow with a painted hide, under a photographed sky."""
+    folder = Path(data) / "meshes" / "spot"
+    points, uvs, faces = [], [], []
+    for line in (folder / "spot_triangulated.obj").read_text().splitlines():
+        words = line.split()
+        if line.startswith("v "):
+            points.append(tuple(map(float, words[1:4])))
+        elif line.startswith("vt "):
+            uvs.append(words[1:3])
+        elif line.startswith("f "):
+            faces.append([tuple(int(i) - 1 for i in word.split("/")[:2]) for word in words[1:]])
+    corners = " ".join(str(corner[1]) for face in faces for corner in face)
+    foot = min(y for _, y, _ in points)
+    return "\n".join([
+        block("image", name="hide", filename=f'"{folder / "spot_texture.png"}"'),
+        environment(Path(data) / "env" / "potsdamer_platz_1k.hdr", 0.8),
+        mesh("spot", points, [[corner[0] for corner in face] for face in faces], smoothing="on",
+             uvidxs=f"{3 * len(faces)} 1 UINT {corners}",
+             uvlist=f"{len(uvs)} 1 POINT2 " + " ".join(" ".join(uv) for uv in uvs),
+             matrix=rows(turned(2.6), (0, -foot, 0)), shader="cow")])
+
+
 def main():
     folder = Path(sys.argv[1]) if len(sys.argv) > 1 else Path(__file__).parent / "generated"
     folder.mkdir(parents=True, exist_ok=True)
-    for write in (board, game, falling_rook, forest, panes, pool_materials):
+    for write in (board, game, falling_rook, forest, panes, pool_materials, table, stage_curtain, sss,
+                  utility_modes):
         (folder / f"{write.__name__}.rvs").write_text(write() + "\n")
+    (folder / "studio.rvs").write_text(studio(*sys.argv[2:3]) + "\n")
     if len(sys.argv) > 2:
-        (folder / "scans.rvs").write_text(scans(sys.argv[2]) + "\n")
+        for write in (scans, cow):
+            (folder / f"{write.__name__}.rvs").write_text(write(sys.argv[2]) + "\n")
 
 
 if __name__ == "__main__":

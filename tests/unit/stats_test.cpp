@@ -533,8 +533,16 @@ std::string masked(const Names& report)
     static const std::regex time(" +[0-9]+:[0-9:]*\\.[0-9]{2}"), share("\\( *[0-9.]+% machine");
     static const std::regex bytes(" +[0-9]+\\.[0-9]{2}( \\(.*\\))?$");
     std::string lines;
-    bool is_memory = false;
+    bool is_memory = false, is_texture = false;
     for (std::string line : report) {
+        if (line.rfind("0 ---", 0) == 0) {
+            is_texture = false;
+        } else if (line.rfind("0 OpenImageIO", 0) == 0) { // the image library's own account
+            is_texture = true;
+            lines += "0 OpenImageIO #\n";
+        }
+        if (is_texture)
+            continue;
         if (line[0] == '0')
             is_memory = line == "0 memory consumed in mb:";
         if (std::regex_match(line, at_times))
