@@ -88,7 +88,7 @@ bool OutputFile::createPartFor(const char* name)
     fclose(empty);
     if (isCompressedName(name) == isCompressedName(part))
         return true;
-    remove(part.c_str());
+    removePart(part);
     part.clear();
     return true;
 }
@@ -123,7 +123,7 @@ void OutputFile::discard()
         if (RvRVSCloseFile(closing, "w") != 0)
             RvRVSDestroyFile(closing);
     if (!part.empty())
-        remove(part.c_str());
+        removePart(part);
     part.clear();
 }
 

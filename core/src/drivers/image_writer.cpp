@@ -151,7 +151,7 @@ static ImageWriterPtr createFile(const std::string& name)
         return ImageWriterPtr(new ImageWriter(place, part, file));
     } catch (...) { // no memory: nobody else knows of the part
         fclose(file);
-        fs::remove(part);
+        removePart(part);
         throw;
     }
 }
@@ -198,7 +198,7 @@ bool finishImage(ImageWriter* writer)
         return false;
     errno = 0;
     const bool closed = fclose(std::exchange(writer->file, nullptr)) == 0;
-    writer->finished = closed && rename(writer->part_path.c_str(), writer->path.c_str()) == 0;
+    writer->finished = closed && movePart(writer->part_path, writer->path);
     if (!writer->finished)
         writer->error = strerror(errno);
     return writer->finished;
@@ -236,7 +236,7 @@ void ImageWriterDeleter::operator()(ImageWriter* writer) const
     if (writer->file)
         fclose(writer->file);
     if (!writer->finished)
-        remove(writer->part_path.c_str());
+        removePart(writer->part_path);
     delete writer;
 }
 

@@ -1,15 +1,70 @@
 // part_file: names and links of files that are replaced in one step.
 #include "system/part_file.h"
 
+#include <atomic>
 #include <errno.h>
 #include <fcntl.h>
+#include <mutex>
 #include <random>
+#include <stdlib.h>
+#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace rv {
 
 namespace fs = std::filesystem;
+
+// ---- Parts under way ----
+
+namespace {
+
+enum class Entry { free, used, taken }; // taken: by the end of the process, for good
+
+struct PartUnderWay {
+    std::atomic<Entry> state;
+    char name[4096]; // fixed while the entry is used
+};
+
+} // namespace
+
+// What is beyond the table stays when the process is interrupted.
+static PartUnderWay parts_under_way[64];
+static std::mutex parts_mutex; // of the threads that note and forget; the end waits for nobody
+static_assert(std::atomic<Entry>::is_always_lock_free);
+
+static void removePartsUnderWay()
+{
+    for (PartUnderWay& part : parts_under_way)
+        if (Entry used = Entry::used; part.state.compare_exchange_strong(used, Entry::taken))
+            unlink(part.name);
+}
+
+static void notePart(const fs::path& path)
+{
+    [[maybe_unused]] static const int registered = at_quick_exit(removePartsUnderWay);
+    const size_t size = strlen(path.c_str()) + 1;
+    const std::lock_guard guard(parts_mutex);
+    for (PartUnderWay& part : parts_under_way)
+        if (part.state == Entry::free && size <= sizeof part.name) {
+            memcpy(part.name, path.c_str(), size);
+            part.state = Entry::used;
+            return;
+        }
+}
+
+static void forgetPart(const fs::path& path)
+{
+    const std::lock_guard guard(parts_mutex);
+    for (PartUnderWay& part : parts_under_way)
+        if (part.state == Entry::used && !strcmp(part.name, path.c_str())) {
+            Entry used = Entry::used;
+            part.state.compare_exchange_strong(used, Entry::free);
+            return;
+        }
+}
+
+// ---- Places ----
 
 fs::path placeOf(const std::string& name)
 {
@@ -33,6 +88,8 @@ bool isReplaceable(const fs::path& place)
     return file;
 }
 
+// ---- Parts ----
+
 // Whoever could use an older file still can. The part of another's file is ours when it cannot be
 // given away; then the owner has to be able to write it. Some file systems know no permissions.
 static void takePermissions(const fs::path& place, FILE* part)
@@ -53,11 +110,15 @@ FILE* createPart(const fs::path& place, const std::string& extension, fs::path* 
         char name[64];
         snprintf(name, sizeof name, ".part-%08x%08x", random(), random());
         *part = place.parent_path() / (name + extension);
+        notePart(*part); // before there is anything to be left behind
         if (FILE* const file = fopen(part->c_str(), "w+bx")) {
             takePermissions(place, file);
             return file;
         }
-        if (errno != EEXIST)
+        const int reason = errno;
+        forgetPart(*part);
+        errno = reason;
+        if (reason != EEXIST)
             return nullptr;
     }
     return nullptr;
@@ -75,9 +136,23 @@ static bool isOnDisk(const fs::path& file)
     return synced;
 }
 
+bool movePart(const fs::path& part, const fs::path& place)
+{
+    if (rename(part.c_str(), place.c_str()) != 0)
+        return false;
+    forgetPart(part);
+    return true;
+}
+
 bool finishPart(const fs::path& part, const fs::path& place)
 {
-    return isOnDisk(part) && rename(part.c_str(), place.c_str()) == 0;
+    return isOnDisk(part) && movePart(part, place);
+}
+
+void removePart(const fs::path& part)
+{
+    remove(part.c_str());
+    forgetPart(part);
 }
 
 } // namespace rv
