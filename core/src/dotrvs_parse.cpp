@@ -518,10 +518,32 @@ static void parseLink(RtRVSFile* file, RtNode* node, const char* name, int type,
         refer(node, name, token, true);
 }
 
+// Pointers to code and data that only a program can have. A node in their place would be called,
+// or read as what it is not; all other pointers of parameters are pointers to nodes.
+static bool holdsAddress(const RtNode* node, const char* name)
+{
+    static constexpr struct {
+        const char *type, *param;
+    } addresses[] = {
+        { "procedural", "funcptr" },      { "procedural", "userptr" },
+        { "driver_display", "callback" }, { "driver_display", "callback_data" },
+        { "list_aggregate", "obj_list" },
+    };
+    const RtParamEntry* const param = findParameter(node->entry, name).param;
+    return param && std::any_of(std::begin(addresses), std::end(addresses), [&](const auto& row) {
+               return !strcmp(node->entry->name, row.type) && !strcmp(param->name, row.param);
+           });
+}
+
 static void parseNode(RtRVSFile* file, RtNode* node, const char* name, int type, bool defer)
 {
     char* const word = tokenArea(file, RV_AREA_A);
     RvRVSReadWord(file, word);
+    if (type == RV_TYPE_POINTER && !isNullName(word) && holdsAddress(node, name)) {
+        RvMsgWarning("%s.%s: an address, which only a program can give; ignoring \"%s\"",
+                     RvNodeGetName(node), name, word);
+        return;
+    }
     RtNode* const target = defer ? nullptr : lookUpPointee(word);
     const bool is_before = !strcmp(name, "@before");
     if (!target)
