@@ -5,6 +5,7 @@
 #include "array.h"
 #include "objects/gobject.h"
 #include "options.h"
+#include "override.h"
 
 #include <algorithm>
 
@@ -419,6 +420,10 @@ WrittenTransform::WrittenTransform(RtNode* shape) : node(shape)
 
 void RvRVSWriteNode(rv::SceneText* out, RtNode* node, bool only_changed)
 {
+    if (rv::keepsOverrides(node)) {
+        rv::writeOverrides(out, node);
+        return;
+    }
     if (node->creator) {
         out->write("### created by ");
         out->write(rv::nameOf(node->creator));

@@ -5,6 +5,7 @@
 #include "array.h"
 #include "dotrvs_parse.h"
 #include "dotrvs_references.h"
+#include "dotrvs_values.h"
 #include "frame.h"
 #include "msg.h"
 #include "scene.h"
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <limits.h>
 #include <string.h>
+#include <string_view>
 
 static const char* const module_path = "core\\src\\override";
 
@@ -312,6 +314,42 @@ static void applyTexts(RtNode* node, const char* texts, unsigned count)
         texts += length + 1;
     }
     RvRVSDestroyFile(file);
+}
+
+// ---- Writing ----
+
+bool keepsOverrides(const RtNode* node)
+{
+    RtSimpleHash* const table = overrideTable();
+    if (!table || node->entry->methods != &common || !contents(node).node_name)
+        return false;
+    const CritSecLock guard(&table->lock);
+    return simpleHash_lookup(table, contents(node).node_name) == node;
+}
+
+// A value ends where the reader would end it, whoever has stored it.
+static void writeEntry(SceneText* out, const Override& record, unsigned i)
+{
+    const RtArray* const value = elementsOf<RtArray*>(record.param_value)[i];
+    const size_t length = valueLength(value);
+    const std::string_view text(length ? elementsOf<char>(value) : "", length);
+    for (const char* word : { record.node_name, entryName(record, i) }) {
+        out->write(' ');
+        out->write(word);
+    }
+    out->write(' ');
+    out->write(text.data(), std::min(text.find_first_of("\n}"), length));
+    out->newline();
+}
+
+void writeOverrides(SceneText* out, const RtNode* node)
+{
+    const CritSecLock guard(&overrideTable()->lock);
+    const Override& record = contents(node);
+    out->write("override\n{\n");
+    for (unsigned i = 0; i < entryCount(record); ++i)
+        writeEntry(out, record, i);
+    out->write("}\n\n");
 }
 
 } // namespace rv

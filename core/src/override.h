@@ -10,6 +10,13 @@ namespace rv {
 
 extern const RtNodeMethods override_methods;
 
+class SceneText;
+
+// Whether the node keeps assignments for a node that may still come.
+bool keepsOverrides(const RtNode* node);
+// Writes such a node as the block that its assignments were read from.
+void writeOverrides(SceneText* out, const RtNode* node);
+
 } // namespace rv
 
 // Reads the block of an override statement: assignments to nodes that exist are carried out, those
