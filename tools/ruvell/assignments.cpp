@@ -6,6 +6,7 @@
 // exist.
 #include "assignments.h"
 #include "library_log.h"
+#include "option_values.h"
 #include "report.h"
 #include "scan_words.h"
 #include "scene.h"
@@ -211,6 +212,11 @@ static void requireCount(const std::vector<std::string>& value, size_t count, in
                              std::to_string(value.size()) };
 }
 
+static int64_t smallest(int type) { return type == RV_TYPE_INT ? INT32_MIN : 0; }
+
+// The reader takes no larger UINT either.
+static int64_t largest(int type) { return type == RV_TYPE_BYTE ? UINT8_MAX : INT32_MAX; }
+
 static void requireNumbers(const std::vector<std::string>& value, size_t first, int type)
 {
     const bool is_whole = type == RV_TYPE_BYTE || type == RV_TYPE_INT || type == RV_TYPE_UINT;
@@ -219,6 +225,10 @@ static void requireNumbers(const std::vector<std::string>& value, size_t first, 
             throw BadAssignment{ "'" + value[i] + "' is not a number" };
         if (is_whole && !isInteger(value[i]))
             throw BadAssignment{ "'" + value[i] + "' is not a whole number" };
+        if (is_whole && !parseWhole(value[i], smallest(type), largest(type)))
+            throw BadAssignment{ "'" + value[i] + "' is not within " +
+                                 std::to_string(smallest(type)) + " to " +
+                                 std::to_string(largest(type)) + ", as " + typeName(type) + " is" };
     }
 }
 

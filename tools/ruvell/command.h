@@ -16,7 +16,7 @@ enum ExitCode {
     exit_failure = 1, // the scene, the render or a file
     exit_usage = 2,   // the command line
     exit_timeout = 124,
-    exit_interrupted = 130
+    exit_signal = 128 // and the number of the signal that ended the command
 };
 
 // Each exit code with its meaning.

@@ -25,11 +25,7 @@ static CheckSettings settings;
 
 static void setup(CLI::App& app)
 {
-    app.add_option("SCENE", settings.files, "Scene files, loaded in order; - is standard input")
-        ->required()
-        ->type_name("");
-    app.add_flag("--json", settings.is_json, "Print JSON");
-    addSceneOptions(app, settings.scene);
+    addSceneArguments(app, settings.files, settings.is_json, settings.scene);
 }
 
 // ---- The two looks at the scenes ----
@@ -75,7 +71,7 @@ static void findProblems(Findings& findings)
     if (findings.has(Effect::endless) || findings.has(Effect::forbidden))
         return;
     if (settings.scene.safety.is_on)
-        rules.enforce({});
+        confineOnce(rules.confinement({}));
     loadAll(sources, universe, findings);
 }
 

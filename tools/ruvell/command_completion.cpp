@@ -2,14 +2,18 @@
 // options themselves.
 #include "command.h"
 #include "help_text.h"
+#include "safe.h"
 #include "text.h"
 #include <cstdio>
 
 namespace ruvell {
 
+static SafetySettings safety;
+
 static void setup(CLI::App& app)
 {
     static std::string shell;
+    addSafeFlag(app, safety);
     app.add_option("SHELL", shell, "The shell: bash")
         ->required()
         ->type_name("")
@@ -93,6 +97,7 @@ static void printScript(const CLI::App& application)
 
 static int run(CLI::App& app)
 {
+    confineWithoutScenes(safety, {});
     printScript(*app.get_parent());
     return exit_success;
 }

@@ -3,11 +3,11 @@
 #include "outputs.h"
 #include "report.h"
 #include "scene.h"
+#include "scene_paths.h"
 #include "text.h"
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <unistd.h>
 
 namespace ruvell {
@@ -48,8 +48,8 @@ static void setup(CLI::App& app)
 // The writer expands procedurals, so an OBJ file is read as the contents of one.
 static bool loadObjFile(const std::string& file)
 {
-    if (access(file.c_str(), R_OK) != 0) {
-        reportError(file + ": " + std::strerror(errno));
+    if (access(file.c_str(), R_OK) != 0 || isFolder(file)) {
+        reportError(file + ": " + std::strerror(isFolder(file) ? EISDIR : errno));
         return false;
     }
     TrustedPaths trusted = trustedPaths(settings.scene);
@@ -67,48 +67,27 @@ static bool loadInput()
                                      : loadScenes(settings.scene, { settings.input });
 }
 
-// Beside the output, so that it can take its place in one step, with an extension that the writer
-// knows.
-static std::string temporaryName()
-{
-    const std::filesystem::path path(settings.output);
-    const std::string name = ".ruvell-" + std::to_string(getpid()) + "-" + path.filename().string();
-    return (path.parent_path() / name).string();
-}
-
-// An older file that is replaced hands on who may use it.
-static void takePermissions(const std::string& file)
-{
-    std::error_code error;
-    const auto older = std::filesystem::status(settings.output, error);
-    if (std::filesystem::exists(older))
-        std::filesystem::permissions(file, older.permissions(), error);
-}
-
-// The block of an "override" node would be read as a statement of that name.
-static constexpr unsigned written_kinds = RV_NODE_ALL & ~RV_NODE_OVERRIDE;
-
+// The library replaces an older file in one step, once the new one is complete.
 static bool writeOutput()
 {
-    const std::string temporary = temporaryName();
     int result = 0;
-    const auto messages = captureMessages(
-        [&] { result = RvRVSWrite(temporary.c_str(), written_kinds, isObjFile(settings.input)); });
+    const auto messages = captureMessages([&] {
+        result = RvRVSWrite(settings.output.c_str(), RV_NODE_ALL, isObjFile(settings.input));
+    });
     showMessages(messages);
     const bool has_error = std::any_of(messages.begin(), messages.end(), [](const auto& message) {
         return message.severity >= severity_error;
     });
-    takePermissions(temporary);
-    if (result == 0 && !has_error && std::rename(temporary.c_str(), settings.output.c_str()) == 0)
-        return true;
-    reportError("cannot write " + settings.output);
-    unlink(temporary.c_str());
-    return false;
+    if (result != 0)
+        reportError("cannot write " + settings.output);
+    else if (has_error)
+        reportError(settings.output + " lacks what could not be converted");
+    return result == 0 && !has_error;
 }
 
 static int run(CLI::App&)
 {
-    if (!openLog(settings.scene.log) || !checkFolderOf(settings.output))
+    if (!openLog(settings.scene.log) || !checkSceneFile(settings.output))
         return exit_failure;
     settings.scene.written_files = { settings.output };
     const Universe universe(settings.scene);

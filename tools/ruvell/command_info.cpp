@@ -54,11 +54,7 @@ static InfoSettings settings;
 
 static void setup(CLI::App& app)
 {
-    app.add_option("SCENE", settings.files, "Scene files, loaded in order; - is standard input")
-        ->required()
-        ->type_name("");
-    app.add_flag("--json", settings.is_json, "Print JSON");
-    addSceneOptions(app, settings.scene);
+    addSceneArguments(app, settings.files, settings.is_json, settings.scene);
 }
 
 // ---- Gathering ----

@@ -1,13 +1,16 @@
 // `ruvell manual`, hidden: prints the man page, made from the help of all commands.
 #include "command.h"
 #include "help_text.h"
+#include "safe.h"
 #include <cstdio>
 #include <ruvell/rv.h>
 #include <sstream>
 
 namespace ruvell {
 
-static void setup(CLI::App&) {}
+static SafetySettings safety;
+
+static void setup(CLI::App& app) { addSafeFlag(app, safety); }
 
 // Text for the formatter of man pages: no hyphens that break, no dots that begin a request.
 static std::string escaped(const std::string& text)
@@ -78,6 +81,7 @@ static void printExitCodes()
 
 static int run(CLI::App& app)
 {
+    confineWithoutScenes(safety, {});
     const CLI::App& application = *app.get_parent();
     print(std::string(".\\\" Made by 'ruvell manual'.\n.TH RUVELL 1 \"\" \"Ruvell ") +
           RvGetVersion(nullptr, nullptr, nullptr, nullptr) +

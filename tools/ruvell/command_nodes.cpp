@@ -33,6 +33,7 @@ static void setup(CLI::App& app)
         app.add_flag("--markdown", settings.is_markdown, "Print a page of documentation");
     app.add_flag("--json", settings.is_json, "Print JSON")->excludes(markdown);
     addPluginOption(app, settings.scene);
+    addSafeFlag(app, settings.scene.safety);
 }
 
 // ---- For reading ----
@@ -143,6 +144,7 @@ static std::vector<TypeInfo> chosenTypes()
 static int run(CLI::App&)
 {
     const Universe universe(settings.scene);
+    confineWithoutScenes(settings.scene.safety, trustedPaths(settings.scene));
     const auto types = chosenTypes();
     if (types.empty())
         return exit_failure;

@@ -2,6 +2,7 @@
 #include "assignments.h"
 #include "command.h"
 #include "frames.h"
+#include "option_values.h"
 #include "outputs.h"
 #include "progress.h"
 #include "report.h"
@@ -10,7 +11,6 @@
 #include "watch.h"
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <regex>
@@ -45,6 +45,9 @@ struct GivenOptions {
     CLI::Option* seed;
 };
 
+// What is rendered, one after the other; without a number when there is no sequence.
+using Frames = std::vector<std::optional<int>>;
+
 struct Size {
     int width, height;
 };
@@ -56,6 +59,8 @@ static GivenOptions given;
 
 // ---- Options ----
 
+static constexpr int max_side = 65535; // as much as most formats of images can tell
+
 static std::optional<Size> parseResolution(const std::string& text)
 {
     static const std::regex form("([0-9]{1,6})[xX]([0-9]{1,6})");
@@ -63,17 +68,15 @@ static std::optional<Size> parseResolution(const std::string& text)
     if (!std::regex_match(text, part, form))
         return std::nullopt;
     const Size size{ std::atoi(part[1].str().c_str()), std::atoi(part[2].str().c_str()) };
-    return size.width > 0 && size.height > 0 ? std::optional(size) : std::nullopt;
+    const auto is_side = [](int pixels) { return pixels > 0 && pixels <= max_side; };
+    return is_side(size.width) && is_side(size.height) ? std::optional(size) : std::nullopt;
 }
 
 static std::string checkResolution(const std::string& text)
 {
-    return parseResolution(text) ? "" : "'" + text + "' is not a size such as 640x480";
-}
-
-static std::string checkTimeout(const std::string& text)
-{
-    return parseDuration(text) ? "" : "'" + text + "' is not a duration such as 90s, 2m or 1h30m";
+    return parseResolution(text) ? ""
+                                 : "'" + text + "' is not a size such as 640x480, of at most " +
+                                       std::to_string(max_side) + " pixels each way";
 }
 
 static std::string checkFrames(const std::string& text)
@@ -86,7 +89,8 @@ static void setupImageOptions(CLI::App& app)
     app.add_option("-o,--output", settings.output,
                    "Write the image to FILE; its extension chooses the driver. Needed when the "
                    "scene has no outputs, and otherwise in place of them")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(checkName);
     app.add_option("-r,--resolution", settings.resolution, "Size of the image in pixels")
         ->type_name("WxH")
         ->check(checkResolution);
@@ -98,22 +102,21 @@ static void setupImageOptions(CLI::App& app)
         app.add_option("--aa", settings.aa_samples,
                        "N x N camera samples per pixel; below 0 every 2^-N-th pixel only")
             ->type_name("N")
-            ->check(CLI::Range(-16, 64));
-    app.add_option("--camera", settings.camera, "Look through the camera NAME")->type_name("NAME");
-    given.seed =
-        app.add_option("--seed", settings.seed, "Seed of the sampling patterns")->type_name("N");
+            ->check(wholeNumber(-16, 64));
+    app.add_option("--camera", settings.camera, "Look through the camera NAME")
+        ->type_name("NAME")
+        ->check(checkName);
+    given.seed = app.add_option("--seed", settings.seed, "Seed of the sampling patterns")
+                     ->type_name("N")
+                     ->check(wholeNumber(INT32_MIN, INT32_MAX));
 }
 
 static void setupSceneOptions(CLI::App& app)
 {
-    app.add_option("-D,--define", settings.assignments,
-                   "Set a parameter, with the value written as in a scene file, or link it to a "
-                   "node; may be repeated")
-        ->type_name("NODE.PARAM=VALUE")
-        ->check(checkAssignment)
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRepeatable(app, "-D,--define", settings.assignments,
+                  "Set a parameter, with the value written as in a scene file, or link it to a "
+                  "node; may be repeated",
+                  "NODE.PARAM=VALUE", CLI::Validator(checkAssignment, "", ""));
     app.add_option("--frames", settings.frames,
                    "Render the frames A to B, every STEPth, one after the other; the number goes "
                    "where names of scenes and outputs have #### or %04d")
@@ -127,21 +130,20 @@ static void setupRunOptions(CLI::App& app)
     given.threads =
         app.add_option("-t,--threads", settings.threads, "Number of threads; 0 for one per core")
             ->type_name("N")
-            ->check(CLI::Range(0, 64));
+            ->check(wholeNumber(0, 64));
     app.add_option("--timeout", settings.timeout,
                    "Stop as Ctrl-C does when DURATION has passed: 90s, 2m, 1h30m")
         ->type_name("DURATION")
-        ->check(checkTimeout);
+        ->check(checkDuration);
     app.add_flag("--stats", settings.shows_statistics, "Print the statistics report");
     app.add_option("--stats-json", settings.statistics_file, "Write the statistics to FILE as JSON")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(checkName);
 }
 
 static void setup(CLI::App& app)
 {
-    app.add_option("SCENE", settings.files, "Scene files, loaded in order; - is standard input")
-        ->required()
-        ->type_name("");
+    addSceneFiles(app, settings.files);
     setupImageOptions(app);
     setupSceneOptions(app);
     setupRunOptions(app);
@@ -216,10 +218,7 @@ static std::vector<std::string> filesOfFrame(std::optional<int> frame)
 // All that must be in order before the first bucket.
 static bool prepareScene(std::optional<int> frame)
 {
-    settings.scene.written_files.clear();
-    for (const std::string& file : { settings.output, settings.statistics_file })
-        if (!file.empty())
-            settings.scene.written_files.push_back(file);
+    settings.scene.frame = frame;
     if (!loadScenes(settings.scene, filesOfFrame(frame)))
         return false;
     applyOptions();
@@ -238,7 +237,7 @@ namespace {
 struct Renders {
     Progress progress;
     std::vector<StatisticsLine> statistics; // of the running frame
-    Json records = Json::array();
+    StatisticsFile file;
 };
 
 } // namespace
@@ -301,10 +300,24 @@ static Json recordOf(std::optional<int> frame, int result, double seconds,
     return record;
 }
 
-static int renderFrame(Watch& watch, Renders& renders, std::optional<int> frame)
+static void confineToAll(const Frames& frames)
+{
+    std::vector<FrameFiles> all;
+    SceneSettings scene = settings.scene;
+    for (const std::optional<int> frame : frames) {
+        scene.frame = frame;
+        all.push_back({ filesOfFrame(frame), trustedPaths(scene) });
+    }
+    confineToFrames(settings.scene.safety, all);
+}
+
+static int renderFrame(Watch& watch, Renders& renders, const Frames& frames, size_t index)
 {
     const auto start = std::chrono::steady_clock::now();
+    const std::optional<int> frame = frames[index];
     const Universe universe(settings.scene);
+    if (settings.scene.safety.is_on && frames.size() > 1 && index == 0)
+        confineToAll(frames);
     if (!prepareScene(frame))
         return exit_failure;
     renders.statistics.clear();
@@ -315,24 +328,11 @@ static int renderFrame(Watch& watch, Renders& renders, std::optional<int> frame)
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
     if (settings.shows_statistics)
         printStatistics(renders.statistics);
-    renders.records.push_back(recordOf(frame, result, elapsed.count(), renders.statistics));
+    renders.file.add(recordOf(frame, result, elapsed.count(), renders.statistics));
     if (result == RV_SUCCESS || result == RV_INTERRUPT)
         return watch.stopCode();
     reportError(describe(result));
     return exit_failure;
-}
-
-static bool writeStatistics(const Renders& renders)
-{
-    if (settings.statistics_file.empty())
-        return true;
-    const Json document{ { "version", RvGetVersion(nullptr, nullptr, nullptr, nullptr) },
-                         { "renders", renders.records } };
-    std::ofstream file(settings.statistics_file);
-    file << document.dump(2, ' ', false, Json::error_handler_t::replace) << '\n';
-    if (!file.flush())
-        reportError("cannot write " + settings.statistics_file);
-    return file.good();
 }
 
 // ---- The command ----
@@ -353,17 +353,18 @@ static std::string usageProblem(const std::optional<std::vector<int>>& frames)
     return "";
 }
 
-static int renderFrames(const std::vector<std::optional<int>>& frames)
+static int renderFrames(const Frames& frames)
 {
     Renders renders;
+    if (!renders.file.open(settings.statistics_file))
+        return exit_failure;
     Watch watch(parseDuration(settings.timeout), [&] { renders.progress.refresh(); });
     listen(renders);
     int code = exit_success;
     for (size_t i = 0; i < frames.size() && code == exit_success; ++i)
-        code = renderFrame(watch, renders, frames[i]);
-    if (!writeStatistics(renders) && code == exit_success)
-        code = exit_failure;
-    return code;
+        code = renderFrame(watch, renders, frames, i);
+    const bool is_written = renders.file.close();
+    return code == exit_success && !is_written ? exit_failure : code;
 }
 
 static int run(CLI::App&)
@@ -375,9 +376,9 @@ static int run(CLI::App&)
     }
     if (!openLog(settings.scene.log))
         return exit_failure;
-    if (!settings.statistics_file.empty() && !checkFolderOf(settings.statistics_file))
-        return exit_failure;
-    std::vector<std::optional<int>> frames{ std::nullopt };
+    if (!settings.output.empty())
+        settings.scene.written_files = { settings.output };
+    Frames frames{ std::nullopt };
     if (range)
         frames.assign(range->begin(), range->end());
     return renderFrames(frames);

@@ -1,5 +1,6 @@
 // The list of sub-commands, and what their exit codes mean.
 #include "command.h"
+#include <csignal>
 
 namespace ruvell {
 
@@ -13,7 +14,9 @@ static const std::pair<int, const char*> exit_code_texts[] = {
     { exit_failure, "failure: of the scene, the render or a file" },
     { exit_usage, "wrong use of the command line" },
     { exit_timeout, "stopped by --timeout" },
-    { exit_interrupted, "interrupted" },
+    { exit_signal + SIGHUP, "the terminal was closed" },
+    { exit_signal + SIGINT, "interrupted" },
+    { exit_signal + SIGTERM, "told to end" },
 };
 
 std::span<const std::pair<int, const char*>> exitCodeTexts() { return exit_code_texts; }

@@ -15,8 +15,10 @@ void Findings::add(Finding finding)
     if (occurrences.size() >= max_messages && finding.effect == Effect::none)
         return;
     // A problem that stops the load must not drown in others of the same text.
-    if (++occurrences[finding.message] <= max_occurrences || !has(finding.effect))
-        kept.push_back(std::move(finding));
+    if (++occurrences[finding.message] > max_occurrences && has(finding.effect))
+        return;
+    effects.insert(finding.effect);
+    kept.push_back(std::move(finding));
 }
 
 bool Findings::has(Topic topic) const
@@ -25,11 +27,7 @@ bool Findings::has(Topic topic) const
                        [topic](const Finding& finding) { return finding.topic == topic; });
 }
 
-bool Findings::has(Effect effect) const
-{
-    return std::any_of(kept.begin(), kept.end(),
-                       [effect](const Finding& finding) { return finding.effect == effect; });
-}
+bool Findings::has(Effect effect) const { return effects.count(effect) > 0; }
 
 std::vector<Finding> Findings::sorted() const
 {
@@ -73,10 +71,13 @@ static const char* severityName(Weight weight)
 
 std::string describe(const Finding& finding)
 {
-    std::string text = printable(finding.place.file) + ":";
+    std::string text = printable(finding.place.file);
     if (finding.place.line > 0)
-        text += std::to_string(finding.place.line) + ":";
-    text += std::string(" ") + severityName(finding.weight) + ": " + printable(finding.message);
+        text.append(":").append(std::to_string(finding.place.line));
+    if (!text.empty())
+        text += ": ";
+    text += severityName(finding.weight);
+    text.append(": ").append(printable(finding.message));
     if (!finding.hint.empty())
         text += " (" + printable(finding.hint) + ")";
     return text;

@@ -3,6 +3,7 @@
 #define RUVELL_FINDINGS_H
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ enum class Topic {
     array,
     declaration,
     nesting,
+    address,
     unseen, // cannot be checked
     text,   // NULs and the like
 };
@@ -66,6 +68,7 @@ public:
 
 private:
     std::vector<Finding> kept;
+    std::set<Effect> effects;               // of these
     std::map<std::string, int> occurrences; // by message
     std::map<std::string, size_t> file_order;
 };

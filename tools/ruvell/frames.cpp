@@ -8,7 +8,13 @@ namespace ruvell {
 
 static const int max_frame_count = 1'000'000;
 
-static const std::regex& framePlace()
+static const std::regex& placeInFolder()
+{
+    static const std::regex place("%(0?)([0-9]?)d");
+    return place;
+}
+
+static const std::regex& placeInFile()
 {
     static const std::regex place("#+|%(0?)([0-9]?)d");
     return place;
@@ -32,8 +38,6 @@ std::optional<std::vector<int>> parseFrames(const std::string& text)
     return frames;
 }
 
-bool hasFramePlace(const std::string& name) { return std::regex_search(name, framePlace()); }
-
 static std::string number(int frame, int width, bool has_zeros)
 {
     char text[300];
@@ -49,15 +53,36 @@ static std::string placeText(const std::smatch& place, int frame)
     return number(frame, std::atoi(place[2].str().c_str()), place[1].length() > 0);
 }
 
-std::string withFrame(const std::string& name, int frame)
+// Puts the number into one part of a name, where the pattern matches.
+static std::string filled(std::string rest, const std::regex& pattern, int frame)
 {
-    std::string result, rest = name;
+    std::string result;
     std::smatch place;
-    while (std::regex_search(rest, place, framePlace())) {
+    while (std::regex_search(rest, place, pattern)) {
         result += place.prefix().str() + placeText(place, frame);
         rest = place.suffix().str();
     }
     return result + rest;
+}
+
+static size_t folderLength(const std::string& name)
+{
+    const size_t slash = name.rfind('/');
+    return slash == std::string::npos ? 0 : slash + 1;
+}
+
+std::string withFrame(const std::string& name, int frame)
+{
+    const size_t length = folderLength(name);
+    return filled(name.substr(0, length), placeInFolder(), frame) +
+           filled(name.substr(length), placeInFile(), frame);
+}
+
+bool hasFramePlace(const std::string& name)
+{
+    const size_t length = folderLength(name);
+    return std::regex_search(name.substr(0, length), placeInFolder()) ||
+           std::regex_search(name.substr(length), placeInFile());
 }
 
 } // namespace ruvell

@@ -12,7 +12,8 @@ namespace ruvell {
 // than a million frames.
 std::optional<std::vector<int>> parseFrames(const std::string& text);
 
-// True when the name has a place for the number: a run of '#', or "%d", "%4d", "%04d".
+// True when the name has a place for the number: "%d", "%4d", "%04d", or a run of '#' in the name
+// of the file itself; in those of its folders '#' is a letter as others.
 bool hasFramePlace(const std::string& name);
 
 // The name with each such place filled. A run of '#' is as many digits, zeros in front.

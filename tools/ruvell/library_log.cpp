@@ -1,6 +1,7 @@
 // Routing of the library's messages.
 #include "library_log.h"
 #include "build_info.h"
+#include "option_values.h"
 #include "report.h"
 #include "terminal.h"
 #include <algorithm>
@@ -118,7 +119,8 @@ void addLogOptions(CLI::App& app, LogSettings& settings)
                  "Say more: what is being done; twice: every detail");
     app.add_flag("-q,--quiet", settings.quiet, "Say nothing but errors");
     app.add_option("--log-file", settings.log_file, "Write a log with times and memory to FILE")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(checkName);
 }
 
 bool openLog(const LogSettings& settings)

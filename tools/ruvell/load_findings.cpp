@@ -33,7 +33,10 @@ static constexpr struct {
     { "could not set ARRAY parameter", Topic::array },
     { "string longer than", Topic::text },
     { "nested deeper than", Topic::nesting },
+    { "an address, which only a program can give", Topic::address },
     { ": No such file or directory", Topic::missing_file },
+    { ": Is a directory", Topic::missing_file },
+    { ": Permission denied", Topic::missing_file },
 };
 
 static bool isKnown(const LoadMessage& message, const Findings& findings)

@@ -2,9 +2,16 @@
 // public interface of the library.
 #include "application.h"
 #include "report.h"
+#include "signals.h"
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <fcntl.h>
+#include <iostream>
+#include <poll.h>
 #include <string>
+#include <unistd.h>
 
 namespace ruvell {
 
@@ -50,6 +57,37 @@ static int closeParsing(const CLI::App& application, const CLI::ParseError& erro
     return exit_usage;
 }
 
+// A file that is opened must not take the place of one that whoever started us has closed: results
+// or messages would go into it.
+static void occupyStandardFiles()
+{
+    for (const int standard : { STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO })
+        if (fcntl(standard, F_GETFD) < 0)
+            open("/dev/null", standard == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+// Whether whoever reads our results has left: then nobody misses the rest.
+static bool isReaderGone()
+{
+    pollfd output = { STDOUT_FILENO, POLLOUT, 0 };
+    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR);
+}
+
+// False when some of the results could not be written, with an error unless nobody reads them.
+static bool closeOutput()
+{
+    errno = 0;
+    std::cout.flush();
+    const bool is_flushed = std::fflush(stdout) == 0;
+    const int reason = errno;
+    if (is_flushed && !std::ferror(stdout))
+        return true;
+    if (!isReaderGone())
+        reportError(std::string("cannot write the results") +
+                    (reason ? std::string(": ") + std::strerror(reason) : ""));
+    return false;
+}
+
 static int runCommandLine(int argc, char** argv)
 {
     const auto application = makeApplication();
@@ -66,10 +104,14 @@ static int runCommandLine(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    ruvell::occupyStandardFiles();
+    ruvell::endTidilyOnSignals();
+    int code = ruvell::exit_failure;
     try {
-        return ruvell::runCommandLine(argc, argv);
+        code = ruvell::runCommandLine(argc, argv);
     } catch (const std::exception& error) {
         ruvell::reportError(error.what());
     }
-    return ruvell::exit_failure;
+    const bool is_written = ruvell::closeOutput();
+    return code == ruvell::exit_success && !is_written ? ruvell::exit_failure : code;
 }

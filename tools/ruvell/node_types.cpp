@@ -92,7 +92,7 @@ static std::string arrayText(const RtArray* array)
         const RtPoint2 p = RvArrayGetPnt2(array, i);
         return numbersText({ p.x, p.y });
     }
-    case RV_TYPE_STRING: return quoted(RvArrayGetStr(array, i), '"');
+    case RV_TYPE_STRING: return quoted(RvArrayGetStr(array, i));
     case RV_TYPE_MATRIX: {
         RtMatrix matrix;
         RvArrayGetMtx(array, i, &matrix);
@@ -117,7 +117,7 @@ static std::string defaultText(const RtParamEntry* entry)
     case RV_TYPE_VECTOR: return numbersText({ value->VEC.x, value->VEC.y, value->VEC.z });
     case RV_TYPE_POINT: return numbersText({ value->PNT.x, value->PNT.y, value->PNT.z });
     case RV_TYPE_POINT2: return numbersText({ value->PNT2.x, value->PNT2.y });
-    case RV_TYPE_STRING: return quoted(value->STR ? value->STR : "", '"');
+    case RV_TYPE_STRING: return quoted(value->STR ? value->STR : "");
     case RV_TYPE_POINTER:
     case RV_TYPE_NODE: return "NULL";
     case RV_TYPE_ARRAY: return arrayText(value->ARRAY);

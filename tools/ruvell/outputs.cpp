@@ -3,6 +3,7 @@
 #include "frames.h"
 #include "report.h"
 #include "scene.h"
+#include "scene_paths.h"
 #include "text.h"
 #include <algorithm>
 #include <cerrno>
@@ -164,22 +165,29 @@ static int tryToWriteIn(const std::string& folder)
     return 0;
 }
 
-bool checkFolderOf(const std::string& file)
+// Images, and scenes where they can, grow beside the file that they replace, which a link may lead
+// to.
+static int whyNotWritable(const std::string& file, bool needs_folder)
 {
-    const std::filesystem::path path(file);
-    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
-    std::error_code status_error;
-    int error = 0;
-    if (std::filesystem::is_directory(path, status_error))
-        error = EISDIR;
-    else if (std::filesystem::exists(path, status_error))
-        error = access(file.c_str(), W_OK) == 0 ? 0 : errno;
-    else
-        error = tryToWriteIn(folder);
+    const std::string place = realPath(file);
+    if (isFolder(place))
+        return EISDIR;
+    if (exists(place) && access(place.c_str(), W_OK) != 0)
+        return errno;
+    return needs_folder || !exists(place) ? tryToWriteIn(folderOf(place)) : 0;
+}
+
+static bool checkFile(const std::string& file, bool needs_folder)
+{
+    const int error = whyNotWritable(file, needs_folder);
     if (error != 0)
         reportError("cannot write " + file + ": " + std::strerror(error));
     return error == 0;
 }
+
+bool checkImageFile(const std::string& file) { return checkFile(file, true); }
+
+bool checkSceneFile(const std::string& file) { return checkFile(file, false); }
 
 bool checkOutputFolders()
 {
@@ -192,7 +200,7 @@ bool checkOutputFolders()
     for (const OutputStatement& statement : statements)
         if (const std::string file = outputFile(statement); !file.empty())
             files.insert(file);
-    return std::count_if(files.begin(), files.end(), checkFolderOf) ==
+    return std::count_if(files.begin(), files.end(), checkImageFile) ==
            static_cast<ptrdiff_t>(files.size());
 }
 

@@ -32,12 +32,13 @@ void redirectOutputs(const std::string& file);
 // Fills the places for frame numbers in the file names of all drivers.
 void numberOutputs(int frame);
 
-// True when the scene has outputs and the folder of each can be written; otherwise reports an error
-// for each that cannot.
-bool checkOutputFolders();
+// True when the file can be written; otherwise reports an error. An image needs a folder that takes
+// new files, a scene does so only when it is new itself.
+bool checkImageFile(const std::string& file);
+bool checkSceneFile(const std::string& file);
 
-// As above for one more file that is to be written.
-bool checkFolderOf(const std::string& file);
+// True when the scene has outputs and all of them can be written; otherwise reports errors.
+bool checkOutputFolders();
 
 } // namespace ruvell
 

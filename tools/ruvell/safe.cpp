@@ -1,7 +1,10 @@
 // Safe mode: rules, what they refuse before loading, and what the system enforces afterwards.
 #include "safe.h"
 #include "confine.h"
+#include "duration.h"
+#include "frames.h"
 #include "library_log.h"
+#include "option_values.h"
 #include "report.h"
 #include "scene_paths.h"
 #include <algorithm>
@@ -11,6 +14,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <new>
+#include <set>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -18,31 +22,40 @@
 
 namespace ruvell {
 
+// ---- Options ----
+
+void addSafeFlag(CLI::App& app, SafetySettings& settings)
+{
+    app.add_flag("--safe", settings.is_on, "Give up access to files and programs before the work");
+}
+
 void addSafetyOptions(CLI::App& app, SafetySettings& settings)
 {
     CLI::Option* safe =
         app.add_flag("--safe", settings.is_on,
                      "For scenes from strangers: no commands, no plug-ins, no files outside of the "
                      "roots, bounded memory");
-    app.add_option("--root", settings.roots,
-                   "With --safe: the scene may read and write below DIR; may be repeated. Without "
-                   "it, below the folders of the scenes")
-        ->type_name("DIR")
-        ->check(CLI::ExistingDirectory)
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+    addRepeatable(app, "--root", settings.roots,
+                  "With --safe: the scene may read and write below DIR; may be repeated. Without "
+                  "it, below the folders of the scenes",
+                  "DIR", CLI::ExistingDirectory)
         ->needs(safe);
     app.add_option("--max-memory", settings.max_memory,
                    "With --safe: bound of the memory, such as 500M or 4G; half of the machine's "
                    "unless given")
         ->type_name("SIZE")
-        ->transform(CLI::AsSizeValue(false))
+        ->check(checkMemory)
         ->needs(safe);
     app.add_option("--max-nodes", settings.max_nodes,
                    "With --safe: bound of the number of nodes; 1000000 unless given")
         ->type_name("N")
-        ->check(CLI::PositiveNumber)
+        ->check(wholeNumber(1, INT32_MAX))
+        ->needs(safe);
+    app.add_option("--max-scan", settings.max_scan,
+                   "With --safe: bound of the time it takes to look at the scene before it is "
+                   "loaded; 1m unless given")
+        ->type_name("DURATION")
+        ->check(checkDuration)
         ->needs(safe);
 }
 
@@ -50,7 +63,8 @@ void addSafetyOptions(CLI::App& app, SafetySettings& settings)
 
 SafetyRules::SafetyRules(const SafetySettings& safety, const SceneSources& sources,
                          const TrustedPaths& trusted_paths)
-    : settings(safety), trusted(trusted_paths)
+    : settings(safety), max_memory(parseMemory(safety.max_memory).value_or(physicalMemory() / 2)),
+      trusted(trusted_paths)
 {
     for (const std::string& root : settings.roots)
         roots.push_back(realPath(root));
@@ -65,8 +79,6 @@ SafetyRules::SafetyRules(const SafetySettings& safety, const SceneSources& sourc
     for (const auto* paths : { &trusted.searched, &trusted.read })
         for (const std::string& path : *paths)
             files.push_back(realPath(path));
-    if (settings.max_memory == 0)
-        settings.max_memory = physicalMemory() / 2;
 }
 
 bool SafetyRules::isReadable(const std::string& real) const
@@ -89,14 +101,14 @@ std::string SafetyRules::refuseReading(const std::string& path) const
 
 std::string SafetyRules::refuseWriting(const std::string& path) const
 {
+    const std::string real = realPath(path);
+    for (const std::string& output : trusted.written)
+        if (real == realPath(trusted.frame ? withFrame(output, *trusted.frame) : output))
+            return "";
     if (isDanglingLink(path))
         return "writing through the symbolic link \"" + path + '"';
-    const std::string real = realPath(path);
     if (std::find(files.begin(), files.end(), real) != files.end())
         return "writing over the scene " + shownPath(path, real);
-    for (const std::string& file : trusted.written)
-        if (real == realPath(file))
-            return "";
     for (const std::string& root : roots)
         if (isInside(real, root))
             return "";
@@ -110,6 +122,8 @@ ScanOptions SafetyRules::scanOptions() const
     options.refuseReading = [this](const std::string& path) { return refuseReading(path); };
     options.refuseWriting = [this](const std::string& path) { return refuseWriting(path); };
     options.max_nodes = settings.max_nodes;
+    options.max_time = parseDuration(settings.max_scan);
+    options.frame = trusted.frame;
     return options;
 }
 
@@ -149,31 +163,46 @@ void SafetyRules::boundMemory() const
         return;
     std::snprintf(out_of_memory, sizeof out_of_memory,
                   "ruvell: error: the scene needs more memory than the %llu MB of --max-memory\n",
-                  static_cast<unsigned long long>(settings.max_memory >> 20));
+                  static_cast<unsigned long long>(max_memory >> 20));
     std::set_new_handler(reportNoMemory);
     setListener(RV_LOG_ERRORS,
                 [](int, const std::string& text, int) { explainLackOfMemory(text); });
-    if (!limitMemory(settings.max_memory))
+    if (!limitMemory(max_memory))
         reportWarning("the memory cannot be bounded on this system");
 }
 
-void SafetyRules::enforce(const std::vector<std::string>& outputs) const
+// Only what the scan would allow too: the number of a frame may lead elsewhere than its place.
+Confinement SafetyRules::confinement(const std::vector<std::string>& outputs) const
 {
-    static bool is_enforced = false;
-    if (std::exchange(is_enforced, true))
-        return;
     Confinement confinement;
     confinement.readable = roots;
     confinement.readable.insert(confinement.readable.end(), files.begin(), files.end());
     confinement.readable.push_back(joinPath(libraryFolder(), "ruvell.mtd"));
     for (const auto* paths : { &outputs, &trusted.written })
-        for (const std::string& file : *paths)
-            confinement.writable.push_back(folderOf(file));
+        for (const std::string& output : *paths) {
+            const std::string file = trusted.frame ? withFrame(output, *trusted.frame) : output;
+            if (refuseWriting(file).empty())
+                confinement.writable.push_back(folderOf(realPath(file)));
+        }
     confinement.may_load_code = trusted.has_plugins;
+    return confinement;
+}
+
+void confineOnce(const Confinement& confinement)
+{
+    static bool is_confined = false;
+    if (std::exchange(is_confined, true))
+        return;
     const std::string missing = confineProcess(confinement);
     if (!missing.empty())
         reportWarning("safe mode: this system cannot confine " + missing +
                       "; the check of the scene alone must do");
+}
+
+void confineWithoutScenes(const SafetySettings& settings, const TrustedPaths& trusted)
+{
+    if (settings.is_on)
+        confineOnce(SafetyRules(settings, SceneSources({}), trusted).confinement({}));
 }
 
 // ---- Scenes ----
@@ -264,8 +293,45 @@ bool prepareScenes(const SceneSources& sources, const SafetySettings& settings,
         return false;
     }
     if (settings.is_on)
-        rules.enforce(scan.outputFiles());
+        confineOnce(rules.confinement(scan.outputFiles()));
     return true;
+}
+
+// ---- Frames ----
+
+static std::vector<std::string> outputsOf(const SafetyRules& rules, const SceneSources& sources,
+                                          const std::vector<std::string>& search_dirs)
+{
+    Findings ignored; // until it is the turn of the frame
+    ScanOptions options = rules.scanOptions();
+    options.search_dirs = search_dirs;
+    SceneScan scan(std::move(options), UniverseState::now(), ignored);
+    for (const SceneSource& source : sources.list())
+        scan.scanScene(source.path, source.shown);
+    scan.finish();
+    return scan.outputFiles();
+}
+
+void confineToFrames(const SafetySettings& settings, const std::vector<FrameFiles>& frames)
+{
+    std::set<std::string> readable, writable;
+    const std::vector<std::string>* scanned = nullptr;
+    std::vector<std::string> outputs;
+    for (const FrameFiles& frame : frames) {
+        const SceneSources sources(frame.scenes);
+        const SafetyRules rules(settings, sources, frame.trusted);
+        rules.boundMemory();
+        if (!scanned || *scanned != frame.scenes)
+            outputs = outputsOf(rules, sources, frame.trusted.searched);
+        scanned = &frame.scenes;
+        const Confinement needed = rules.confinement(outputs);
+        readable.insert(needed.readable.begin(), needed.readable.end());
+        writable.insert(needed.writable.begin(), needed.writable.end());
+    }
+    const bool has_plugins = !frames.empty() && frames.front().trusted.has_plugins;
+    confineOnce({ { readable.begin(), readable.end() },
+                  { writable.begin(), writable.end() },
+                  has_plugins });
 }
 
 } // namespace ruvell

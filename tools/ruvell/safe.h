@@ -2,10 +2,12 @@
 #ifndef RUVELL_SAFE_H
 #define RUVELL_SAFE_H
 
+#include "confine.h"
 #include "findings.h"
 #include "scan.h"
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,12 +16,16 @@ namespace ruvell {
 struct SafetySettings {
     bool is_on = false;
     std::vector<std::string> roots; // empty: the folders of the scenes
-    uint64_t max_memory = 0;        // bytes; 0: half of the machine's
+    std::string max_memory;         // empty: half of the machine's
     uint64_t max_nodes = 1000000;
+    std::string max_scan = "1m";
 };
 
-// Declares --safe, --root, --max-memory and --max-nodes.
+// Declares --safe with --root and the bounds.
 void addSafetyOptions(CLI::App& app, SafetySettings& settings);
+
+// Declares --safe alone, for commands without a scene.
+void addSafeFlag(CLI::App& app, SafetySettings& settings);
 
 // Files and folders that the person at the command line named, scenes aside.
 struct TrustedPaths {
@@ -27,6 +33,7 @@ struct TrustedPaths {
     std::vector<std::string> read;
     std::vector<std::string> written;
     bool has_plugins = false; // so that libraries may be loaded later on
+    std::optional<int> frame; // whose number goes into the names of outputs
 };
 
 struct SceneSource {
@@ -67,17 +74,24 @@ public:
     ScanOptions scanOptions() const;
     // Bounds the memory of the process, once and for all.
     void boundMemory() const;
-    // Binds the process to the other rules, once and for all; warns of what the system cannot
-    // enforce. The scene writes these outputs.
-    void enforce(const std::vector<std::string>& outputs) const;
+    // What the process may do under the other rules, when the scene writes these outputs. Places
+    // for the number of the frame are filled.
+    Confinement confinement(const std::vector<std::string>& outputs) const;
 
 private:
     bool isReadable(const std::string& real) const;
 
     SafetySettings settings;
+    uint64_t max_memory; // bytes
     TrustedPaths trusted;
     std::vector<std::string> roots, files; // real paths
 };
+
+// Binds the process to that, once and for all; warns of what the system cannot enforce.
+void confineOnce(const Confinement& confinement);
+
+// The same, in safe mode, for a command that reads no scene and only what was trusted.
+void confineWithoutScenes(const SafetySettings& settings, const TrustedPaths& trusted);
 
 // When a message of the library tells that memory has run out, says once whose bound that is.
 void explainLackOfMemory(const std::string& message);
@@ -87,6 +101,17 @@ void explainLackOfMemory(const std::string& message);
 // not allowed; then it confines the process.
 bool prepareScenes(const SceneSources& sources, const SafetySettings& settings,
                    const TrustedPaths& trusted);
+
+// One frame of a sequence.
+struct FrameFiles {
+    std::vector<std::string> scenes; // as named on the command line, with the number
+    TrustedPaths trusted;
+};
+
+// Call it in safe mode, in an open universe, before the scenes of the first frame are prepared: a
+// process can be confined only once, so it has to be to what any of the frames needs. Each frame
+// may use only what it may by its own scenes; that is looked at when its turn comes.
+void confineToFrames(const SafetySettings& settings, const std::vector<FrameFiles>& frames);
 
 } // namespace ruvell
 

@@ -83,7 +83,8 @@ SceneScan::~SceneScan() = default;
 void SceneScan::report(Topic topic, Weight weight, const Place& place, std::string message,
                        std::string hint, Effect effect)
 {
-    findings.add({ place, weight, std::move(message), std::move(hint), topic, effect });
+    if (!is_out_of_time)
+        findings.add({ place, weight, std::move(message), std::move(hint), topic, effect });
 }
 
 // From here on the reader takes the text otherwise than its author. In safe mode that alone is a
@@ -99,9 +100,9 @@ void SceneScan::lostStructure(Block* block, const Place& place, std::string mess
         block->is_quiet = true;
 }
 
-void SceneScan::forbid(const Place& place, const std::string& what)
+void SceneScan::forbid(const Place& place, const std::string& what, const std::string& hint)
 {
-    report(Topic::other, Weight::error, place, "not allowed in safe mode: " + what, "",
+    report(Topic::other, Weight::error, place, "not allowed in safe mode: " + what, hint,
            Effect::forbidden);
 }
 
@@ -121,7 +122,8 @@ uint32_t SceneScan::fileIndex(const std::string& shown)
 
 void SceneScan::scanFile(const std::string& path, uint32_t file)
 {
-    const std::unique_ptr<SceneLexer> text = SceneLexer::openFile(path);
+    const std::unique_ptr<SceneLexer> text =
+        SceneLexer::openFile(path, [this] { return isOutOfTime(); });
     if (!text) {
         report(Topic::missing_file, Weight::error, { file_names[file], 0 },
                "cannot be opened: " + systemError());
@@ -217,14 +219,24 @@ void SceneScan::skipBlock(Input& in, const std::string& type, const Place& begin
     }
 }
 
+// What the scan says after that would be about a text that was not read to its end.
+bool SceneScan::isOutOfTime()
+{
+    if (is_out_of_time || !options.max_time ||
+        std::chrono::steady_clock::now() - start < *options.max_time)
+        return is_out_of_time;
+    forbid({ file_names.empty() ? "" : file_names.back(), 0 },
+           "it takes longer than " + clockText(*options.max_time) + " to look at the scene",
+           "see --max-scan");
+    return is_stopped = is_out_of_time = true;
+}
+
 void SceneScan::addNodes(uint64_t count, const Place& place)
 {
     node_count += count;
     if (node_count <= options.max_nodes || is_stopped)
         return;
-    report(Topic::other, Weight::error, place,
-           "not allowed in safe mode: more than " + std::to_string(options.max_nodes) + " nodes",
-           "see --max-nodes", Effect::forbidden);
+    forbid(place, "more than " + std::to_string(options.max_nodes) + " nodes", "see --max-nodes");
     is_stopped = true;
 }
 
@@ -270,6 +282,8 @@ void SceneScan::scanInclude(Input& in)
 
 void SceneScan::includeFile(const std::string& path, const Place& place)
 {
+    if (isOutOfTime())
+        return;
     const auto refuse = [&](const std::string& message) {
         report(Topic::nesting, Weight::error, place, message, "", Effect::endless);
     };

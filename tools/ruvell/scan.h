@@ -6,11 +6,13 @@
 #ifndef RUVELL_SCAN_H
 #define RUVELL_SCAN_H
 
+#include "duration.h"
 #include "findings.h"
 #include "scene_lexer.h"
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <ruvell/rv.h>
 #include <set>
 #include <string>
@@ -56,6 +58,8 @@ struct ScanOptions {
     std::function<std::string(const std::string&)> refuseReading;
     std::function<std::string(const std::string&)> refuseWriting;
     uint64_t max_nodes = UINT64_MAX;
+    std::optional<Milliseconds> max_time; // for the whole scan
+    std::optional<int> frame;             // whose number goes into the names of outputs
     std::function<void(const ParameterSpan&)> on_parameter; // may be empty
 };
 
@@ -78,7 +82,7 @@ public:
     // Follows procedurals and checks what only the whole scene can tell: names, outputs, files.
     void finish();
 
-    // Files the scene writes to.
+    // Files the scene writes to, with places for the numbers of frames as they are.
     std::vector<std::string> outputFiles() const;
 
 private:
@@ -172,6 +176,7 @@ private:
     void scanBoolean(Input& in, Block& block, const Parameter& parameter);
     void scanNumbers(Input& in, Block& block, const Parameter& parameter, int count);
     void scanString(Input& in, Block& block, const Parameter& parameter);
+    bool isAddress(const RtNodeEntry* entry, const Parameter& parameter) const;
     void scanNodeName(Input& in, Block& block, const Parameter& parameter);
     void scanEnumeration(Input& in, Block& block, const Parameter& parameter);
     bool scanArray(Input& in, Block& block, const Parameter& parameter, int depth);
@@ -204,6 +209,7 @@ private:
     void resolvePending(size_t first);
     void extendSearchPaths();
     void addNodes(uint64_t count, const Place& place);
+    bool isOutOfTime();
 
     // The whole scene
     void followProcedurals(size_t first_use);
@@ -232,7 +238,7 @@ private:
                 std::string hint = "", Effect effect = Effect::none);
     void lostStructure(Block* block, const Place& place, std::string message,
                        std::string hint = "");
-    void forbid(const Place& place, const std::string& what);
+    void forbid(const Place& place, const std::string& what, const std::string& hint = "");
     std::string nearestNode(const std::string& name, int kind);
     // As didYouMean; empty after many, because each costs a look at all names.
     std::string suggest(const std::string& wrong, const std::vector<std::string>& known);
@@ -240,6 +246,7 @@ private:
 
     ScanOptions options;
     Findings& findings;
+    const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
     std::vector<std::string> file_names;
     std::unordered_map<std::string, Node> nodes;
     std::unordered_map<std::string, std::vector<Reference>> references; // by the unknown name
@@ -256,6 +263,7 @@ private:
     uint64_t node_count = 0;
     size_t load_count = 0;
     bool is_stopped = false;       // a limit was reached
+    bool is_out_of_time = false;   // that of time: nothing more is said
     bool has_unseen_nodes = false; // some procedural makes nodes that cannot be known
 };
 

@@ -1,4 +1,5 @@
 // What only the whole scene can tell: names that lead nowhere, outputs, procedurals and files.
+#include "frames.h"
 #include "report.h"
 #include "scan.h"
 #include "scan_words.h"
@@ -83,6 +84,8 @@ void SceneScan::addReference(const std::string& target, const Block& block,
 void SceneScan::checkReferences()
 {
     for (const auto& [target, sites] : references) {
+        if (isOutOfTime())
+            return;
         if (findNode(target))
             continue;
         const bool may_come = has_unseen_nodes;
@@ -221,14 +224,14 @@ void SceneScan::finish()
     checkReferences();
     checkOverrides();
     checkOutputs();
-    for (size_t i = 0; i < uses.size(); ++i)
+    for (size_t i = 0; i < uses.size() && !isOutOfTime(); ++i)
         checkFile(uses[i]);
 }
 
 // The scene files that procedurals name, from this use on.
 void SceneScan::followProcedurals(size_t first_use)
 {
-    for (size_t i = first_use; i < uses.size() && !is_stopped; ++i)
+    for (size_t i = first_use; i < uses.size() && !is_stopped && !isOutOfTime(); ++i)
         if (uses[i].kind == FileUse::procedural && !uses[i].name.empty()) {
             const FileUse use = uses[i]; // the list grows
             followProcedural(use);
@@ -273,7 +276,7 @@ bool SceneScan::applyOverrides()
     std::vector<DelayedOverride> waiting;
     waiting.swap(overrides);
     for (DelayedOverride& delayed : waiting) {
-        Node* node = findNode(delayed.node);
+        Node* node = isOutOfTime() ? nullptr : findNode(delayed.node);
         if (!node) {
             overrides.push_back(std::move(delayed));
             continue;
@@ -430,19 +433,20 @@ void SceneScan::checkOutputFile(const FileUse& use)
 {
     if (use.name.empty())
         return report(Topic::missing_file, Weight::error, use.place, "an empty output file name");
+    const std::string file = options.frame ? withFrame(use.name, *options.frame) : use.name;
     if (options.safe)
-        if (const std::string reason = options.refuseWriting(use.name); !reason.empty())
+        if (const std::string reason = options.refuseWriting(file); !reason.empty())
             return forbid(use.place, reason);
-    const std::string folder = folderOf(use.name);
+    const std::string folder = folderOf(file);
     if (!isFolder(folder))
         report(Topic::missing_file, Weight::error, use.place,
                "output folder " + inQuotes(folder) + " does not exist");
     else if (access(folder.c_str(), W_OK) != 0)
         report(Topic::missing_file, Weight::error, use.place,
                "output folder " + inQuotes(folder) + " cannot be written to");
-    else if (isFolder(use.name))
+    else if (isFolder(file))
         report(Topic::missing_file, Weight::error, use.place,
-               "output file " + inQuotes(use.name) + " is a folder");
+               "output file " + inQuotes(file) + " is a folder");
 }
 
 void SceneScan::checkFolders(const FileUse& use)

@@ -119,18 +119,25 @@ void SceneScan::scanString(Input& in, Block& block, const Parameter& parameter)
         takeString({ kind, value, parameter.place });
 }
 
+// Pointers of plug-ins may be pointers to nodes; who does not trust the scene takes no risk.
+bool SceneScan::isAddress(const RtNodeEntry* entry, const Parameter& parameter) const
+{
+    const bool is_built_in = !*RvNodeEntryGetFilename(entry);
+    return parameter.type == RV_TYPE_POINTER && parameter.declared_name &&
+           (is_built_in || options.safe);
+}
+
 void SceneScan::scanNodeName(Input& in, Block& block, const Parameter& parameter)
 {
     const std::string target = in.text.readWord();
     if (target.empty() || (target == "}" && !in.text.wasQuoted()))
         return lostStructure(&block, parameter.place, noValue(parameter.name));
-    if (parameter.type == RV_TYPE_POINTER && parameter.declared_name && target != "NULL")
-        return report(Topic::other, Weight::error, parameter.place,
+    if (isAddress(block.node->entry, parameter) && target != "NULL")
+        return report(Topic::address, Weight::error, parameter.place,
                       inQuotes(parameter.name) +
-                          " is the address of code or data, which no scene "
-                          "file can give: " +
-                          inQuotes(target) + " would be taken for it",
-                      "only a program can set it", Effect::forbidden);
+                          " is the address of code or data, which no scene file can give: " +
+                          inQuotes(target),
+                      "only a program can set it", options.safe ? Effect::forbidden : Effect::none);
     addReference(target, block, parameter);
 }
 

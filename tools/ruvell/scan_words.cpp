@@ -17,16 +17,6 @@ std::string upperCase(std::string_view text)
     return result;
 }
 
-std::string inQuotes(std::string_view text)
-{
-    static constexpr size_t max_shown = 80;
-    if (!text.empty() && text.front() == '"' && text.size() <= max_shown)
-        return std::string(text);
-    if (text.size() <= max_shown)
-        return '"' + std::string(text) + '"';
-    return '"' + std::string(text.substr(0, max_shown)) + "...\"";
-}
-
 std::string didYouMean(const std::vector<std::string>& names)
 {
     const std::string text = suggestion(names); // in brackets

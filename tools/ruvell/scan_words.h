@@ -2,6 +2,7 @@
 #ifndef RUVELL_SCAN_WORDS_H
 #define RUVELL_SCAN_WORDS_H
 
+#include "text.h"
 #include <ruvell/rv.h>
 #include <string>
 #include <string_view>
@@ -10,9 +11,6 @@
 namespace ruvell {
 
 std::string upperCase(std::string_view text);
-
-// In quotes, unless it has some already; cut when it is long.
-std::string inQuotes(std::string_view text);
 
 // "did you mean A or B?", or nothing without names.
 std::string didYouMean(const std::vector<std::string>& names);

@@ -1,5 +1,6 @@
 // Opening universes and loading scenes.
 #include "scene.h"
+#include "option_values.h"
 #include "report.h"
 #include "text.h"
 #include <algorithm>
@@ -11,27 +12,34 @@ namespace ruvell {
 
 void addPluginOption(CLI::App& app, SceneSettings& settings)
 {
-    app.add_option("--plugins", settings.plugin_dirs,
-                   "Load the plug-ins in DIR first; may be repeated")
-        ->type_name("DIR")
-        ->check(CLI::ExistingDirectory)
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRepeatable(app, "--plugins", settings.plugin_dirs,
+                  "Load the plug-ins in DIR first; may be repeated", "DIR", CLI::ExistingDirectory);
+}
+
+void addSceneFiles(CLI::App& app, std::vector<std::string>& files)
+{
+    app.add_option("SCENE", files, "Scene files, loaded in order; - is standard input")
+        ->required()
+        ->type_name("")
+        ->check(checkName);
 }
 
 void addSceneOptions(CLI::App& app, SceneSettings& settings)
 {
     addPluginOption(app, settings);
-    app.add_option("--search", settings.search_dirs,
-                   "Look for included files, procedurals and textures in DIR too; may be repeated")
-        ->type_name("DIR")
-        ->check(CLI::ExistingDirectory)
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    addRepeatable(app, "--search", settings.search_dirs,
+                  "Look for included files, procedurals and textures in DIR too; may be repeated",
+                  "DIR", CLI::ExistingDirectory);
     addSafetyOptions(app, settings.safety);
     addLogOptions(app, settings.log);
+}
+
+void addSceneArguments(CLI::App& app, std::vector<std::string>& files, bool& is_json,
+                       SceneSettings& settings)
+{
+    addSceneFiles(app, files);
+    app.add_flag("--json", is_json, "Print JSON");
+    addSceneOptions(app, settings);
 }
 
 // ---- Universe ----
@@ -91,9 +99,8 @@ TrustedPaths trustedPaths(const SceneSettings& settings)
     trusted.searched = settings.search_dirs;
     trusted.read = settings.plugin_dirs;
     trusted.written = settings.written_files;
-    if (!settings.log.log_file.empty())
-        trusted.written.push_back(settings.log.log_file);
     trusted.has_plugins = !settings.plugin_dirs.empty();
+    trusted.frame = settings.frame;
     return trusted;
 }
 

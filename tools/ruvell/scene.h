@@ -5,6 +5,7 @@
 #include "library_log.h"
 #include "safe.h"
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <ruvell/rv.h>
 #include <string>
 #include <vector>
@@ -16,11 +17,19 @@ struct SceneSettings {
     std::vector<std::string> search_dirs;
     LogSettings log;
     SafetySettings safety;
-    std::vector<std::string> written_files; // by the command itself, as its options say
+    std::vector<std::string> written_files; // outputs, as the options of the command say
+    std::optional<int> frame;               // of a sequence, while it is loaded and rendered
 };
+
+// Declares the scenes on the command line.
+void addSceneFiles(CLI::App& app, std::vector<std::string>& files);
 
 // Declares --plugins, --search, the options of safe mode and those of the log.
 void addSceneOptions(CLI::App& app, SceneSettings& settings);
+
+// All of that with --json, for commands that print what they find.
+void addSceneArguments(CLI::App& app, std::vector<std::string>& files, bool& is_json,
+                       SceneSettings& settings);
 
 // Declares --plugins alone, for commands without a scene.
 void addPluginOption(CLI::App& app, SceneSettings& settings);

@@ -9,13 +9,15 @@ namespace ruvell {
 // Behind every token that was pushed back. No token holds a carriage return.
 static constexpr std::string_view pushback_end = " \r";
 
-std::unique_ptr<SceneLexer> SceneLexer::openFile(const std::string& path)
+std::unique_ptr<SceneLexer> SceneLexer::openFile(const std::string& path,
+                                                 std::function<bool()> is_over)
 {
     const gzFile file = gzopen(path.c_str(), "rb");
     if (!file)
         return nullptr;
     std::unique_ptr<SceneLexer> lexer(new SceneLexer);
     lexer->file = file;
+    lexer->is_over = std::move(is_over);
     lexer->buffer.resize(buffer_size + 1);
     lexer->token.resize(token_size);
     lexer->refill();
@@ -43,7 +45,7 @@ SceneLexer::~SceneLexer()
 // Fills the buffer again and puts the end marker behind it as a guard.
 void SceneLexer::refill()
 {
-    const int count = file ? gzread(file, buffer.data(), buffer_size) : 0;
+    const int count = file && !is_over() ? gzread(file, buffer.data(), buffer_size) : 0;
     reached_end = count <= 0;
     if (!file)
         return;

@@ -3,6 +3,7 @@
 #ifndef RUVELL_SCENE_LEXER_H
 #define RUVELL_SCENE_LEXER_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -15,8 +16,10 @@ class SceneLexer {
 public:
     static constexpr int end_marker = 0xFF; // what reading yields at the end of the input
 
-    // A file, plain or compressed; null when it cannot be opened.
-    static std::unique_ptr<SceneLexer> openFile(const std::string& path);
+    // A file, plain or compressed; null when it cannot be opened. The input ends where it is when
+    // is_over, which is asked now and then, says so.
+    static std::unique_ptr<SceneLexer> openFile(const std::string& path,
+                                                std::function<bool()> is_over);
     // A text that begins on the given line (from 1).
     static std::unique_ptr<SceneLexer> overText(std::string text, int line);
 
@@ -76,6 +79,7 @@ private:
     void store(int c) { token[token_length++] = static_cast<char>(c); }
 
     gzFile file = nullptr;
+    std::function<bool()> is_over;
     std::string text; // in place of a file
     std::vector<unsigned char> buffer;
     const unsigned char* cursor = nullptr;

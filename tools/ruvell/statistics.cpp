@@ -1,13 +1,21 @@
 // Parsing of the statistics report.
 #include "statistics.h"
+#include "report.h"
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <ruvell/rv.h>
+#include <sstream>
 #include <sys/resource.h>
+#include <utility>
 
 namespace ruvell {
 
 using Json = nlohmann::ordered_json;
+
+static constexpr const char* document_end = "\n  ]\n}\n";
 
 static bool isSeparator(const std::string& text)
 {
@@ -98,6 +106,59 @@ Json statisticsSections(const std::vector<StatisticsLine>& lines)
         is_after_separator = false;
     }
     return sections;
+}
+
+// ---- The file ----
+
+bool StatisticsFile::open(const std::string& file_name)
+{
+    name = file_name;
+    if (name.empty())
+        return true;
+    file = std::fopen(name.c_str(), "we");
+    if (!file) {
+        reportError("cannot write " + name + ": " + std::strerror(errno));
+        return false;
+    }
+    std::fprintf(file, "{\n  \"version\": \"%s\",\n  \"renders\": [",
+                 RvGetVersion(nullptr, nullptr, nullptr, nullptr));
+    finishDocument();
+    return true;
+}
+
+// The end of the document, which the next record takes the place of. In a pipe it must wait.
+void StatisticsFile::finishDocument()
+{
+    const long end = std::ftell(file);
+    if (end < 0)
+        return;
+    std::fputs(document_end, file);
+    std::fflush(file);
+    std::fseek(file, end, SEEK_SET);
+}
+
+void StatisticsFile::add(const Json& record)
+{
+    if (!file)
+        return;
+    std::istringstream lines(record.dump(2, ' ', false, Json::error_handler_t::replace));
+    std::fputs(is_first ? "" : ",", file);
+    for (std::string line; std::getline(lines, line);)
+        std::fprintf(file, "\n    %s", line.c_str());
+    is_first = false;
+    finishDocument();
+}
+
+bool StatisticsFile::close()
+{
+    if (!file)
+        return true;
+    std::fputs(document_end, file);
+    const bool had_error = std::ferror(file) != 0;
+    const bool is_written = std::fclose(std::exchange(file, nullptr)) == 0 && !had_error;
+    if (!is_written)
+        reportError("cannot write " + name);
+    return is_written;
 }
 
 unsigned long long peakMemory()

@@ -24,6 +24,14 @@ std::string quoted(const std::string& text, char mark)
     return result;
 }
 
+std::string inQuotes(std::string_view text)
+{
+    static constexpr size_t max_shown = 80;
+    if (text.size() > max_shown)
+        return quoted(std::string(text.substr(0, max_shown)) + "...");
+    return text.starts_with('"') ? std::string(text) : quoted(std::string(text));
+}
+
 std::string lowered(const std::string& text)
 {
     std::string result = text;

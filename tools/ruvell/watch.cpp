@@ -2,8 +2,8 @@
 #include "watch.h"
 #include "command.h"
 #include "report.h"
+#include "signals.h"
 #include "terminal.h"
-#include <csignal>
 #include <poll.h>
 #include <ruvell/rv.h>
 #include <sys/eventfd.h>
@@ -14,26 +14,17 @@ namespace ruvell {
 
 static const int tick_milliseconds = 200;
 
-static sigset_t interruptSignal()
+// Every thread started from now on leaves the signals to the watch.
+static int openSignals(const sigset_t& stop_signals)
 {
-    sigset_t interrupt;
-    sigemptyset(&interrupt);
-    sigaddset(&interrupt, SIGINT);
-    return interrupt;
-}
-
-// Every thread started from now on leaves the signal to the watch.
-static int openSignals()
-{
-    const sigset_t interrupt = interruptSignal();
-    pthread_sigmask(SIG_BLOCK, &interrupt, nullptr);
-    return signalfd(-1, &interrupt, SFD_CLOEXEC | SFD_NONBLOCK);
+    pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
+    return signalfd(-1, &stop_signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
 Watch::Watch(std::optional<Milliseconds> timeout, std::function<void()> on_tick)
     : deadline(timeout ? std::optional(Clock::now() + *timeout) : std::nullopt),
-      tick(std::move(on_tick)), signals(openSignals()), finished(eventfd(0, EFD_CLOEXEC)),
-      thread([this] { run(); })
+      tick(std::move(on_tick)), stop_signals(stopSignals()), signals(openSignals(stop_signals)),
+      finished(eventfd(0, EFD_CLOEXEC)), thread([this] { run(); })
 {
 }
 
@@ -47,6 +38,7 @@ Watch::~Watch()
     thread.join();
     close(signals);
     close(finished);
+    pthread_sigmask(SIG_UNBLOCK, &stop_signals, nullptr);
 }
 
 int Watch::stopCode() const
@@ -71,42 +63,36 @@ int Watch::render()
     return result;
 }
 
-// Nothing is tidied up: there is nothing to save, and loads cannot be stopped otherwise.
-[[noreturn]] static void leave(int code)
-{
-    clearStatus();
-    _exit(code);
-}
-
-static void abortAtOnce(int) { _exit(exit_interrupted); }
-
-// From now on Ctrl-C ends the process even when the watch itself waits, for a terminal that is
-// stopped or a pipe that is full.
-static void armAbort()
-{
-    struct sigaction action {};
-    action.sa_handler = abortAtOnce;
-    sigaction(SIGINT, &action, nullptr);
-    const sigset_t interrupt = interruptSignal();
-    pthread_sigmask(SIG_UNBLOCK, &interrupt, nullptr);
-}
-
 void Watch::stop(int stop_code, const char* why)
 {
     code = stop_code;
-    if (!is_rendering)
+    if (!is_rendering) { // there is nothing to save, and loads cannot be stopped otherwise
+        clearStatus();
         leave(code);
+    }
     reportWarning(why);
 }
 
+static const char* stopReason(int signal)
+{
+    switch (signal) {
+    case SIGTERM: return "told to end: finishing the running buckets; a second time aborts";
+    case SIGHUP: return "the terminal is gone: finishing the running buckets";
+    default: return "interrupted: finishing the running buckets; Ctrl-C again aborts";
+    }
+}
+
+// From then on a signal ends the process even when the watch itself waits, for a terminal that is
+// stopped or a pipe that is full.
 void Watch::receiveSignal()
 {
     signalfd_siginfo info;
     if (read(signals, &info, sizeof info) != static_cast<ssize_t>(sizeof info))
         return;
-    armAbort();
+    pthread_sigmask(SIG_UNBLOCK, &stop_signals, nullptr);
+    const auto signal = static_cast<int>(info.ssi_signo);
     const std::lock_guard guard(mutex);
-    stop(exit_interrupted, "interrupted: finishing the running buckets; Ctrl-C again aborts");
+    stop(exit_signal + signal, stopReason(signal));
 }
 
 void Watch::waitForEvent()

@@ -3,11 +3,13 @@
 //
 // During a render the first Ctrl-C, or the end of the time, asks the library to finish the running
 // buckets; the image is then written as far as it got. At other times there is nothing to save and
-// the process ends. A second Ctrl-C ends it at once, whatever goes on.
+// the process ends. A second Ctrl-C ends it at once, whatever goes on. SIGTERM and SIGHUP count as
+// Ctrl-C.
 #ifndef RUVELL_WATCH_H
 #define RUVELL_WATCH_H
 
 #include "duration.h"
+#include <csignal>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -27,7 +29,7 @@ public:
     // RvRender for a camera image, and its result.
     int render();
 
-    // exit_interrupted or exit_timeout once the work was told to stop; exit_success before.
+    // The exit code once the work was told to stop; exit_success before.
     int stopCode() const;
 
 private:
@@ -40,7 +42,8 @@ private:
 
     const std::optional<Clock::time_point> deadline;
     const std::function<void()> tick;
-    int signals = -1;  // readable when Ctrl-C was pressed
+    const sigset_t stop_signals;
+    int signals = -1;  // readable when one of them has come
     int finished = -1; // readable when the watch is to end
 
     mutable std::mutex mutex; // guards the rest
