@@ -2,6 +2,7 @@
 import gzip
 import json
 import os
+import time
 import unittest
 from scene_case import SCENES, SceneCase
 
@@ -209,6 +210,26 @@ class Names(SceneCase):
         self.assert_finds(found, 2, "without end")
 
 
+class Size(SceneCase):
+    def seconds_for(self, megabytes):
+        """The time it takes to check a mesh of that size in one file."""
+        numbers = "0.25 -1.5 3 " * 1024
+        count = megabytes * (1 << 20) // len(numbers)
+        with open(self.path("large.rvs"), "w", encoding="utf-8") as file:
+            file.write(f"polymesh\n{{\n name m\n vlist {1024 * count} 1 POINT\n")
+            for _ in range(count):
+                file.write(numbers + "\n")
+            file.write("}\n")
+        start = time.monotonic()
+        self.assertEqual(self.findings("large.rvs"), [])
+        return time.monotonic() - start
+
+    def test_a_hundred_megabytes_take_a_few_seconds(self):
+        small, large = self.seconds_for(25), self.seconds_for(100)
+        self.assertLess(large, 8 * small + 1, "the time grows with the size")
+        self.assertLess(large, 40)
+
+
 class Form(SceneCase):
     def test_json_holds_the_same_findings(self):
         self.write_bytes("scene.rvs", b'sp"\xe9re { }\n')
@@ -233,6 +254,12 @@ class Form(SceneCase):
 
     def test_a_scene_that_is_not_there(self):
         self.assertEqual(len(self.findings("no.rvs")), 1)
+
+    def test_a_folder_is_one_problem_with_its_name(self):
+        os.mkdir(self.path("folder"))
+        (file, line, text), = self.findings("folder")
+        self.assertEqual((file, line), ("folder", 0))
+        self.assertIn("it is a folder", text)
 
     def test_several_scenes_are_one(self):
         self.write("a.rvs", "sphere { name a shader grey }\n")

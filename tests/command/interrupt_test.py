@@ -1,5 +1,6 @@
 """Stopping a render: real signals, --timeout, and progress on a real pseudo-terminal."""
 import fcntl
+import json
 import os
 import pty
 import re
@@ -20,9 +21,17 @@ SLOW_ROWS = ["-D", "options.GI_diffuse_depth=3", "-D", "options.GI_diffuse_sampl
 
 
 class Stopping(CommandCase):
+    def setUp(self):
+        super().setUp()
+        # A shell ignores Ctrl-C for what it runs in the background, and the command would too.
+        signal.signal(signal.SIGINT, signal.default_int_handler)
+
     def start(self, *arguments):
-        process = subprocess.Popen([RUVELL, "render", BALL, *arguments], cwd=self.folder, text=True,
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        return self.start_command("render", BALL, *arguments)
+
+    def start_command(self, *arguments, **settings):
+        process = subprocess.Popen([RUVELL, *arguments], cwd=self.folder, text=True,
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, **settings)
         self.addCleanup(process.stderr.close)
         self.addCleanup(process.stdout.close)
         self.addCleanup(process.wait)
@@ -51,8 +60,64 @@ class Stopping(CommandCase):
         time.sleep(0.5)
         process.send_signal(signal.SIGINT)
         self.wait_for(process, "Ctrl-C again aborts")
+        self.assertTrue(self.part_files(), "or there would be nothing to leave behind")
         process.send_signal(signal.SIGINT)
         self.assertEqual(process.wait(timeout=10), 130)
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def part_files(self):
+        return [name for name in os.listdir(self.folder) if name.startswith(".part-")]
+
+    def test_other_signals_act_as_an_interrupt(self):
+        for number, message in ((signal.SIGTERM, "told to end: finishing"),
+                                (signal.SIGHUP, "the terminal is gone: finishing")):
+            with self.subTest(number):
+                process = self.start(*ENDLESS)
+                self.wait_for(process, "rays/pixel")
+                process.send_signal(number)
+                self.wait_for(process, message)
+                self.assertEqual(process.wait(timeout=60), 128 + number)
+                self.assertEqual(self.png("ball.png").width, 400)
+                self.assertEqual(os.listdir(self.folder), ["ball.png"])
+
+    def test_a_second_signal_of_another_kind_aborts(self):
+        process = self.start(*ENDLESS, *SLOW_ROWS, "-v")
+        self.wait_for(process, "bucket workers of size")
+        process.send_signal(signal.SIGINT)
+        self.wait_for(process, "Ctrl-C again aborts")
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(timeout=10), 143)
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_ignored_signals_stay_ignored(self):
+        process = self.start_command(
+            "render", BALL, *ENDLESS,
+            preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
+        self.wait_for(process, "rays/pixel")
+        process.send_signal(signal.SIGHUP)
+        time.sleep(0.5)
+        self.assertIsNone(process.poll())
+        process.send_signal(signal.SIGTERM)
+        self.assertEqual(process.wait(timeout=60), 143)
+
+    def test_an_interrupted_conversion_leaves_the_older_file(self):
+        numbers = "0.25 -1.5 3 " * 1024
+        count = 3000  # a second or two to write
+        with open(self.path("in.rvs"), "w", encoding="utf-8") as file:
+            file.write(f"polymesh\n{{\n name m\n vlist {1024 * count} 1 POINT\n")
+            for _ in range(count):
+                file.write(numbers + "\n")
+            file.write("}\n")
+        self.write("out.rvs.gz", "old")
+        for number in signal.SIGINT, signal.SIGTERM, signal.SIGHUP:
+            with self.subTest(number):
+                process = self.start_command("convert", "in.rvs", "out.rvs.gz")
+                while process.poll() is None and not self.part_files():
+                    time.sleep(0.005)
+                process.send_signal(number)
+                self.assertEqual(process.wait(timeout=10), 128 + number)
+                self.assertEqual(self.read("out.rvs.gz"), b"old")
+                self.assertEqual(sorted(os.listdir(self.folder)), ["in.rvs", "out.rvs.gz"])
 
     def test_an_interrupt_while_loading_ends_the_process(self):
         fifo = self.path("slow.rvs")
@@ -61,6 +126,19 @@ class Stopping(CommandCase):
         with open(fifo, "w", encoding="utf-8"):  # opened once the command reads
             process.send_signal(signal.SIGINT)
             self.assertEqual(process.wait(timeout=10), 130)
+
+    def test_statistics_of_finished_frames_survive_an_interrupt(self):
+        with open(BALL, encoding="utf-8") as file:
+            self.write("f1.rvs", file.read())
+        os.mkfifo(self.path("f2.rvs"))
+        process = self.start_command("render", "f#.rvs", "-q", "--frames", "1-2", "-o", "a.#.png",
+                                     "--stats-json", "s.json")
+        with open(self.path("f2.rvs"), "w", encoding="utf-8"):  # opened in the second frame
+            process.send_signal(signal.SIGINT)
+            self.assertEqual(process.wait(timeout=10), 130)
+        renders = json.loads(self.read("s.json"))["renders"]
+        self.assertEqual([(render["frame"], render["result"]) for render in renders],
+                         [(1, "finished")])
 
     def test_an_interrupt_ends_a_sequence_of_frames(self):
         process = self.start(*ENDLESS, "-v", "--frames", "1-3", "-o", "f.#.png")

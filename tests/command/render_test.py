@@ -127,6 +127,22 @@ class Render(CommandCase):
         self.assertEqual(sorted(n for n in os.listdir(self.folder) if n.endswith("exr")),
                          ["o003.exr", "o005.exr"])
 
+    def test_number_signs_in_folders_are_no_places_for_frames(self):
+        os.mkdir(self.path("shot#1"))
+        with open(BALL, encoding="utf-8") as file:
+            self.write("shot#1/ball.rvs", file.read())
+        self.refuses("render", "shot#1/ball.rvs", "--frames", "1-2", "-o", "shot#1/a.png", code=2,
+                     message="needs a place for the number")
+        self.run_command("render", "shot#1/ball.rvs", "--frames", "1-2", "-o", "shot#1/a.##.png")
+        self.assertEqual(sorted(os.listdir(self.path("shot#1"))),
+                         ["a.01.png", "a.02.png", "ball.rvs"])
+
+    def test_folders_may_be_numbered_as_printf_does(self):
+        for frame in 1, 2:
+            os.mkdir(self.path(f"f{frame:02d}"))
+        self.run_command("render", BALL, "--frames", "1-2", "-o", "f%02d/a.png")
+        self.assertTrue(self.exists("f01/a.png") and self.exists("f02/a.png"))
+
     def test_a_missing_frame_ends_the_sequence(self):
         self.refuses("render", "ball.##.rvs", "--frames", "1-2", "-o", "a.#.png", code=1,
                      message="ball.01.rvs: No such file")
@@ -173,6 +189,7 @@ class Define(CommandCase):
             ("red.Kd_color=1 0 x", "'x' is not a number"),
             ("red.Kd_color=rad", "there is no node 'rad' (did you mean red"),
             ("options.xres=1.5", "'1.5' is not a whole number"),
+            ("options.xres=99999999999", "'99999999999' is not within -2147483648 to 2147483647"),
             ("options.bucket_scanning=spirl", "'spirl' is none of top, bottom, left"),
             ("options.abort_on_error=maybe", "there is no node 'maybe'"),
             ("ball.radius=", "there is no value"),
@@ -203,6 +220,11 @@ class Folders(CommandCase):
     def test_a_folder_in_place_of_the_file_is_reported(self):
         os.mkdir(self.path("a.png"))
         self.refuses("render", BALL, "-o", "a.png", code=1, message="cannot write a.png")
+
+    def test_an_image_needs_a_folder_that_takes_new_files(self):
+        os.symlink("/proc/self/comm", self.path("ball.png"))  # may be written, its folder not
+        result = self.refuses("render", BALL, code=1, message="cannot write ball.png: ")
+        self.assertNotIn("%", result.stderr)
 
     def test_the_check_leaves_nothing_behind(self):
         self.run_command("render", BALL)
@@ -250,6 +272,18 @@ class Messages(CommandCase):
         text = self.run_command("render", BALL, "-q", "--stats").stdout
         self.assertIn("render time:", text)
         self.assertIn("ray counts:", text)
+
+    def test_statistics_of_a_sequence_have_a_record_for_each_frame(self):
+        self.run_command("render", BALL, "--frames", "1-3", "-o", "a.#.png", "--stats-json",
+                         "s.json", "-q")
+        document = json.loads(self.read("s.json"))
+        self.assertEqual([render["frame"] for render in document["renders"]], [1, 2, 3])
+        result = self.run_command("render", BALL, "-q", "--stats-json", "/dev/stdout")
+        self.assertEqual(len(json.loads(result.stdout)["renders"]), 1)
+
+    def test_statistics_of_a_render_that_fails_are_a_whole_document(self):
+        self.run_command("render", "missing.rvs", "--stats-json", "s.json", code=1)
+        self.assertEqual(json.loads(self.read("s.json"))["renders"], [])
 
     def test_statistics_as_json(self):
         self.run_command("render", BALL, "--stats-json", "s.json", "-t", "2")

@@ -1,7 +1,9 @@
 """What --safe keeps a scene from, with the scan alone and where the scan is gone around."""
 import glob
+import gzip
 import os
 import shutil
+import time
 import unittest
 from scene_case import SCENES, SceneCase
 
@@ -16,6 +18,8 @@ flat { name skin color tex }
 image { name tex filename "" }
 procedural { name proc min -1 -1 -1 max 1 1 1 }
 """
+
+PLAIN = RENDERABLE[:RENDERABLE.index("procedural")]
 
 
 class SafeCase(SceneCase):
@@ -190,9 +194,44 @@ class Permissions(SafeCase):
             self.run_command("render", "--safe", "-q", "scene.rvs", "-o", name)
             self.assertTrue(self.exists(name))
 
+    def test_a_sequence_has_the_folders_of_all_its_frames(self):
+        for frame in 1, 2, 3:
+            os.makedirs(self.path(f"in{frame}"))
+            os.makedirs(self.path(f"in{frame}/out{frame}"))
+            os.mkdir(self.path(f"else{frame}"))
+            self.write(f"in{frame}/part{frame}.rvs", "sphere { name part }\n")
+            self.write(f"in{frame}/s.{frame}.rvs",
+                       PLAIN.replace('"out.png"', f'"in{frame}/out{frame}/a.%02d.png"')
+                       + f'include "in{frame}/part{frame}.rvs"\n')
+        self.run_command("render", "--safe", "-q", "in%d/s.#.rvs", "--frames", "1-3")
+        self.run_command("render", "--safe", "-q", "in%d/s.#.rvs", "--frames", "1-3",
+                         "-o", "else%d/b.png")
+        for frame in 1, 2, 3:
+            self.assertTrue(self.exists(f"in{frame}/out{frame}/a.{frame:02d}.png"))
+            self.assertTrue(self.exists(f"else{frame}/b.png"))
+
+    def test_a_frame_may_not_use_the_folder_of_another(self):
+        for frame in 1, 2:
+            os.makedirs(self.path(f"in{frame}"))
+            self.write(f"in{frame}/s.{frame}.rvs",
+                       PLAIN.replace('"out.png"', '"in1/a.%02d.png"'))
+        result = self.refuses("render", "--safe", "-q", "in%d/s.#.rvs", "--frames", "1-2", code=1,
+                              message="outside of the roots")
+        self.assertIn("in2/s.2.rvs", result.stderr)
+        self.assertEqual(sorted(os.listdir(self.path("in1"))), ["a.01.png", "s.1.rvs"])
+
+    def test_the_number_of_a_frame_does_not_lead_out(self):
+        os.symlink(self.path("outside"), self.path("scene/1"))
+        name = self.scene(PLAIN.replace('"out.png"', '"scene/%d/a.png"'))
+        for frames in "1", "1-2":
+            self.refuses("render", "--safe", "-q", name, "--frames", frames, code=1,
+                         message="outside of the roots")
+        self.assertEqual(os.listdir(self.path("outside")), ["part.rvs"])
+
     def test_options_of_safe_mode_need_it(self):
         self.write("scene.rvs", "")
-        for option in ("--root", "."), ("--max-memory", "1G"), ("--max-nodes", "5"):
+        for option in ("--root", "."), ("--max-memory", "1G"), ("--max-nodes", "5"), \
+                ("--max-scan", "5s"):
             self.run_command("info", *option, "scene.rvs", code=2)
 
 
@@ -231,6 +270,25 @@ class Limits(SafeCase):
         self.assertEqual(result.returncode, 0, result.stderr)
 
 
+    def test_the_time_of_a_scan_is_bounded(self):
+        message = "it takes longer than 0:00 to look at the scene (see --max-scan)"
+        with gzip.open(self.path("scene/blanks.rvs.gz"), "wb", compresslevel=1) as file:
+            for _ in range(400):
+                file.write(b" " * (1 << 20))
+        for i in range(16):
+            self.write(f"scene/{i}.rvs", f'include "scene/{i + 1}.rvs"\n' * 2)
+        self.write("scene/16.rvs", "")
+        for text in 'include "scene/blanks.rvs"\n', 'include "scene/0.rvs"\n', \
+                "sphere { }\n" * 2000000, 'image { filename "a.png" }\n' * 500000:
+            with self.subTest(text[:40]):
+                name = self.scene(text)
+                start = time.monotonic()
+                result = self.run_within_limit("check", "--safe", "--max-nodes", "100000000",
+                                               "--max-scan", "100ms", name)
+                self.assertEqual(result.returncode, 1)
+                self.assertIn(message, result.stdout)
+                self.assertLess(time.monotonic() - start, 10)
+
     def test_memory_is_bounded_while_the_scene_is_looked_at(self):
         self.write("scene/scene.rvs", 'override { nobody filename "' + "x" * 200000000 + '"\n}\n')
         result = self.run_within_limit("info", "--safe", "--max-memory", "100M", "scene/scene.rvs")
@@ -248,11 +306,18 @@ class Addresses(SafeCase):
                       "override {\n l obj_list ball\n}\nlist_aggregate { name l }"):
             name = self.scene("sphere { name ball radius 1 }\n" + block + "\n")
             for mode in [], ["--safe"]:
-                for command in ("check", "info"):
-                    result = self.run_within_limit(command, *mode, name)
-                    output = result.stdout + result.stderr
-                    self.assertEqual(result.returncode, 1, output)
-                    self.assertIn("is the address of code or data", output)
+                result = self.run_within_limit("check", *mode, name)
+                self.assertEqual(result.returncode, 1, result.stdout)
+                self.assertIn("is the address of code or data", result.stdout)
+                self.assertNotIn("2 errors", result.stdout)
+            result = self.run_within_limit("info", "--safe", name)
+            self.assertEqual(result.returncode, 1, result.stderr)
+            self.assertIn("is the address of code or data", result.stderr)
+            result = self.run_within_limit("info", name)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            place = "" if block.startswith("override") else "scene/scene.rvs:2: "
+            self.assertRegex(result.stderr, rf"warning: {place}\w\.\w+: an address, which only a "
+                                            "program can give; ignoring \"ball\"")
         self.allowed("procedural { name p funcptr NULL min -1 -1 -1 max 1 1 1 }")
 
 

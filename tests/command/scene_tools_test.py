@@ -82,12 +82,39 @@ class Convert(CommandCase):
         self.assertIn(b"sphere", self.read("a.rvs"))
         self.assertEqual(os.listdir(self.folder), ["a.rvs"])
 
-    def test_overrides_of_nodes_to_come_are_left_out(self):
-        self.write("a.rvs", "override { later radius 2\n}\nsphere\n{\n name ball\n}\n")
+    def test_overrides_of_nodes_to_come_mean_the_same(self):
+        with open(BALL, encoding="utf-8") as file:
+            scene = file.read()
+        self.write("part.rvs", "sphere { name later radius 0.1 shader red center 0 0.5 0.6 }\n")
+        self.write("plain.rvs", scene + "procedural { name p dso \"part.rvs\" min -2 -2 -2 "
+                                        "max 2 2 2 }\n")
+        self.write("a.rvs", "override\n{\n later radius 0.4\n later shader grey\n}\n"
+                            "include \"plain.rvs\"\n")
         self.run_command("convert", "a.rvs", "b.rvs")
-        self.assertNotIn(b"override", self.read("b.rvs"))
-        self.assertIn(b" name ball\n", self.read("b.rvs"))
-        self.assertEqual(self.run_command("check", "b.rvs").stderr, "")
+        self.run_command("convert", "b.rvs", "c.rvs.gz")
+        images = []
+        for name in "plain.rvs", "a.rvs", "b.rvs", "c.rvs.gz":
+            self.run_command("render", "-q", name)
+            images.append(self.read("ball.png"))
+        self.assertNotEqual(images[0], images[1])
+        self.assertEqual(images[1], images[2])
+        self.assertEqual(images[1], images[3])
+
+    def test_links_are_written_through(self):
+        os.mkdir(self.path("real"))
+        self.write("real/a.rvs", "old")
+        os.symlink("real/a.rvs", self.path("link.rvs"))
+        os.symlink("real/new.rvs", self.path("dangling.rvs"))
+        for name, target in ("link.rvs", "real/a.rvs"), ("dangling.rvs", "real/new.rvs"):
+            self.run_command("convert", BALL, name)
+            self.assertTrue(os.path.islink(self.path(name)))
+            self.assertTrue(self.read(target).startswith(b"### exported: "))
+        self.assertEqual(sorted(os.listdir(self.path("real"))), ["a.rvs", "new.rvs"])
+
+    def test_a_folder_is_no_obj_file(self):
+        os.mkdir(self.path("model.obj"))
+        self.refuses("convert", "model.obj", "a.rvs", code=1, message="model.obj: Is a directory")
+        self.assertFalse(self.exists("a.rvs"))
 
     def test_a_replaced_file_keeps_its_permissions(self):
         for mode in (0o600, 0o664):

@@ -466,3 +466,42 @@ TEST_F(SceneFiles, a_literal_begins_with_a_digit_a_point_a_minus_or_a_quote)
     EXPECT_EQ(value("l", "Kd"), "1");
     EXPECT_EQ(value("l", "Kd_color"), "0.5 -1 2");
 }
+
+// ---- Addresses ----
+
+// Every built-in parameter that holds an address, so that a new one is not forgotten.
+TEST_F(SceneFiles, no_scene_gives_an_address)
+{
+    int count = 0;
+    for (int t = 0; t < RvGetNumInstalledNodes(); ++t) {
+        const RtNodeEntry* const type = RvNodeEntryLookUpByIndex(t);
+        for (int i = 0; i < RvNodeEntryGetNumParams(type); ++i) {
+            const RtParamEntry* const param = RvNodeEntryGetParameter(type, i);
+            if (RvParamGetType(param) != RV_TYPE_POINTER)
+                continue;
+            ++count;
+            const std::string name = RvParamGetName(param);
+            const std::string block = std::string(type->name) + " { name it " + name;
+            const std::string problem = "it." + name +
+                                        ": an address, which only a program can give; ignoring "
+                                        "\"ball\"";
+            loadWell("sphere { name ball }\n");
+            EXPECT_EQ(problemsOf(block + " ball }"), problem);
+            EXPECT_EQ(RvNodeGetPtr(node("it"), name.c_str()), nullptr);
+            EXPECT_EQ(problemsOf("override { it " + name + " ball\n}"), problem);
+            EXPECT_EQ(RvNodeGetPtr(node("it"), name.c_str()), nullptr);
+            RvNodeDestroy(node("it"));
+
+            RvNodeDestroy(node("ball"));
+            EXPECT_EQ(problemsOf(block + " ball }\nsphere { name ball }"), problem);
+            EXPECT_EQ(RvNodeGetPtr(node("it"), name.c_str()), nullptr);
+            RvNodeSetPtr(node("it"), name.c_str(), &count); // a program may
+            EXPECT_EQ(RvNodeGetPtr(node("it"), name.c_str()), &count);
+            loadWell("override { it " + name + " NULL\n}");
+            EXPECT_EQ(RvNodeGetPtr(node("it"), name.c_str()), nullptr);
+            RvNodeDestroy(node("it"));
+            RvNodeDestroy(node("ball"));
+        }
+    }
+    EXPECT_EQ(count, 5);
+}

@@ -4,6 +4,7 @@
 #include "dotrvs_references.h"
 #include "golden.h"
 #include "override.h"
+#include "write_tools.h"
 
 #include <atomic>
 #include <thread>
@@ -279,4 +280,41 @@ TEST_F(SceneFiles, an_exhausted_heap_is_survived_by_overrides)
     EXPECT_TRUE(node_tools::anyReportsFailure(problems, "core\\src\\override",
                                               "RvRVSApplyDelayedOverrides"));
     EXPECT_GT(serial, 10);
+}
+
+// ---- Writing ----
+
+TEST_F(SceneFiles, what_waits_for_a_node_is_written_as_the_block_it_was_read_from)
+{
+    loadWell("override { later radius 2 3\n later shader grey # why\n \"a b\" Kd_color 1 0 0\n}");
+    EXPECT_EQ(write_tools::blockOf(overrideOf("later")),
+              "override\n{\n later radius 2 3\n later shader grey # why\n}\n\n");
+    EXPECT_EQ(write_tools::blockOf(overrideOf("\"a b\"")),
+              "override\n{\n \"a b\" Kd_color 1 0 0\n}\n\n");
+}
+
+TEST_F(SceneFiles, written_overrides_read_back)
+{
+    loadWell("override { later radius 2\n later radius 3\n other opaque off\n}");
+    const std::string text = write_tools::sceneText();
+    RvEnd();
+    RvBegin();
+    loadWell(text);
+    EXPECT_FLOAT_EQ(RvNodeGetFlt(initialized("sphere", "later"), "radius"), 3);
+    EXPECT_FALSE(RvNodeGetBool(initialized("sphere", "other"), "opaque"));
+}
+
+TEST_F(SceneFiles, a_stored_value_that_a_host_changed_ends_with_its_line)
+{
+    loadWell("override { later radius 2\n}");
+    RtArray* const value = RvArrayGetArray(RvNodeGetArray(overrideOf("later"), "param_value"), 0);
+    memcpy(value->data, "\n}\n", 3);
+    EXPECT_EQ(write_tools::blockOf(overrideOf("later")), "override\n{\n later radius \n}\n\n");
+}
+
+TEST_F(SceneFiles, overrides_that_a_host_made_are_blocks_of_their_type)
+{
+    RtNode* const node = node_tools::named("override", "mine");
+    RvNodeSetStr(node, "node_name", "later");
+    EXPECT_EQ(write_tools::blockOf(node), "override\n{\n name mine\n node_name \"later\"\n}\n\n");
 }
