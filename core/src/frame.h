@@ -43,7 +43,6 @@ struct RtHooks {
     bool (*rendering)();                                 // nodes -> render: a render is running
     void (*applyOverrides)(RtNode*);                     // nodes -> dotrvs: before Initialize
     RtBBox (*rootBounds)(const RtNode* root);            // universe -> objects: world bounds
-    void (*flushTextures)();                             // universe -> texture
     void (*flushShape)(RtNode* shape, int flags);        // universe -> objects: per-object caches
     void (*flushLight)(RtNode* light, int flags);        // universe -> lights: sampling tables
 

@@ -56,7 +56,6 @@ static const RtHooks hooks = {
     .rendering = RvRendering,
     .applyOverrides = RvRVSApplyDelayedOverrides,
     .rootBounds = rootBounds,
-    .flushTextures = do_nothing,
     .flushShape = flushShape,
     .flushLight = flushLight,
     .shadeSurface = shadeSurface,

@@ -1,9 +1,11 @@
 """`ruvell maketx`."""
 import os
+import signal
 import struct
+import subprocess
 import time
 import unittest
-from command_case import CommandCase
+from command_case import RUVELL, CommandCase
 
 
 def ppm(width, height):
@@ -56,6 +58,30 @@ class Maketx(CommandCase):
             self.assertEqual(levels[1][WIDTH], 20)
             self.assertEqual(levels[-1][WIDTH], 1)
         self.assertEqual(self.leftovers(), [])
+
+    def test_safe_mode_makes_the_same_textures(self):
+        os.mkdir(self.path("made"))
+        self.image("a.ppm")
+        plain = self.run_command("maketx", "a.ppm", "-o", "made/plain.tx")
+        safe = self.run_command("maketx", "--safe", "a.ppm", "-o", "made/safe.tx")
+        self.assertEqual((plain.returncode, safe.returncode, safe.stderr), (0, 0, ""))
+        self.assertEqual([tags[WIDTH] for tags in tiff_directories(self.read("made/safe.tx"))],
+                         [tags[WIDTH] for tags in tiff_directories(self.read("made/plain.tx"))])
+
+    def test_an_interrupt_leaves_no_unfinished_file(self):
+        with open(self.path("large.ppm"), "wb") as file:
+            file.write(b"P6\n6000 6000\n255\n" + os.urandom(6000 * 300) * 60)
+        for arguments in [], ["--safe"]:
+            with self.subTest(arguments):
+                process = subprocess.Popen([RUVELL, "maketx", "large.ppm", *arguments],
+                                           cwd=self.folder, stdout=subprocess.PIPE,
+                                           stderr=subprocess.PIPE)
+                while not self.leftovers() and process.poll() is None:
+                    time.sleep(0.01)
+                process.send_signal(signal.SIGINT)
+                process.communicate(timeout=60)
+                self.assertEqual(process.returncode, 130)
+                self.assertEqual(os.listdir(self.folder), ["large.ppm"])
 
     def test_one_texture_can_be_named(self):
         self.image("a.ppm")

@@ -131,7 +131,6 @@ private:
         .rendering = rv::do_nothing,
         .applyOverrides = rv::do_nothing,
         .rootBounds = rv::do_nothing,
-        .flushTextures = rv::do_nothing,
         .flushShape = rv::do_nothing,
         .flushLight = rv::do_nothing,
         .shadeSurface = [](RtShaderGlobals*) { return RV_TYPE_NONE; },

@@ -2,14 +2,18 @@
 #include "command.h"
 #include "outputs.h"
 #include "report.h"
+#include "safe.h"
+#include "signals.h"
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -31,6 +35,7 @@ struct MaketxSettings {
     bool fix_nan = false;
     bool update = false;
     bool is_quiet = false;
+    SafetySettings safety;
 };
 
 } // namespace
@@ -66,6 +71,7 @@ static void setup(CLI::App& app)
     app.add_flag("-u,--update", settings.update,
                  "Leave a texture alone that is newer than its image");
     app.add_flag("-q,--quiet", settings.is_quiet, "Do not list the textures that were written");
+    addSafeFlag(app, settings.safety);
 }
 
 static std::string textureName(const std::string& input)
@@ -123,13 +129,41 @@ static std::string make(const std::string& input, const std::string& part)
     return text.empty() ? "the texture could not be written" : text;
 }
 
+// What the names of unfinished files begin with.
+static std::string unfinishedPrefix() { return ".ruvell-" + std::to_string(getpid()) + "-"; }
+
 // Beside the output, so that it can take its place in one step. Its extension tells the maker the
 // format of the file.
 static std::string partName(const std::string& output)
 {
     const fs::path path(output);
-    const std::string name = ".ruvell-" + std::to_string(getpid()) + "-" + path.filename().string();
-    return (path.parent_path() / name).string();
+    return (path.parent_path() / (unfinishedPrefix() + path.filename().string())).string();
+}
+
+// The maker has a file of its own beside the part, whose name only begins as we know.
+static void removeUnfinished()
+{
+    std::error_code error;
+    for (const std::string& input : settings.inputs) {
+        const fs::path folder = fs::absolute(textureName(input), error).parent_path();
+        for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
+            if (entry.path().filename().string().rfind(unfinishedPrefix(), 0) == 0)
+                fs::remove(entry.path(), error);
+    }
+}
+
+// Waits for the signals that end the command in a thread of its own, where files can be removed.
+// Call it before there are other threads.
+static void removeUnfinishedOnSignals()
+{
+    const sigset_t signals = stopSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([signals] {
+        int number = 0;
+        sigwait(&signals, &number);
+        removeUnfinished();
+        leave(exit_signal + number);
+    }).detach();
 }
 
 // True once the texture is in its place, whole; an older one stays as it was until then.
@@ -167,7 +201,7 @@ static bool checkFiles(const std::string& input, const std::string& output)
         reportError(input + ": the texture would overwrite its image");
         return false;
     }
-    return checkFolderOf(output);
+    return checkImageFile(output);
 }
 
 static bool process(const std::string& input)
@@ -191,6 +225,12 @@ static int run(CLI::App&)
         reportError("--output names one texture, but there are several images");
         return exit_usage;
     }
+    TrustedPaths trusted;
+    trusted.read = settings.inputs;
+    for (const std::string& input : settings.inputs)
+        trusted.written.push_back(textureName(input));
+    confineWithoutScenes(settings.safety, trusted);
+    removeUnfinishedOnSignals();
     bool has_failed = false;
     for (const std::string& input : settings.inputs)
         has_failed |= !process(input);
