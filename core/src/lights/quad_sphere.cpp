@@ -25,9 +25,8 @@ static SphericalTriangle makeTriangle(const Vec3d& a, const Vec3d& b, const Vec3
     t.angles[0] = angleBetween(ca, -ab);
     t.angles[1] = angleBetween(ab, -bc);
     t.angles[2] = angleBetween(bc, -ca);
-    for (int i = 0; i < 3; ++i)
-        t.cos_angles[i] = cos(t.angles[i]);
     t.area = std::max(0.0, t.angles[0] + t.angles[1] + t.angles[2] - pi);
+    t.cos_alpha = cos(t.angles[0]);
     t.sin_alpha = sin(t.angles[0]);
     t.ab_sin_alpha = dot(a, b) * t.sin_alpha;
     t.c_across = normalized(dot(a, a) > 0 ? c - a * (dot(c, a) / dot(a, a)) : c);
@@ -47,7 +46,7 @@ SphericalQuad projectQuad(const QuadGeometry& quad, const RtPoint& point)
 static Vec3d triangleDirection(const SphericalTriangle& triangle, double u, double v)
 {
     const double phi = u * triangle.area - triangle.angles[0];
-    const double s = sin(phi), t = cos(phi), cos_alpha = triangle.cos_angles[0];
+    const double s = sin(phi), t = cos(phi), cos_alpha = triangle.cos_alpha;
     const double p = t - cos_alpha, q = s + triangle.ab_sin_alpha;
     const double k = std::clamp(
         ((q * t - p * s) * cos_alpha - q) / ((q * s + p * t) * triangle.sin_alpha), -1.0, 1.0);

@@ -11,10 +11,9 @@ struct SphericalTriangle {
     Vec3d a, b;     // corners on the unit sphere
     Vec3d c_across; // the part of the third one across a, unit
     double angles[3];
-    double cos_angles[3];
-    double sin_alpha;    // of the first angle
-    double ab_sin_alpha; // (a . b) sin alpha
-    double area;         // steradians
+    double cos_alpha, sin_alpha; // of the first angle
+    double ab_sin_alpha;         // (a . b) sin alpha
+    double area;                 // steradians
 };
 
 struct SphericalQuad {
