@@ -210,7 +210,6 @@ void measureTable(bench::Report& figures, const bench::Options& options)
 Moments uniformMoments(RtNode* sky, Surface* surface)
 {
     constexpr int n = 3000;
-    rv::LightColor place(*rv::lightData(sky)->map, 0, 0);
     double sum = 0, squares = 0;
     for (int j = 0; j < n; ++j)
         for (int i = 0; i < n; ++i) {

@@ -88,7 +88,13 @@ bool RvImportance2DInit(RtImportanceTable* table, int n, float measure, JointWor
     if (!memory)
         return false;
     *table = { n, 1.0f / float(n), memory, memory + size_t(n) * size_t(n), 0, 0 };
-    work->lead(thread, n, [&](int t, int row) { fill(t, row, memory + size_t(row) * size_t(n)); });
+    const auto fillCells = [&](int t, int row) {
+        return fill(t, row, memory + size_t(row) * size_t(n));
+    };
+    if (!work->lead(thread, n, fillCells)) {
+        releaseImportance(table);
+        return false;
+    }
     const double total = totalOf(*table);
     if (!(total > 0))
         return true;

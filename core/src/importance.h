@@ -22,8 +22,8 @@ struct RtImportanceTable {
 
 namespace rv {
 
-// Writes what the cells of a row weigh, each importanceOf its colour.
-using FillRow = std::function<void(int thread, int row, float* cells)>;
+// Writes what the cells of a row weigh, each importanceOf its colour. False to give the table up.
+using FillRow = FunctionRef<bool(int thread, int row, float* cells)>;
 
 // What a cell of that colour weighs when it has that measure; never negative, and finite.
 float importanceOf(const RtRGB& color, float measure);
@@ -36,7 +36,7 @@ inline float cellCenter(const RtImportanceTable& table, int i)
 
 // Makes a table of n * n cells out of an empty one, on the calling thread and on those that join
 // the work; the result is the same for any number of them. `measure` is that of the whole square.
-// False, leaving it empty, after a reported failure.
+// False, leaving it empty, after a reported failure, or when it was given up.
 bool RvImportance2DInit(RtImportanceTable* table, int n, float measure, JointWork* work, int thread,
                         const FillRow& fill);
 // Makes it empty.

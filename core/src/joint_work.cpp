@@ -3,30 +3,40 @@
 
 namespace rv {
 
-void JointWork::work(int thread)
+void JointWork::enter(State next_state)
 {
-    for (int i; (i = next.fetch_add(1)) < count;)
-        (*piece)(thread, i);
+    state = next_state;
+    state.notify_all();
 }
 
-// The leader closes the work before it looks for helpers, and a helper announces itself before it
+void JointWork::work(int thread)
+{
+    for (int i; !is_given_up && (i = next.fetch_add(1)) < count;)
+        if (!(*piece)(thread, i))
+            is_given_up = true;
+}
+
+// The leader closes the work before it looks for helpers, and a helper counts itself before it
 // looks whether the work is open: so either the leader waits for the helper or the helper leaves.
-void JointWork::lead(int thread, int count_, const Piece& piece_)
+bool JointWork::lead(int thread, int count_, const Piece& piece_)
 {
     piece = &piece_;
     count = count_;
     next = 0;
-    is_open = true;
+    is_given_up = false;
+    enter(open);
     work(thread);
-    is_open = false;
+    enter(idle);
     for (int present; (present = helpers) != 0;)
         helpers.wait(present);
+    return !is_given_up;
 }
 
 void JointWork::join(int thread)
 {
     ++helpers;
-    if (is_open)
+    state.wait(announced);
+    if (state == open)
         work(thread);
     if (--helpers == 0)
         helpers.notify_one();

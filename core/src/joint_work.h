@@ -2,8 +2,9 @@
 #ifndef RV_JOINT_WORK_H
 #define RV_JOINT_WORK_H
 
+#include "function_ref.h"
+
 #include <atomic>
-#include <functional>
 
 namespace rv {
 
@@ -11,22 +12,43 @@ namespace rv {
 // throw, and not depend on who does them.
 class JointWork {
 public:
-    using Piece = std::function<void(int thread, int index)>;
+    // False gives the whole work up: no further piece is begun.
+    using Piece = FunctionRef<bool(int thread, int index)>;
+
+    // From the first to the second, threads that join wait for work to begin. For the thread that
+    // is going to lead it.
+    void announce() { enter(announced); }
+    void cancel() { enter(idle); }
 
     // Does the pieces 0 to count - 1 along with the threads that join, and returns when all are
-    // done. For one thread at a time.
-    void lead(int thread, int count, const Piece& piece);
+    // done, or false when one of them gave up. For one thread at a time.
+    bool lead(int thread, int count, const Piece& piece);
     // Helps the thread that leads, if there is one, until no piece is left to begin.
     void join(int thread);
 
 private:
+    enum State { idle, announced, open };
+    void enter(State next_state);
     void work(int thread);
 
     const Piece* piece = nullptr; // with count: fixed while the work is open or has helpers
     int count = 0;
     std::atomic<int> next = 0; // piece that nobody has begun
-    std::atomic<bool> is_open = false;
+    std::atomic<bool> is_given_up = false;
+    std::atomic<State> state = idle;
     std::atomic<int> helpers = 0;
+};
+
+// Announces work until it is done, or until the end of a scope when it never begins.
+class AnnouncedWork {
+public:
+    explicit AnnouncedWork(JointWork* joint_work) : work(joint_work) { work->announce(); }
+    ~AnnouncedWork() { work->cancel(); }
+    AnnouncedWork(const AnnouncedWork&) = delete;
+    AnnouncedWork& operator=(const AnnouncedWork&) = delete;
+
+private:
+    JointWork* work;
 };
 
 } // namespace rv

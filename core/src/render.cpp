@@ -9,6 +9,7 @@
 #include "dotrvs.h"
 #include "dotrvs_references.h"
 #include "hemi_tables.h"
+#include "lights/light_map.h"
 #include "lights/lights.h"
 #include "list.h"
 #include "metadata.h"
@@ -205,9 +206,11 @@ public:
     explicit RenderScope(RtRenderSession* session) : session_(session)
     {
         startPointClouds(&session->abort_flag);
+        startLightMaps(&session->abort_flag);
     }
     ~RenderScope()
     {
+        endLightMaps();
         endPointClouds();
         image_geometry = nullptr;
         session_->scene->releaseLights();

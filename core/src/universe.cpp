@@ -1,6 +1,7 @@
 // universe: queries on the open universe and iteration over its nodes (rv_universe.h).
 #include "rv_universe.h"
 
+#include "cache_flags.h"
 #include "frame.h"
 #include "options.h"
 #include "scene.h"
@@ -17,12 +18,6 @@ static RtScene* litScene()
 {
     return render_options && render_options->ignore_lights ? nullptr : openScene();
 }
-
-enum CacheFlags {
-    flush_texture_cache = 0x1,
-    flush_shape_caches = 0x2 | 0x4,
-    flush_light_tables = 0x8 | 0x10,
-};
 
 // The first of the nodes from there on whose kind is in the mask. Loads on render threads append to
 // the list meanwhile, so the caller holds the scene lock.
@@ -93,7 +88,7 @@ void RvUniverseCacheFlush(int flags)
         return;
     if (flags & rv::flush_shape_caches)
         rv::flushNodes(RV_NODE_SHAPE, rv::the_frame->hooks->flushShape, flags);
-    if (flags & rv::flush_light_tables)
+    if (flags & (rv::flush_skydome_tables | rv::flush_quad_tables))
         rv::flushNodes(RV_NODE_LIGHT, rv::the_frame->hooks->flushLight, flags);
 }
 

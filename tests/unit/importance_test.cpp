@@ -26,6 +26,7 @@ struct Table : RtImportanceTable {
         EXPECT_TRUE(
             rv::RvImportance2DInit(this, side, measure, &work, 0, [&](int, int row, float* out) {
                 std::copy_n(weights.begin() + row * side, side, out);
+                return true;
             }));
     }
     ~Table() { rv::releaseImportance(this); }
@@ -274,6 +275,7 @@ TEST_F(Importance, concurrent_threads_make_the_same_table_as_one)
             rv::RvImportance2DInit(&table, n, 1, &work, thread, [&](int t, int row, float* out) {
                 ++rows[size_t(t)];
                 std::copy_n(weights.begin() + row * n, n, out);
+                return true;
             });
         });
         EXPECT_EQ(std::accumulate(rows.begin(), rows.end(), 0), n);
@@ -289,8 +291,10 @@ TEST_F(Importance, a_table_that_finds_no_memory_is_reported_and_stays_empty)
     const auto make = [&](int n) {
         Table table;
         rv::JointWork work;
-        EXPECT_FALSE(rv::RvImportance2DInit(&table, n, 1, &work, 0,
-                                            [](int, int, float*) { FAIL() << "nothing to fill"; }));
+        EXPECT_FALSE(rv::RvImportance2DInit(&table, n, 1, &work, 0, [](int, int, float*) {
+            ADD_FAILURE() << "nothing to fill";
+            return true;
+        }));
         EXPECT_EQ(table.n, 0);
         EXPECT_EQ(table.cells, nullptr);
         return takeProblemWithoutLines();
@@ -306,6 +310,21 @@ TEST_F(Importance, a_table_that_finds_no_memory_is_reported_and_stays_empty)
                              "RvImportance2DInit():");
 }
 
+TEST_F(Importance, a_table_that_is_given_up_stays_empty)
+{
+    Table table;
+    rv::JointWork work;
+    int rows = 0;
+    EXPECT_FALSE(rv::RvImportance2DInit(&table, 10, 1, &work, 0, [&](int, int row, float*) {
+        ++rows;
+        return row < 3;
+    }));
+    EXPECT_EQ(rows, 4);
+    EXPECT_EQ(table.n, 0);
+    EXPECT_EQ(table.cells, nullptr);
+    EXPECT_EQ(takeProblem(), "");
+}
+
 TEST_F(Importance, a_released_table_can_be_made_again)
 {
     Table table({ 1, 2, 3, 4 });
@@ -313,8 +332,10 @@ TEST_F(Importance, a_released_table_can_be_made_again)
     EXPECT_EQ(table.cells, nullptr);
     rv::releaseImportance(&table);
     rv::JointWork work;
-    EXPECT_TRUE(
-        rv::RvImportance2DInit(&table, 1, 1, &work, 0, [](int, int, float* out) { *out = 5; }));
+    EXPECT_TRUE(rv::RvImportance2DInit(&table, 1, 1, &work, 0, [](int, int, float* out) {
+        *out = 5;
+        return true;
+    }));
     EXPECT_EQ(rv::sampleImportance(table, 0.25f, 0.5f).density, 1);
     EXPECT_EQ(rv::sampleImportance(table, 0.25f, 0.5f).u, 0.25f);
 }

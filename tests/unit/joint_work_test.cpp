@@ -14,6 +14,7 @@ TEST(JointWork, one_thread_does_all_the_pieces_in_order)
     for (int count : { 3, 0, 2 })
         work.lead(7, count, [&](int thread, int i) {
             done += std::to_string(thread) + ":" + std::to_string(i) + " ";
+            return true;
         });
     EXPECT_EQ(done, "7:0 7:1 7:2 7:0 7:1 ");
 }
@@ -23,9 +24,23 @@ TEST(JointWork, joining_without_work_returns_at_once)
     rv::JointWork work;
     work.join(1);
     int pieces = 0;
-    work.lead(0, 5, [&](int, int) { ++pieces; });
+    work.lead(0, 5, [&](int, int) { return ++pieces > 0; });
     work.join(1);
     EXPECT_EQ(pieces, 5);
+}
+
+TEST(JointWork, a_piece_may_give_the_work_up)
+{
+    rv::JointWork work;
+    std::string done;
+    const auto upToTwo = [&](int, int i) {
+        done += std::to_string(i);
+        return i < 2;
+    };
+    EXPECT_FALSE(work.lead(0, 5, upToTwo));
+    EXPECT_EQ(done, "012");
+    EXPECT_TRUE(work.lead(0, 2, upToTwo)) << "which the next work does not remember";
+    EXPECT_EQ(done, "01201");
 }
 
 // ---- Several threads ----
@@ -45,6 +60,7 @@ TEST(JointWork, concurrent_threads_that_join_do_every_piece_once)
             work.lead(thread, count, [&](int t, int i) {
                 ++runs[i]; // every piece and every thread has its own place
                 ++done_by[t];
+                return true;
             });
             int all = 0; // the leader sees everything when it returns
             for (int t = 0; t < threads; ++t)
@@ -72,8 +88,56 @@ TEST(JointWork, concurrent_helpers_share_the_pieces)
             ++done_by[t];
             for (++present; present < 2;)
                 std::this_thread::yield();
+            return true;
         });
     });
     EXPECT_EQ(done_by[0], 1);
     EXPECT_EQ(done_by[1], 1);
+}
+
+TEST(JointWork, concurrent_threads_wait_for_work_that_is_announced)
+{
+    rv::JointWork work;
+    std::atomic<bool> is_announced = false;
+    std::atomic<int> present = 0;
+    int done_by[2] = {};
+    onThreads(2, [&](int thread) {
+        if (thread == 1) {
+            while (!is_announced)
+                std::this_thread::yield();
+            work.join(1);
+            return;
+        }
+        const rv::AnnouncedWork announced(&work);
+        is_announced = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        work.lead(0, 2, [&](int t, int) { // neither piece ends before both have begun
+            ++done_by[t];
+            for (++present; present < 2;)
+                std::this_thread::yield();
+            return true;
+        });
+    });
+    EXPECT_EQ(done_by[0], 1);
+    EXPECT_EQ(done_by[1], 1);
+}
+
+TEST(JointWork, concurrent_threads_leave_when_announced_work_never_begins)
+{
+    rv::JointWork work;
+    std::atomic<bool> is_announced = false;
+    onThreads(3, [&](int thread) {
+        if (thread > 0) {
+            while (!is_announced)
+                std::this_thread::yield();
+            work.join(thread);
+            return;
+        }
+        const rv::AnnouncedWork announced(&work);
+        is_announced = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    });
+    int pieces = 0;
+    work.lead(0, 2, [&](int, int) { return ++pieces > 0; });
+    EXPECT_EQ(pieces, 2);
 }

@@ -291,16 +291,20 @@ static void takeAllSamples(RtShaderGlobals* sg)
 }
 
 // Types that keep what they know of a point elsewhere, one for each thread, need it again when they
-// are asked; the thread may have lit other points since.
+// are asked; the thread may have lit other points since. Those with a record of their own still
+// have it, with the samples.
 static void prepareAgain(RtShaderGlobals* sg)
 {
     const uint16_t count_before = sg->light_sample_count;
     LightPoints points(sg);
     for (int i = 0; i < lightCount(*sg); ++i) {
         const RtLightData* const light = lightData(sg->lights[i]);
-        if (RtLightPoint* const point = light && light->mis ? points.borrow(*light) : nullptr)
+        if (!light || !light->mis || light->point_size > sizeof(RtLightPoint))
+            continue;
+        if (RtLightPoint* const point = points.borrow(*light))
             RvLightPrepare(*light, sg, point);
     }
+    sg->state->lights.mis.active = false;
     sg->light_sample_count = count_before;
 }
 

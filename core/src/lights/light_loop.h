@@ -64,6 +64,10 @@ private:
     const LightProjection before;
 };
 
+// Nothing can arrive from that direction: it is below the horizon of a surface that looks at one
+// side only.
+bool isBelow(const RtShaderGlobals& sg, const RtVector& dir);
+
 // Runs the light filters of the current light on the light fields of the context, then traces the
 // shadow over light_dist and fills light_radiance. A light that projects nothing gives null.
 void shineThroughFilters(RtShaderGlobals* sg, const LightProjection* projection);

@@ -1,14 +1,21 @@
 // light_map: importance tables of lights and the shaders behind them. Declared by light_map.h.
 #include "lights/light_map.h"
 
+#include "cache_flags.h"
 #include "duration.h"
+#include "message_passing.h"
 #include "msg.h"
+#include "options.h"
 #include "rv_msg.h"
 #include "shaderglobals.h"
 #include "system/clock.h"
 #include "thread_slot.h"
 
+#include <algorithm>
+#include <new>
 #include <string.h>
+
+static const char* const module_path = "core\\src\\lights\\light_map";
 
 RtLightMap::RtLightMap(const RtNode* node, const RtLightMapType& light_type)
     : light(node), type(light_type)
@@ -20,28 +27,31 @@ namespace rv {
 
 // ---- Life of a table ----
 
-static void countBytes(const RtLightMap& map, int sign)
+static void countBytes(const RtLightMap& map, const RtImportanceTable& table, int sign)
 {
-    threadStats()->*map.type.bytes += sign * int64_t(importanceBytes(map.table.n));
+    threadStats()->*map.type.bytes += sign * int64_t(importanceBytes(table.n));
 }
 
-static void releaseTable(RtLightMap* map)
+static void releaseTables(const RtLightMap& map, RtLightTable** list)
 {
-    countBytes(*map, -1);
-    releaseImportance(&map->table);
+    while (RtLightTable* const latest = *list) {
+        *list = latest->older;
+        countBytes(map, latest->table, -1);
+        releaseImportance(&latest->table);
+        RvFree_func(latest);
+    }
 }
 
 void invalidateLightMap(RtLightMap* map)
 {
     map->tables_built = false;
-    map->is_dark = false;
-    releaseTable(map);
+    map->table = nullptr;
+    releaseTables(*map, &map->tables);
 }
 
 static bool isFlushed(const RtLightData& light, int flags)
 {
-    enum { flush_skydomes = 0x8, flush_quads = 0x10 };
-    return flags & (light.light_type == RV_LIGHT_QUAD ? flush_quads : flush_skydomes);
+    return flags & (light.light_type == RV_LIGHT_QUAD ? flush_quad_tables : flush_skydome_tables);
 }
 
 void flushLight(RtNode* light, int flags)
@@ -49,74 +59,133 @@ void flushLight(RtNode* light, int flags)
     const RtLightData* const data = lightData(light);
     if (!data || !data->map || !isFlushed(*data, flags))
         return;
-    if (the_frame->hooks->rendering()) // others are reading the table
-        data->map->is_flushed = true;
+    if (the_frame->hooks->rendering()) // one table is enough for a render
+        data->map->is_stale = true;
     else
         data->map->tables_built = false;
 }
 
-// ---- Making a table ----
+// ---- Requests to stop ----
 
-static void reportResult(const RtLightMap& map, const char* type, const char* name,
-                         uint32_t milliseconds)
+static std::atomic<const std::atomic<int>*> render_stop = nullptr;
+
+void startLightMaps(const std::atomic<int>* stop_request) { render_stop = stop_request; }
+void endLightMaps() { render_stop = nullptr; }
+
+static bool isStopped()
 {
-    const RtImportanceTable& table = map.table;
-    if (table.variance < 0.1f)
-        RvMsgWarning("[%s]%s %s, variance = %f", type, name, map.type.complaint,
-                     double(table.variance));
-    if (table.average_energy > 0)
-        RvMsgInfo("[%s]%s %stable done - %s - average energy %f", type, name, map.type.subject,
-                  RvDurationString(milliseconds), double(table.average_energy));
-    else
-        RvMsgInfo("[%s]%s %sdisabling light due to null energy", type, name, map.type.subject);
+    const std::atomic<int>* const request = render_stop;
+    return request && *request;
 }
 
-// What shaders leave in the pool of a thread goes at the end of a row.
-static void fillRow(const RtLightMap& map, int thread, int row, float* cells)
+// ---- Making a table ----
+
+static void reportResult(const RtLightMap& map, const RtImportanceTable& table, const char* type,
+                         const char* space, const char* name, uint32_t milliseconds)
 {
-    RtMemPool* const pool =
-        the_frame->thread_slots ? the_frame->thread_slots[thread].shading_pool : nullptr;
-    if (pool)
-        RvMemPoolPushMark(pool);
-    map.type.fillRow(map.light, thread, row, cells);
-    if (pool)
-        RvMemPoolPopMark(pool);
+    if (table.variance < 0.1f)
+        RvMsgWarning("[%s]%s%s %s, variance = %f", type, space, name, map.type.complaint,
+                     double(table.variance));
+    if (table.average_energy > 0)
+        RvMsgInfo("[%s]%s%s %stable done - %s - average energy %f", type, space, name,
+                  map.type.subject, RvDurationString(milliseconds), double(table.average_energy));
+    else
+        RvMsgInfo("[%s]%s%s %sdisabling light due to null energy", type, space, name,
+                  map.type.subject);
+}
+
+// Scratch memory and messages of a thread for the shaders of one row: they find no messages, and
+// leave nothing behind. Whoever makes a row, at whatever point of the image, makes the same.
+class RowScratch {
+public:
+    explicit RowScratch(int thread)
+        : slot(the_frame->thread_slots ? &the_frame->thread_slots[thread] : nullptr)
+    {
+        if (!slot || !slot->shading_pool)
+            return;
+        RvMemPoolPushMark(slot->shading_pool);
+        outer_messages = slot->messages;
+        slot->messages = RvMessageBank(unsigned(std::max(render_options->max_shader_messages, 1)),
+                                       slot->shading_pool);
+    }
+    ~RowScratch()
+    {
+        if (!slot || !slot->shading_pool)
+            return;
+        RvMessageBankDestroy(slot->messages);
+        slot->messages = outer_messages;
+        RvMemPoolPopMark(slot->shading_pool);
+    }
+    RowScratch(const RowScratch&) = delete;
+    RowScratch& operator=(const RowScratch&) = delete;
+
+private:
+    RtThreadSlot* slot;
+    RtMessageBank* outer_messages = nullptr;
+};
+
+static bool fillTable(RtLightMap* map, RtImportanceTable* table, int thread)
+{
+    const auto fillRow = [map, table](int t, int row, float* cells) {
+        if (isStopped())
+            return false;
+        const RowScratch scratch(t);
+        map->type.fillRow(map->light, t, *table, row, cells);
+        return true;
+    };
+    return RvImportance2DInit(table, map->resolution, map->type.measure(map->light), &map->work,
+                              thread, fillRow);
+}
+
+// Null after a reported failure, or when the render is to stop.
+static RtLightTable* makeTable(RtLightMap* map, int thread)
+{
+    void* const memory =
+        RvMalloc_func(sizeof(RtLightTable), module_path, __LINE__, "RvImportance2DInit");
+    if (!memory)
+        return nullptr;
+    auto* const made = new (memory) RtLightTable{ {}, map->tables };
+    if (fillTable(map, &made->table, thread))
+        return made;
+    RvFree_func(memory);
+    return nullptr;
 }
 
 static void build(RtLightMap* map, int thread)
 {
+    const AnnouncedWork announced(&map->work); // the log may take its time
     const char* const type = RvNodeEntryGetName(map->light->entry);
-    char name[256] = "";
-    if (map->type.names_light)
-        snprintf(name, sizeof name, " %s", RvNodeGetName(map->light));
-    const int n = map->resolution;
-    releaseTable(map);
-    RvMsgInfo("[%s]%s initializing sampling tables %dx%d", type, name, n, n);
+    const char* const space = map->type.names_light ? " " : "";
+    const char* const name = map->type.names_light ? RvNodeGetName(map->light) : "";
+    RvMsgInfo("[%s]%s%s initializing sampling tables %dx%d", type, space, name, map->resolution,
+              map->resolution);
     const uint32_t start = wallMilliseconds();
-    const bool is_made =
-        RvImportance2DInit(&map->table, n, map->type.measure(map->light), &map->work, thread,
-                           [map](int t, int row, float* cells) { fillRow(*map, t, row, cells); });
-    map->is_dark = !(map->table.average_energy > 0);
-    if (!is_made)
+    RtLightTable* const made = makeTable(map, thread);
+    if (!made && isStopped())
         return;
-    countBytes(*map, 1);
-    reportResult(*map, type, name, wallMilliseconds() - start);
+    if (!made)
+        map->is_stale = true; // to be tried again, but not at the very next point
+    map->table = made && made->table.average_energy > 0 ? &made->table : nullptr;
+    map->tables_built.store(true, std::memory_order_release);
+    if (!made)
+        return;
+    map->tables = made;
+    countBytes(*map, made->table, 1);
+    reportResult(*map, made->table, type, space, name, wallMilliseconds() - start);
 }
 
-bool requireLightMap(RtLightMap* map, int thread)
+const RtImportanceTable* requireLightMap(RtLightMap* map, int thread)
 {
     if (!map->lock.handle) // without memory
-        return false;
+        return nullptr;
     if (!map->tables_built.load(std::memory_order_acquire)) {
         map->work.join(thread); // of those that came first
         RvCritSecEnter(&map->lock);
-        if (!map->tables_built.load(std::memory_order_relaxed)) {
+        if (!map->tables_built.load(std::memory_order_relaxed) && !isStopped())
             build(map, thread);
-            map->tables_built.store(true, std::memory_order_release);
-        }
         RvCritSecLeave(&map->lock);
     }
-    return !map->is_dark;
+    return map->table;
 }
 
 // ---- Update ----
@@ -130,9 +199,11 @@ static RtLinkRecord colorLink(const RtNode* light)
 void updateLightMap(RtLightMap* map, int resolution)
 {
     const RtLinkRecord link = colorLink(map->light);
-    if (map->is_flushed.exchange(false) || resolution != map->resolution ||
+    if (map->is_stale.exchange(false) || !map->tables_built || resolution != map->resolution ||
         memcmp(&link, &map->link, sizeof link) != 0)
         invalidateLightMap(map);
+    else if (map->tables)
+        releaseTables(*map, &map->tables->older);
     map->resolution = resolution;
     map->link = link;
     map->is_linked = link.slot[0] != 0;
@@ -142,7 +213,7 @@ void updateLightMap(RtLightMap* map, int resolution)
 
 static thread_local bool is_coloring = false;
 
-bool isColoringLight() { return is_coloring; }
+bool isHiddenLight(const RtLightMap& map) { return map.is_linked && is_coloring; }
 
 // Where the contexts of colours seem to be reached from. A shader that is being evaluated at the
 // lit point, whose context may have no parent either, is thus not taken for the same evaluation.
@@ -182,6 +253,6 @@ RtRGB LightColor::evaluate()
 
 RtLightMap::~RtLightMap()
 {
-    rv::releaseTable(this);
+    rv::releaseTables(*this, &tables);
     RvCritSecClose(&lock);
 }

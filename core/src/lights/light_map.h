@@ -1,7 +1,8 @@
 // The colours of lights that shine from a surface, and the table by which that surface is sampled.
 //
 // The table is made by the render threads that come to need it, under the lock of the map, and is
-// only read from then on. Changes of the light between renders make it invalid.
+// only read from then on. Changes of the light between renders make it invalid. A table that was
+// flushed stays until the next update, because points that were lit by it may still ask it.
 #ifndef RV_LIGHT_MAP_H
 #define RV_LIGHT_MAP_H
 
@@ -17,7 +18,14 @@ struct RtLightMapType {
     const char* subject;     // of messages, or ""
     const char* complaint;   // about a table that makes no difference
     float (*measure)(const RtNode* light);
-    void (*fillRow)(const RtNode* light, int thread, int row, float* cells);
+    void (*fillRow)(const RtNode* light, int thread, const RtImportanceTable& table, int row,
+                    float* cells);
+};
+
+// In the list of all that a light has made since its last update, the latest first.
+struct RtLightTable {
+    RtImportanceTable table;
+    RtLightTable* older;
 };
 
 // A part of the type's data, which points to it from the common data of the light.
@@ -34,13 +42,13 @@ struct RtLightMap {
     RtLinkRecord link = {}; // of "color"
     int resolution = 0;
     bool is_linked = false;
-    std::atomic<bool> is_flushed = false; // while a render used the table: invalid from the next
+    std::atomic<bool> is_stale = false; // the next update makes the table invalid
 
     RtCritSec lock = {};
     rv::JointWork work;
-    std::atomic<bool> tables_built = false; // the rest is under the lock until then
-    bool is_dark = false;                   // nothing to sample, or no memory for it
-    RtImportanceTable table = {};
+    std::atomic<bool> tables_built = false;
+    std::atomic<const RtImportanceTable*> table = nullptr; // null when there is nothing to sample
+    RtLightTable* tables = nullptr;                        // under the lock
 };
 
 namespace rv {
@@ -51,15 +59,20 @@ void updateLightMap(RtLightMap* map, int resolution);
 // The same for changes that the map does not know of.
 void invalidateLightMap(RtLightMap* map);
 
-// Makes sure that there is a table. False when there is nothing to sample.
-bool requireLightMap(RtLightMap* map, int thread);
+// The table, made first if need be; it lasts until the next update. Null when there is nothing to
+// sample, no memory, or no time because the render is to stop.
+const RtImportanceTable* requireLightMap(RtLightMap* map, int thread);
+
+// A render begins, whose requests to stop also stop the making of tables; and ends.
+void startLightMaps(const std::atomic<int>* stop_request);
+void endLightMaps();
 
 // ---- Colours ----
 
-// A shader that works out the colour of a light sees no skydome, and no quad whose colour comes
-// from a shader: their colours or tables could need the first light, without an end. True while the
-// calling thread runs one.
-bool isColoringLight();
+// A shader that works out the colour of a light sees no light whose colour comes from a shader,
+// too: that colour or its table could need the first light, without an end. True for such a light
+// while the calling thread runs such a shader.
+bool isHiddenLight(const RtLightMap& map);
 
 // Where one thread works out colours of a light, in a context that nobody else sees.
 class LightColor {
@@ -79,7 +92,11 @@ private:
 };
 
 // The colour of a light that is not linked to a shader.
-inline RtRGB plainColor(const RtLightMap& map) { return lightData(map.light)->color; }
+// Required: the parameter as it is, without "light_gamma".
+inline RtRGB plainColor(const RtLightMap& map)
+{
+    return lightParam<RtRGB>(map.light, light_color_param);
+}
 
 } // namespace rv
 

@@ -14,6 +14,12 @@ namespace rv {
 
 static const char* const module_path = "core\\src\\lights\\lights";
 
+bool isBelow(const RtShaderGlobals& sg, const RtVector& dir)
+{
+    return sg.stage == RV_STAGE_SURFACE && sg.front_hemisphere_only &&
+           dot(sg.facing_normal, dir) <= 0;
+}
+
 // ---- Filters ----
 
 static void runFilters(RtShaderGlobals* sg, const LightProjection* projection)

@@ -46,10 +46,12 @@ struct QuadLightData {
     bool umbrate = false;
     bool importance = false;                // places are sampled by their colour
     LightKeyArray<QuadGeometry> quads = {}; // in the world; none when one of them is no quad
+    RtPoint mapped[4] = {};                 // corners at the first key, where the table was made
 };
 
 struct QuadLightPoint : RtLightPoint {
     const QuadLightData* data;
+    const RtImportanceTable* table; // by which places are sampled, or null
     const QuadGeometry* quad;
     QuadGeometry moving;  // at the time of the context, of a light with several keys
     bool by_angle;        // samples directions, not places
@@ -115,6 +117,16 @@ static void updateGeometry(QuadLightData* data, const RtNode* node, const RtArra
         }
 }
 
+// The colours of a table may depend on where they are seen.
+static void updateTable(QuadLightData* data, int resolution)
+{
+    if (data->quads.count && memcmp(data->mapped, data->quads.keys[0].p, sizeof data->mapped)) {
+        std::copy_n(data->quads.keys[0].p, 4, data->mapped);
+        invalidateLightMap(&data->map);
+    }
+    updateLightMap(&data->map, resolution);
+}
+
 static void update(RtNode* node, void* params)
 {
     QuadLightData* const data = dataOf(node);
@@ -124,7 +136,7 @@ static void update(RtNode* node, void* params)
     RvLightUpdate(node, true, light.volume.affect_volumetrics);
     setVolume(node, light.volume);
     updateGeometry(data, node, light.vertices);
-    updateLightMap(&data->map, light.resolution);
+    updateTable(data, light.resolution);
     data->umbrate = light.umbrate;
     data->importance = light.resolution > 0 && data->map.is_linked;
 }
@@ -141,7 +153,7 @@ static const QuadGeometry* quadAt(const RtNode* node, const QuadLightData& data,
     for (int i = 0; i < 4; ++i)
         corners[i] = keys[0].p[i] * (1 - at.weight) + keys[1].p[i] * at.weight;
     // Corners that each go their own way may leave the plane a little between two keys.
-    return makeQuad(corners, moving) == quad_is_degenerate ? nullptr : moving;
+    return makeQuad(corners, moving) != quad_is_degenerate && moving->area > 0 ? moving : nullptr;
 }
 
 // ---- Colour ----
@@ -170,11 +182,11 @@ static RtRGB colorAt(const QuadLightPoint& point, const RtShaderGlobals& sg, flo
 }
 
 // The table of a light that moves is that of its first key, whoever makes it at whatever time.
-static void fillRow(const RtNode* node, int thread, int row, float* cells)
+static void fillRow(const RtNode* node, int thread, const RtImportanceTable& table, int row,
+                    float* cells)
 {
     const QuadLightData& data = *dataOf(node);
     const QuadGeometry& quad = data.quads.keys[0];
-    const RtImportanceTable& table = data.map.table;
     const float v = cellCenter(table, row);
     LightColor place(data.map, thread, 0);
     for (int i = 0; i < table.n; ++i) {
@@ -194,13 +206,13 @@ const RtLightMapType quad_map = {
 
 // ---- A point ----
 
-// Below that, in steradians, the areas of spherical triangles are mostly rounding errors, and
-// places serve as well as directions.
+// Below that, in steradians, places serve instead of directions. The rounding errors of the areas
+// of spherical triangles are about 1e-5 there, of those areas, and grow fast for smaller ones.
 static constexpr double least_extent = 1e-7;
 
 static bool isUsable(const QuadLightData* data)
 {
-    return data && data->quads.count && !(data->map.is_linked && isColoringLight());
+    return data && data->quads.count && !isHiddenLight(data->map);
 }
 
 // Looks at the light from the point of the context. False when there is nothing to see.
@@ -213,10 +225,12 @@ static bool aim(RtNode* node, RtShaderGlobals* sg)
     const RtLightData& light = *point->light;
     point->data = data;
     point->quad = quadAt(node, *data, sg->time, &point->moving);
+    // What is behind the horizon as a whole would only give black samples.
     if (!point->quad || !(distanceInFront(*point->quad, sg->point) > 0) ||
         isBehind(*sg, point->quad->centre, point->quad->radius))
         return false;
-    if (data->importance && !requireLightMap(&data->map, sg->thread_index))
+    point->table = data->importance ? requireLightMap(&data->map, sg->thread_index) : nullptr;
+    if (data->importance && !point->table)
         return false;
     if (data->umbrate)
         point->sphere = projectQuad(*point->quad, sg->point);
@@ -258,10 +272,9 @@ static float cosineAt(const QuadGeometry& quad, const RtVector& dir)
 static QuadSample samplePlace(const QuadLightPoint& point)
 {
     const QuadJacobian& jacobian = point.quad->jacobian;
-    if (!point.data->importance)
+    if (!point.table)
         return sampleQuadArea(jacobian, point.sample.x, point.sample.y);
-    const ImportanceSample at =
-        sampleImportance(point.data->map.table, point.sample.x, point.sample.y);
+    const ImportanceSample at = sampleImportance(*point.table, point.sample.x, point.sample.y);
     return { at.u, at.v, at.density / jacobian.at(at.u, at.v) };
 }
 
@@ -304,12 +317,6 @@ static void shine(const QuadLightPoint& point, RtShaderGlobals* sg, float u, flo
     shineThroughFilters(sg, nullptr);
 }
 
-// The solid angle that the whole quad would have if it looked everywhere as it does there.
-static float apparentSize(const QuadGeometry& quad, float cosine, float distance)
-{
-    return quad.area * cosine / (distance * distance);
-}
-
 // Smaller lights leave nothing for a BRDF to find.
 static constexpr float least_mis_size = 0.0001f; // steradians
 
@@ -331,8 +338,9 @@ static bool sample(RtNode* node, RtShaderGlobals* sg)
     QuadWay way;
     if (!(point.by_angle ? goByAngle(point, sg, &way) : goToPlace(point, sg, &way)))
         return false;
-    shine(point, sg, way.u, way.v, way.share);
-    const float size = apparentSize(*point.quad, way.cosine, sg->light_dist);
+    if (!isBelow(*sg, sg->light_dir))
+        shine(point, sg, way.u, way.v, way.share);
+    const float size = apparentSize(point.quad->area, way.cosine, sg->light_dist);
     mis.active = point.light->mis && size > least_mis_size;
     if (!mis.active)
         return !isNegligible(sg->light_radiance);
@@ -345,10 +353,10 @@ static bool sample(RtNode* node, RtShaderGlobals* sg)
 // The density by area with which samples meet a place.
 static float densityAt(const QuadLightPoint& point, float u, float v)
 {
-    if (!point.data->importance || point.by_angle)
+    if (!point.table || point.by_angle)
         return 1 / point.quad->area;
     const float measure = point.quad->jacobian.at(u, v);
-    return measure > 0 ? importanceDensity(point.data->map.table, u, v) / measure : 0;
+    return measure > 0 ? importanceDensity(*point.table, u, v) / measure : 0;
 }
 
 static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
@@ -360,7 +368,7 @@ static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
     sg->light_dir = ray->dir;
     sg->light_dist = hit.distance;
     const float cosine = cosineAt(*point.quad, ray->dir);
-    const float size = apparentSize(*point.quad, cosine, hit.distance);
+    const float size = apparentSize(point.quad->area, cosine, hit.distance);
     if (!(size > 0))
         return false;
     shine(point, sg, hit.u, hit.v, cosine);

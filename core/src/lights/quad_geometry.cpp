@@ -17,6 +17,18 @@ static double signedArea(const Vec3d& a, const Vec3d& b, const Vec3d& normal)
     return copysign(length(n), dot(n, normal));
 }
 
+// Samples divide by the area.
+static float usableArea(double area)
+{
+    const float a = float(area), inverse = float(1 / area);
+    return a > 0 && a < HUGE_VALF && inverse > 0 && inverse < HUGE_VALF ? a : 0;
+}
+
+static bool isFinite(const QuadJacobian& j)
+{
+    return isfinite(j.a) && isfinite(j.b) && isfinite(j.c);
+}
+
 static void setSphere(QuadGeometry* quad)
 {
     const RtPoint* const p = quad->p;
@@ -44,13 +56,11 @@ QuadFault makeQuad(const RtPoint corners[4], QuadGeometry* quad)
 
     const Vec3d g = d2 - e1;
     const double a = signedArea(e1, g, normal), b = signedArea(g, e3, normal);
-    const double area = (a + b) / 2 + l;
-    if (is_planar && !(area > 0))
-        return quad_is_degenerate;
-    quad->area = float(area);
     quad->jacobian = { float(a), float(b), float(l) };
+    quad->area = isFinite(quad->jacobian) ? usableArea((a + b) / 2 + l) : 0;
+    if (is_planar && quad->area == 0)
+        return quad_is_degenerate;
     quad->normal = single(normal);
-    quad->plane_d = float(-dot(vec3d(p[0]), normal));
     setSphere(quad);
     return is_planar ? quad_is_fine : quad_is_not_planar;
 }

@@ -15,10 +15,9 @@ struct QuadJacobian {
 };
 
 struct QuadGeometry {
-    RtPoint p[4]; // in order around the quad
-    float area;
+    RtPoint p[4];    // in order around the quad
+    float area;      // 0 when floats do not hold it and its inverse, or when it is inside out
     RtVector normal; // unit; the quad shines to this side
-    float plane_d;   // points of the plane have p . normal = -plane_d
     RtPoint centre;  // the mean of the corners
     float radius;    // of a sphere around it that holds the quad
     QuadJacobian jacobian;
@@ -26,13 +25,19 @@ struct QuadGeometry {
 
 enum QuadFault { quad_is_fine, quad_is_degenerate, quad_is_not_planar };
 
-// The geometry is complete unless the quad is degenerate.
+// The geometry is complete unless the quad is degenerate; one that is not planar may have no area.
 QuadFault makeQuad(const RtPoint corners[4], QuadGeometry* quad);
 
 RtPoint quadPoint(const QuadGeometry& quad, float u, float v);
 
 // The distance of a point from the plane, on the side that is lit.
 double distanceInFront(const QuadGeometry& quad, const RtPoint& point);
+
+// The solid angle that the whole quad would have if it looked everywhere as it does there.
+inline float apparentSize(float area, float cosine, float distance)
+{
+    return area * cosine / (distance * distance);
+}
 
 // A place of the quad that was sampled with that density by area.
 struct QuadSample {

@@ -9,6 +9,7 @@
 #include "rays.h"
 #include "rv_brdf.h"
 #include "rv_textures.h"
+#include "vec3d.h"
 
 #include <algorithm>
 
@@ -85,23 +86,34 @@ RtPoint2 skySquare(const RtVector& dir)
 
 // ---- Orientation ----
 
-// The light's space at one time.
+// The light's space at one time, in units of the largest element of its matrix: directions do not
+// depend on that, and no product of elements leaves the range of numbers.
 struct SkyFrame {
-    RtMatrix to_world, to_light;
-    float volume; // of the unit cube in the world; 0 when the matrix has no inverse
+    Vec3d axes[3];    // of the light in the world
+    Vec3d inverse[3]; // an axis of the light is the product with these; of any common length
+    double volume;    // of the cube between the axes; 0 when the matrix has no inverse
 };
 
 static SkyFrame frameOf(const RtMatrix& to_world)
 {
-    SkyFrame frame = { to_world, RV_M4_IDENTITY, 0 };
     const auto& m = to_world.m;
-    const RtVector x = { m[0][0], m[0][1], m[0][2] }, y = { m[1][0], m[1][1], m[1][2] },
-                   z = { m[2][0], m[2][1], m[2][2] };
-    const float volume = fabsf(dot(cross(x, y), z));
-    if (!(volume > 0) || !isfinite(volume))
+    float largest = 0;
+    for (int i = 0; i < 9; ++i)
+        largest = std::max(largest, fabsf(m[i / 3][i % 3]));
+    SkyFrame frame = {};
+    if (!(largest > 0))
         return frame;
-    RvM4Invert(&to_world, &frame.to_light);
-    frame.volume = volume;
+    for (int i = 0; i < 3; ++i)
+        frame.axes[i] = vec3d(RtVector{ m[i][0], m[i][1], m[i][2] }) * (1 / double(largest));
+    const auto& [x, y, z] = frame.axes;
+    const double volume = dot(cross(x, y), z);
+    if (!isfinite(volume)) // nor NaN
+        return frame;
+    const double sign = volume < 0 ? -1 : 1;
+    frame.inverse[0] = cross(y, z) * sign;
+    frame.inverse[1] = cross(z, x) * sign;
+    frame.inverse[2] = cross(x, y) * sign;
+    frame.volume = fabs(volume);
     return frame;
 }
 
@@ -131,6 +143,7 @@ struct SkydomeData {
 
 struct SkydomePoint : RtLightPoint {
     const SkydomeData* data;
+    const RtImportanceTable* table;
     const SkyFrame* frame;
     SkyFrame moving; // at the time of the context, of a light with several keys
     float intensity;
@@ -223,10 +236,10 @@ static RtRGB colorTowards(const SkydomeData& data, const RtShaderGlobals& sg, co
     return colorTowards(&place, data, dir);
 }
 
-static void fillRow(const RtNode* node, int thread, int row, float* cells)
+static void fillRow(const RtNode* node, int thread, const RtImportanceTable& table, int row,
+                    float* cells)
 {
     const SkydomeData& data = *dataOf(node);
-    const RtImportanceTable& table = data.map.table;
     const float v = cellCenter(table, row);
     if (!data.map.is_linked) {
         std::fill_n(cells, table.n, importanceOf(plainColor(data.map), sphere));
@@ -252,7 +265,6 @@ const RtLightMapType skydome_map = {
 static void aim(SkydomePoint* point, const SkydomeData& data, const RtNode* node,
                 const RtShaderGlobals& sg)
 {
-    const RtLightData& light = *point->light;
     point->data = &data;
     point->frame = &data.frame;
     if (data.matrices.count > 1) {
@@ -261,21 +273,23 @@ static void aim(SkydomePoint* point, const SkydomeData& data, const RtNode* node
         point->moving = frameOf(at.weight > 0 ? blend(keys[0], keys[1], at.weight) : keys[0]);
         point->frame = &point->moving;
     }
-    point->intensity = light.intensity * (sg.diffuse_depth > 0 ? light.bounce_factor : 1);
+    // Required: without "bounce_factor", which other lights bring to a bounce.
+    point->intensity = point->light->intensity;
     point->sample_count = sg.light_sample_count;
 }
 
 static bool isUsable(const SkydomeData* data)
 {
-    return data && !data->is_disabled && data->matrices.count && !isColoringLight();
+    return data && !data->is_disabled && data->matrices.count && !isHiddenLight(data->map);
 }
 
 static void prepare(RtNode* node, RtShaderGlobals* sg)
 {
     SkydomeData* const data = dataOf(node);
     auto* const point = lightPoint<SkydomePoint>(sg);
-    if (!isUsable(data) || point->light->intensity == 0 ||
-        !requireLightMap(&data->map, sg->thread_index)) {
+    if (isUsable(data) && point->light->intensity != 0)
+        point->table = requireLightMap(&data->map, sg->thread_index);
+    if (!point->table) {
         refuseSamples(sg);
         return;
     }
@@ -295,25 +309,19 @@ static WorldDirection toWorld(const SkydomePoint& point, const RtVector& dir)
 {
     if (point.data->is_identity)
         return { dir, 1 };
-    RtVector world;
-    RvM4VectorByMatrixMult(&world, &point.frame->to_world, &dir);
-    const float l = sqrtf(dot(world, world));
-    return { world * (1 / l), l * l * l / point.frame->volume };
+    const auto& [x, y, z] = point.frame->axes;
+    const Vec3d world = x * double(dir.x) + y * double(dir.y) + z * double(dir.z);
+    const double l = length(world);
+    return { single(normalized(world)), float(l * l * l / point.frame->volume) };
 }
 
 static RtVector toLight(const SkydomePoint& point, const RtVector& dir)
 {
     if (point.data->is_identity)
         return unitPrecise(dir);
-    RtVector local;
-    RvM4VectorByMatrixMult(&local, &point.frame->to_light, &dir);
-    return unitPrecise(local);
-}
-
-static bool isBelow(const RtShaderGlobals& sg, const RtVector& dir)
-{
-    return sg.stage == RV_STAGE_SURFACE && sg.front_hemisphere_only &&
-           dot(sg.facing_normal, dir) <= 0;
+    const auto& [x, y, z] = point.frame->inverse;
+    const Vec3d world = vec3d(dir);
+    return single(normalized({ dot(world, x), dot(world, y), dot(world, z) }));
 }
 
 // Light from a direction, which is `local` to the light.
@@ -330,14 +338,15 @@ static bool sample(RtNode*, RtShaderGlobals* sg)
 {
     const SkydomePoint& point = *lightPoint<SkydomePoint>(sg);
     RtLightMIS& mis = sg->state->lights.mis;
-    const ImportanceSample at =
-        sampleImportance(point.data->map.table, point.sample.x, point.sample.y);
+    const ImportanceSample at = sampleImportance(*point.table, point.sample.x, point.sample.y);
     const RtVector local = skyDirection(at.u, at.v);
     const WorldDirection world = toWorld(point, local);
     const float pdf = at.density / sphere * world.crowding * point.sample_count;
     sg->light_dir = world.dir;
     sg->light_dist = distance;
     sg->light_weight = 1 / pdf;
+    if (!(pdf > 0) || !isfinite(pdf) || !isfinite(sg->light_weight))
+        return false;
     if (!isBelow(*sg, world.dir))
         shine(point, sg, local);
     mis = { sg->light_sample_index, point.light->mis, sg->light_radiance, pdf };
@@ -353,7 +362,7 @@ static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
         return false;
     RtLightMIS& mis = sg->state->lights.mis;
     const RtPoint2 at = skySquare(local);
-    const float density = importanceDensity(point.data->map.table, at.x, at.y);
+    const float density = importanceDensity(*point.table, at.x, at.y);
     sg->light_dir = ray->dir;
     sg->light_dist = distance;
     shine(point, sg, local);

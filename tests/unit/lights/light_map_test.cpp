@@ -2,6 +2,8 @@
 // shaders behind them.
 #include "frame_fixture.h"
 #include "light_map_tools.h"
+#include "message_passing.h"
+#include "rv_messages.h"
 
 using namespace light_map_tools;
 
@@ -80,6 +82,40 @@ TEST_F(LightMaps, changes_that_they_depend_on_make_them_anew)
     }
 }
 
+TEST_F(LightMaps, a_quad_that_was_moved_makes_its_table_anew)
+{
+    make("quad");
+    colorBy(roughColor);
+    prepare();
+    EXPECT_EQ(built(), 64);
+    RvNodeSetArray(node, "vertices",
+                   RvArray(4, 1, RV_TYPE_POINT, RtPoint{ -1, -1, 0 }, RtPoint{ -1, 1, 0 },
+                           RtPoint{ 2, 1, 0 }, RtPoint{ 2, -1, 0 }));
+    prepare();
+    EXPECT_EQ(built(), 64);
+    setMatrices(node, { scaling(2, 2, 2) });
+    prepare();
+    EXPECT_EQ(built(), 64);
+    prepare();
+    EXPECT_EQ(built(), 0);
+}
+
+TEST_F(LightMaps, colours_without_a_link_are_taken_as_they_are)
+{
+    // Required: without "light_gamma", which changes the colours of other lights.
+    for (const char* type : { "skydome", "quad" }) {
+        set("light_gamma", 2.0f);
+        make(type);
+        RvNodeSetRGB(node, "color", 0.5f, 1, 0.25f);
+        prepare();
+        EXPECT_EQ(text(dataOf(node).color), "0.25 1 0.0625");
+        RtShaderGlobals sg = ready({ 0, 0, -1 });
+        ASSERT_TRUE(ask(sg, { 0, 0, 1 }));
+        EXPECT_EQ(text(sg.light_unoccluded * (1 / sg.light_unoccluded.g)), "0.5 1 0.25") << type;
+        startAnew();
+    }
+}
+
 TEST_F(LightMaps, links_of_components_count_as_links)
 {
     skydome(8);
@@ -117,14 +153,67 @@ TEST_F(LightMaps, flushing_while_a_render_uses_the_tables_waits_for_the_next)
     colorBy(roughColor);
     prepare();
     EXPECT_EQ(built(), 64);
-    const float* const cells = mapOf(node).table.cells;
+    const RtImportanceTable* const table = mapOf(node).table;
     hooks->hooks.rendering = [] { return true; };
     RvUniverseCacheFlush(0x8);
     EXPECT_EQ(built(), 0);
-    EXPECT_EQ(mapOf(node).table.cells, cells);
+    EXPECT_EQ(mapOf(node).table, table);
     hooks->hooks.rendering = RvRendering;
     prepare();
     EXPECT_EQ(built(), 64);
+}
+
+TEST_F(LightMaps, a_point_that_was_lit_before_a_flush_keeps_its_table)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        set("abort_on_error", false);
+        make(type);
+        bool is_changed = false;
+        colorBy([&](RtShaderGlobals* sg) {
+            return rv::grey(is_changed ? expf(5 * sg->u) : 2 - sg->v);
+        });
+        prepare();
+        RtShaderGlobals sg = ready({ 0, 0, -1 });
+        ASSERT_TRUE(ask(sg, { 0, 0, 1 }));
+        const float pdf = sg.state->lights.mis.pdf;
+        is_changed = true;
+        RvUniverseCacheFlush(0x18);
+        RtShaderGlobals later = ready({ 0, 0, -1 });
+        ASSERT_TRUE(ask(sg, { 0, 0, 1 }) && ask(later, { 0, 0, 1 }));
+        EXPECT_EQ(sg.state->lights.mis.pdf, pdf) << type;
+        EXPECT_NE(later.state->lights.mis.pdf, pdf) << type;
+        // Nor does a table for which there is no memory leave earlier points without one.
+        RvUniverseCacheFlush(0x18);
+        withAllocations(0, [&] { EXPECT_TRUE(lit().empty()); });
+        ASSERT_TRUE(ask(sg, { 0, 0, 1 }) && draw(sg, 0.5f, 0.5f));
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, concurrent_flushes_do_no_harm_to_threads_that_trace_between_renders)
+{
+    RtNode* const sky = skydome(16, "sky");
+    RtNode* const quad = quadLight(16, "quad");
+    colorBy(sky, roughColor, "one");
+    colorBy(quad, roughColor, "two");
+    prepare();
+    std::vector<RtShaderGlobals> contexts;
+    for (int i = 0; i < 4 * 50; ++i)
+        contexts.push_back(surface({ 0, 0, -1 }));
+    onThreads(4, [&](int t) {
+        rv::stats_slot = t;
+        for (size_t i = 0; i < 50; ++i) {
+            RtShaderGlobals& sg = contexts[size_t(t) * 50 + i];
+            sg.thread_index = uint8_t(t);
+            if (t == 0)
+                RvUniverseCacheFlush(0x18);
+            EXPECT_EQ(samplesAt(sg).size(), 2u);
+            endSample(t);
+        }
+    });
+    prepare();
+    EXPECT_LE(sumOf(&RtStats::skydome_map_bytes), 16 * 4 * 17) << "older ones go with an update";
+    EXPECT_LE(sumOf(&RtStats::quad_map_bytes), 16 * 4 * 17);
 }
 
 TEST_F(LightMaps, flushing_touches_no_other_light)
@@ -154,6 +243,23 @@ TEST_F(LightMaps, a_light_that_was_dark_may_shine_after_it_changed)
     }
 }
 
+TEST_F(LightMaps, loops_that_are_walked_again_do_not_ask_for_tables)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type);
+        colorBy(roughColor);
+        prepare();
+        RtShaderGlobals sg = ready({ 0, 0, -1 });
+        takeEvaluations();
+        RvUniverseCacheFlush(0x18);
+        RvLightsPrepare(&sg);
+        EXPECT_EQ(takeEvaluations(), 0) << type;
+        ASSERT_TRUE(RvLightsGetSample(&sg));
+        EXPECT_TRUE(ask(sg, { 0, 0, 1 })) << type;
+        startAnew();
+    }
+}
+
 // ---- Memory ----
 
 TEST_F(LightMaps, memory_is_counted_and_given_back)
@@ -168,7 +274,7 @@ TEST_F(LightMaps, memory_is_counted_and_given_back)
         EXPECT_EQ(sumOf(bytes), 20 * 4 * 21) << type;
         RvUniverseCacheFlush(0x18);
         lit();
-        EXPECT_EQ(sumOf(bytes), 20 * 4 * 21) << type;
+        EXPECT_EQ(sumOf(bytes), 2 * 20 * 4 * 21) << type << ": the first may be in use";
         RvNodeSetInt(node, "resolution", 10);
         prepare();
         EXPECT_EQ(sumOf(bytes), 0) << type;
@@ -228,6 +334,103 @@ TEST_F(LightMaps, what_shaders_take_from_the_pool_is_given_back_row_by_row)
     EXPECT_LE(rv::the_frame->thread_slots[0].shading_pool->bytes_total, 10000u * 64 * 3);
 }
 
+TEST_F(LightMaps, a_table_without_memory_is_tried_again_after_the_next_update)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        set("abort_on_error", false);
+        make(type);
+        colorBy(roughColor);
+        prepare();
+        withAllocations(0, [&] { EXPECT_TRUE(lit().empty()); });
+        EXPECT_TRUE(lit().empty()) << "not at every point";
+        prepare();
+        EXPECT_EQ(built(), 64) << type;
+        EXPECT_EQ(lit().size(), 1u) << type;
+        takeTexts();
+        startAnew();
+    }
+}
+
+// ---- Requests to stop ----
+
+TEST_F(LightMaps, concurrent_threads_give_a_table_up_when_the_render_is_to_stop)
+{
+    for (const char* type : { "skydome", "quad" })
+        for (int threads : { 1, 4 }) {
+            make(type, 64);
+            std::atomic<int> stop = 0;
+            colorBy([&](RtShaderGlobals* sg) {
+                if (evaluations >= 100)
+                    stop = 1;
+                return roughColor(sg);
+            });
+            prepare();
+            rv::startLightMaps(&stop);
+            std::vector<RtShaderGlobals> contexts;
+            for (int t = 0; t < threads; ++t) {
+                contexts.push_back(surface({ 0, 0, -1 }));
+                contexts.back().thread_index = uint8_t(t);
+            }
+            onThreads(threads, [&](int t) {
+                rv::stats_slot = t;
+                EXPECT_TRUE(samplesAt(contexts[size_t(t)]).empty()) << type;
+            });
+            EXPECT_LE(takeEvaluations(), 64 * (1 + threads)) << "no more than the rows begun";
+            EXPECT_FALSE(mapOf(node).tables_built);
+            EXPECT_EQ(mapOf(node).tables, nullptr);
+            EXPECT_TRUE(lit().empty());
+            EXPECT_EQ(takeEvaluations(), 0) << "nor is it begun anew";
+            rv::endLightMaps();
+            EXPECT_EQ(built(), 64 * 64) << type;
+            startAnew();
+        }
+}
+
+// ---- What shaders leave behind ----
+
+TEST_F(LightMaps, concurrent_tables_know_no_messages_and_leave_none)
+{
+    for (const char* type : { "skydome", "quad" })
+        for (const int threads : { 1, 8 }) {
+            make(type, 32);
+            colorBy([this](RtShaderGlobals* sg) {
+                if (mapOf(node).tables_built)
+                    return RV_RGB_WHITE;
+                int value = 0; // one of the same row, at most
+                const bool is_known = RvMessageGetIntFunc(sg, "outside", &value);
+                EXPECT_EQ(value, is_known ? 6 : 0);
+                EXPECT_TRUE(RvMessageSetIntFunc(sg, "inside", 5));
+                EXPECT_TRUE(RvMessageGetIntFunc(sg, "inside", &value));
+                EXPECT_EQ(value, 5);
+                EXPECT_NE(RvShaderGlobalsQuickAlloc(sg, 1000), nullptr);
+                EXPECT_TRUE(RvMessageSetIntFunc(sg, "outside", 6));
+                return roughColor(sg);
+            });
+            prepare();
+            std::vector<RtShaderGlobals> contexts;
+            for (int t = 0; t < threads; ++t) {
+                contexts.push_back(surface({ 0, 0, -1 }));
+                contexts.back().thread_index = uint8_t(t);
+            }
+            onThreads(threads, [&](int t) {
+                rv::stats_slot = t;
+                RtShaderGlobals& sg = contexts[size_t(t)];
+                RvMessageSetIntFunc(&sg, "outside", 100 + t);
+                EXPECT_EQ(samplesAt(sg).size(), 1u);
+                memset(RvShaderGlobalsQuickAlloc(&sg, 100000), 'x', 100000);
+                int value = 0;
+                EXPECT_TRUE(RvMessageGetIntFunc(&sg, "outside", &value));
+                EXPECT_EQ(value, 100 + t);
+                const RtMessageBank& bank = *rv::the_frame->thread_slots[t].messages;
+                EXPECT_EQ(bank.count, 1u);
+                EXPECT_STREQ(bank.slots[0].name, "outside");
+                rv::messageBankClear(rv::the_frame->thread_slots[t].messages);
+                endSample(t);
+            });
+            startAnew();
+        }
+}
+
 // ---- Shaders that look at light themselves ----
 
 TEST_F(LightMaps, the_colour_of_a_light_may_not_depend_on_such_lights)
@@ -236,6 +439,8 @@ TEST_F(LightMaps, the_colour_of_a_light_may_not_depend_on_such_lights)
     RtNode* const sky = skydome(6, "sky");
     RtNode* const quad = quadLight(6, "quad");
     pointLight({ 0, 0, 5 }, 0, "lamp");
+    skydome(6, "plain sky");
+    quadLight(6, "plain quad");
     std::set<std::string> seen;
     const auto lookAround = [&](RtShaderGlobals* sg) {
         RtShadingState state = {};
@@ -252,8 +457,8 @@ TEST_F(LightMaps, the_colour_of_a_light_may_not_depend_on_such_lights)
     colorBy(sky, lookAround, "one");
     colorBy(quad, lookAround, "two");
     prepare();
-    EXPECT_EQ(namesOf(lit()), (Names{ "sky", "quad", "lamp" }));
-    EXPECT_EQ(seen, (std::set<std::string>{ "lamp" }));
+    EXPECT_EQ(namesOf(lit()), (Names{ "sky", "quad", "lamp", "plain sky", "plain quad" }));
+    EXPECT_EQ(seen, (std::set<std::string>{ "lamp", "plain sky", "plain quad" }));
 }
 
 TEST_F(LightMaps, the_shader_of_a_surface_may_colour_the_light_above_it)
@@ -371,6 +576,50 @@ TEST_F(LightMaps, concurrent_threads_that_need_tables_at_once_share_them)
         }
         EXPECT_EQ(sumOf(&RtStats::skydome_map_bytes), 48 * 4 * 49);
         EXPECT_EQ(sumOf(&RtStats::quad_map_bytes), 48 * 4 * 49);
+        startAnew();
+    }
+}
+
+TEST_F(LightMaps, concurrent_threads_help_even_if_they_come_while_the_first_is_at_the_log)
+{
+    static constexpr int threads = 4;
+    static std::atomic<int> present, arrived;
+    const auto wait = [](std::atomic<int>& count, int wanted) {
+        for (int ms = 0; count < wanted && ms < 5000; ++ms)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    for (const char* type : { "skydome", "quad" }) {
+        present = arrived = 0;
+        make(type, 16);
+        bool has_begun[threads] = {};
+        colorBy([&](RtShaderGlobals* sg) {
+            if (!mapOf(node).tables_built && !std::exchange(has_begun[sg->thread_index], true)) {
+                ++arrived;
+                wait(arrived, threads); // no row ends before every thread has begun one
+            }
+            return roughColor(sg);
+        });
+        prepare();
+        std::vector<RtShaderGlobals> contexts;
+        for (int t = 0; t < threads; ++t) {
+            contexts.push_back(surface({ 0, 0, -1 }));
+            contexts.back().thread_index = uint8_t(t);
+        }
+        RvMsgSetCallback([](int, int, const char* message, int) {
+            if (!strstr(message, "initializing sampling tables"))
+                return;
+            ++present; // those that come from now on find the first one here
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        });
+        onThreads(threads, [&](int t) {
+            rv::stats_slot = t;
+            if (t > 0)
+                wait(present, 1);
+            EXPECT_EQ(samplesAt(contexts[size_t(t)]).size(), 1u);
+        });
+        EXPECT_EQ(arrived, threads) << type;
+        for (int t = 0; t < threads; ++t)
+            endSample(t);
         startAnew();
     }
 }

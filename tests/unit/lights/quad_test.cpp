@@ -258,7 +258,8 @@ TEST_F(QuadLights, densities_agree_with_the_golden_vectors)
     for (const auto& v : goldenVectors("lights", "quad_mis_density")) {
         const auto& in = v["in"];
         const float cosine = goldenFloat(in["cos"]), dist = goldenFloat(in["dist"]),
-                    side = sqrtf(goldenFloat(in["area"])) / 2;
+                    area = goldenFloat(in["area"]), side = sqrtf(area) / 2;
+        expectGoldenNumbers(v, "density", { rv::apparentSize(area, cosine, dist) });
         // A light whose centre is seen at that angle from that distance.
         quadLight();
         setVertices({ moved(default_corners, scaling(side, side, 1)) });
@@ -270,11 +271,10 @@ TEST_F(QuadLights, densities_agree_with_the_golden_vectors)
             sg = ready({ sine * dist, 0, -cosine * dist }, { -sine, 0, cosine });
         draw(sg, 0.5f, 0.5f);
         expectGolden(v, "sample_valid", sg.state->lights.mis.active);
-        const float count = 1;
         expectGolden(v, "intersect_valid", ask(sg, { -sine, 0, cosine }));
-        // What is kept is the density by solid angle of all samples.
-        EXPECT_NEAR(count / sg.state->lights.mis.pdf, goldenFloat(v["out"]["density"]),
-                    2e-3f * goldenFloat(v["out"]["density"]));
+        // What is kept is the density by solid angle of all samples, here of one.
+        const float size = rv::apparentSize(area, sg.light_dir.z, sg.light_dist);
+        EXPECT_NEAR(sg.state->lights.mis.pdf * size, 1, 1e-5f);
         startAnew();
     }
 }
@@ -442,7 +442,7 @@ TEST_F(QuadLights, the_table_of_a_moving_light_does_not_depend_on_who_asks_first
         colorBy([](RtShaderGlobals* sg) { return rv::grey(sg->u + sg->time); });
         prepare();
         irradianceAt({ 0.3f, 1, 3 }, { 0, 0, -1 }, time);
-        const RtImportanceTable& table = mapOf(node).table;
+        const RtImportanceTable& table = *mapOf(node).table;
         ASSERT_EQ(table.n, 32);
         std::vector<float> now(table.cells, table.cells + 32 * 32);
         if (cells.empty())
@@ -622,6 +622,111 @@ TEST_F(QuadLights, a_quad_that_collapses_on_its_way_is_dark_meanwhile)
         EXPECT_EQ(samplesAt(sg).size(), count) << time << " " << z;
     }
     EXPECT_EQ(takeTexts(), Names{});
+}
+
+TEST_F(QuadLights, a_quad_that_turns_inside_out_on_its_way_is_dark_meanwhile)
+{
+    // Half way the third corner lies on the other side of the first, outside of any plane quad.
+    const Corners first = { { { 0, 0, 0 }, { 4, 0, 0 }, { 3, 3, 0 }, { 0, 4, 0 } } },
+                  last = { { { 0, 0, 0 }, { -2, 0, 0 }, { -5, -5, 0 }, { 0, -2, 0 } } };
+    const Corners half = blend(first, last, 0.5f);
+    EXPECT_EQ(quad_tools::quadOf(half).area, 0);
+    for (const bool umbrate : { false, true }) {
+        makeEmitter({ first, last }, umbrate, 1);
+        prepare();
+        for (const auto& [time, count] : { std::pair{ 0.0f, 1u }, { 0.5f, 0u }, { 1.0f, 1u } }) {
+            RtShaderGlobals sg = surface({ 0, 0, 5 }, { 0, 0, -1 });
+            sg.time = time;
+            const std::vector<Sample> all = samplesAt(sg);
+            EXPECT_EQ(all.size(), count) << umbrate << time;
+            for (const Sample& s : all)
+                EXPECT_GT(s.radiance.r, 0) << umbrate << time;
+        }
+        EXPECT_EQ(takeTexts(), Names{});
+        startAnew();
+    }
+}
+
+TEST_F(QuadLights, quads_beyond_the_range_of_floats_are_degenerate)
+{
+    for (const auto& [size, fits] : { std::pair{ 1e-23f, false },
+                                      { 1e-20f, false },
+                                      { 1e-18f, true },
+                                      { 1e18f, true },
+                                      { 1e20f, false } }) {
+        set("abort_on_error", false);
+        quadLight(8, "lamp");
+        RvNodeSetInt(node, "samples", 4);
+        setVertices({ moved(default_corners, scaling(size, size, 1)) });
+        takeTexts();
+        prepare();
+        EXPECT_EQ(takeTexts(), fits ? Names{} : Names{ "E lamp: degenerate quad area light" })
+            << size;
+        const std::vector<Sample> all = samples({ 0, 0, -2 * size });
+        EXPECT_EQ(all.size(), fits ? 16u : 0u) << size;
+        for (const Sample& s : all)
+            EXPECT_TRUE(std::isfinite(s.weight) && s.weight > 0 && std::isfinite(s.radiance.r))
+                << size;
+        startAnew();
+    }
+}
+
+// ---- Horizons and loops ----
+
+TEST_F(QuadLights, a_quad_that_crosses_the_horizon_shines_with_the_part_above_it)
+{
+    // Upright beside the point, from 1 below to 2 above it.
+    const Corners whole = { { { 2, -1, -1 }, { 2, -1, 2 }, { 2, 1, 2 }, { 2, 1, -1 } } },
+                  above = { { { 2, -1, 0 }, { 2, -1, 2 }, { 2, 1, 2 }, { 2, 1, 0 } } };
+    const RtVector up = { 0, 0, 1 };
+    for (const bool umbrate : { false, true }) {
+        makeEmitter({ whole }, umbrate, 40);
+        RvNodeSetInt(node, "resolution", 0);
+        RvNodeSetBool(node, "mis", false);
+        int below = 0;
+        colorBy([&](RtShaderGlobals* sg) {
+            below += sg->point.z < -1e-5f;
+            return RV_RGB_WHITE;
+        });
+        prepare();
+        const double want = irradianceFrom(above, { 0, 0, 0 }, up);
+        EXPECT_NEAR(irradianceAt({ 0, 0, 0 }, up), want, 0.005 * want) << umbrate;
+        EXPECT_EQ(below, 0) << "colours that nobody sees";
+        RtShaderGlobals sg = surface();
+        sg.front_hemisphere_only = 0;
+        EXPECT_EQ(samplesAt(sg).size(), 1600u) << "from both sides all of it";
+        EXPECT_GT(below, 400);
+        startAnew();
+    }
+}
+
+TEST_F(QuadLights, the_kind_of_loop_decides_how_many_samples_there_are)
+{
+    for (const char* type : { "quad", "sky" }) {
+        node = type == std::string("quad") ? quadLight() : skydome();
+        RvNodeSetInt(node, "samples", 3);
+        RvNodeSetInt(node, "sss_samples", 4);
+        prepare();
+        for (const auto& [pass, nested, count] : { std::tuple{ RV_PASS_PIXELS, false, 9u },
+                                                   { RV_PASS_PIXELS, true, 1u },
+                                                   { RV_PASS_SSS, false, 16u },
+                                                   { RV_PASS_SSS, true, 1u } }) {
+            RtShaderGlobals sg = surface({ 0, 0, -1 });
+            sg.front_hemisphere_only = 0;
+            sg.state->pass = pass;
+            sg.state->loop_samples = nested ? 5 : 0;
+            const std::vector<Sample> all = samplesAt(sg);
+            ASSERT_EQ(all.size(), count) << type << pass << nested;
+            for (const Sample& s : all) {
+                EXPECT_EQ(s.count, int(count));
+                if (type == std::string("quad"))
+                    EXPECT_NEAR(s.weight * float(count), 1, 1e-5);
+                else
+                    EXPECT_NEAR(s.weight * float(count), 4 * pi, 1e-3);
+            }
+        }
+        startAnew();
+    }
 }
 
 // ---- Volumes ----

@@ -254,7 +254,7 @@ TEST_F(Skydomes, objects_cast_shadows_on_what_they_hide_from_the_sky)
     EXPECT_NEAR(brightness(), 1, 0.005);
 }
 
-TEST_F(Skydomes, bounced_light_is_scaled_by_the_bounce_factor)
+TEST_F(Skydomes, the_bounce_factor_does_not_scale_bounced_light)
 {
     skydome();
     RvNodeSetFlt(node, "bounce_factor", 0.25f);
@@ -263,9 +263,7 @@ TEST_F(Skydomes, bounced_light_is_scaled_by_the_bounce_factor)
     sg.diffuse_depth = 1;
     RvLightsPrepare(&sg);
     ASSERT_TRUE(RvLightsGetSample(&sg));
-    ASSERT_TRUE(ask(sg, { 0, 0, 1 }));
-    EXPECT_EQ(sg.light_radiance.r, 0.25f);
-    sg = ready();
+    EXPECT_EQ(sg.light_unoccluded.r, sg.light_dir.z > 0 ? 1 : 0);
     ASSERT_TRUE(ask(sg, { 0, 0, 1 }));
     EXPECT_EQ(sg.light_radiance.r, 1);
 }
@@ -302,8 +300,12 @@ TEST_F(Skydomes, samples_and_rays_agree_on_density_and_light)
     const std::vector<RtMatrix> turned = { rotation(30, 40, 50) };
     const std::vector<RtMatrix> warped = { scaling(1, 2, 0.5f) };
     const std::vector<RtMatrix> moving = { rotation(0, 0, 0), rotation(0, 80, 10) };
-    for (const auto& matrices :
-         { std::vector<RtMatrix>{ RV_M4_IDENTITY }, turned, warped, moving }) {
+    const std::vector<RtMatrix> tiny = { scaling(1e-15f, 2e-15f, 1e-15f) };
+    const std::vector<RtMatrix> huge = { scaling(1e15f, 2e15f, -1e15f) };
+    std::vector<RtMatrix> projective = { rotation(30, 40, 50) };
+    projective[0].m[3][3] = 0; // which directions do not see
+    for (const auto& matrices : { std::vector<RtMatrix>{ RV_M4_IDENTITY }, turned, warped, moving,
+                                  tiny, huge, projective }) {
         skydome(24);
         setMatrices(node, matrices);
         colorBy(roughSky);
@@ -409,6 +411,55 @@ TEST_F(Skydomes, a_matrix_that_flattens_the_sky_leaves_no_light)
         EXPECT_TRUE(samples().empty());
         startAnew();
     }
+}
+
+TEST_F(Skydomes, matrices_that_nearly_flatten_the_sky_give_no_wrong_numbers)
+{
+    for (const RtMatrix& matrix :
+         { scaling(1, 1, 1e-30f), scaling(1, 1e-25f, 1e-25f), scaling(1e30f, 1, 1e-30f) }) {
+        skydome();
+        RvNodeSetInt(node, "samples", 20);
+        setMatrices(node, { matrix });
+        prepare();
+        for (const Sample& s : samples()) {
+            EXPECT_TRUE(std::isfinite(s.weight) && s.weight > 0) << s.weight;
+            EXPECT_NEAR(rv::dot(s.dir, s.dir), 1, 1e-5);
+        }
+        startAnew();
+    }
+}
+
+// ---- Volumes ----
+
+TEST_F(Skydomes, volumes_are_lit_with_one_sample)
+{
+    skydome();
+    RvNodeSetInt(node, "samples", 3);
+    prepare();
+    EXPECT_FALSE(dataOf(node).affect_volumetrics);
+    RtShaderGlobals sg = surface({ 0, 0, 0 }, { 0, 0, 1 });
+    sg.stage = RV_STAGE_VOLUME;
+    for (const RtPoint2& at : { RtPoint2{ 0.5f, 0.5f }, RtPoint2{ 0.01f, 0.01f } }) {
+        sg.state->random[0] = at.x;
+        sg.state->random[1] = at.y;
+        const std::vector<Sample> all = samplesAt(sg);
+        ASSERT_EQ(all.size(), 1u);
+        EXPECT_NEAR(all[0].weight, 4 * pi, 1e-3);
+        EXPECT_EQ(text(all[0].radiance), "1 1 1") << "below the surface, too, which is none";
+        EXPECT_GT(all[0].dir.z * (at.x - 0.25f), 0);
+    }
+}
+
+TEST_F(Skydomes, there_is_no_region_of_influence)
+{
+    skydome();
+    prepare();
+    RtRay ray;
+    const RtPoint origin = { 0, 0, 0 };
+    const RtVector dir = { 0, 0, 1 };
+    RvMakeRay(&ray, RV_RAY_CAMERA, &origin, &dir, 1e30, nullptr);
+    RtLightBounds bounds;
+    EXPECT_FALSE(methods(node).LightBounds(node, &bounds, &ray));
 }
 
 // ---- Resolution ----
