@@ -7,9 +7,19 @@ using namespace image_tools;
 
 namespace {
 
+std::atomic<int> evaluations;
+std::function<void()>& onStripes()
+{
+    static std::function<void()> action;
+    return action;
+}
+
 // A sky, or a texture, with detail.
 void shadeStripes(RtNode*, RtShaderGlobals* sg)
 {
+    ++evaluations;
+    if (onStripes())
+        onStripes()();
     const RtVector& d = sg->ray_dir;
     sg->out.RGB = { 0.2f + sg->u, 1 + sinf(15 * sg->v), expf(2 * d.x) };
 }
@@ -19,6 +29,7 @@ protected:
     void SetUp() override
     {
         Image::SetUp();
+        onStripes() = {};
         static const RtCommonMethods common = {};
         static const RtShaderMethods shader = { .Evaluate = shadeStripes };
         static const RtNodeMethods methods = { &common, &shader };
@@ -83,6 +94,46 @@ TEST_F(AreaLightImages, concurrent_workers_give_the_same_image_bit_for_bit)
         sum += double(pixel.g);
     }
     EXPECT_GT(sum, 32 * 32 * 0.1);
+}
+
+TEST_F(AreaLightImages, concurrent_flushes_change_nothing_in_a_render)
+{
+    makeLitScene();
+    const std::vector<RtRGBA> image = imageOf(1);
+    startAnew();
+    makeLitScene();
+    onStripes() = [] {
+        if (evaluations % 500 == 0)
+            RvUniverseCacheFlush(0x18);
+    };
+    EXPECT_TRUE(areSame(imageOf(4), image));
+    EXPECT_TRUE(areSame(imageOf(4), image)) << "with tables made anew";
+}
+
+TEST_F(AreaLightImages, concurrent_aborts_end_the_making_of_tables)
+{
+    constexpr int resolution = 300, threads = 4;
+    makeLitScene();
+    const std::vector<RtRGBA> image = imageOf(2);
+    startAnew();
+    for (const char* light : { "sky", "quad" }) {
+        makeLitScene();
+        const int usual = RvNodeGetInt(RvNodeLookUpByName(light), "resolution");
+        RvNodeSetInt(RvNodeLookUpByName(light), "resolution", resolution);
+        evaluations = 0;
+        onStripes() = [] {
+            if (evaluations >= 3 * resolution)
+                RvRenderAbort();
+        };
+        set("threads", threads);
+        EXPECT_NE(shoot(), RV_SUCCESS) << light;
+        // Rows that were begun, and the samples of the points that were being lit.
+        EXPECT_LT(evaluations, (3 + threads) * resolution + 3000) << light;
+        onStripes() = {};
+        RvNodeSetInt(RvNodeLookUpByName(light), "resolution", usual);
+        EXPECT_TRUE(areSame(imageOf(threads), image)) << light << ": nothing is left of it";
+        startAnew();
+    }
 }
 
 TEST_F(AreaLightImages, a_sphere_in_a_white_room_of_sky_cannot_be_seen)
