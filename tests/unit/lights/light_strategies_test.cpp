@@ -45,11 +45,21 @@ void shadeGradient(RtNode*, RtShaderGlobals* sg)
 
 // ---- Lights and surfaces, by name ----
 
-const char* const light_names[] = {
-    "ball", "setting ball",  "shadowed ball",  "spot",          "shadowed spot",
-    "quad", "shadowed quad", "quad of angles", "textured quad", "textured quad of angles",
-    "sky",  "shadowed sky"
-};
+const char* const light_names[] = { "ball",
+                                    "setting ball",
+                                    "shadowed ball",
+                                    "spot",
+                                    "shadowed spot",
+                                    "quad",
+                                    "shadowed quad",
+                                    "quad of angles",
+                                    "textured quad",
+                                    "textured quad of angles",
+                                    "sky",
+                                    "shadowed sky",
+                                    "moving quad of angles",
+                                    "moving textured quad",
+                                    "moving warped sky" };
 const char* const surface_names[] = { "diffuse", "stretched_phong", "ward_duer", "cook_torrance" };
 
 class LightStrategies : public Surfaces {
@@ -94,33 +104,51 @@ protected:
         RvNodeLink(named("gradient", "gradient"), "color", node);
         RvNodeSetInt(node, "resolution", 24);
     }
+    static void setVertices(RtNode* node, const std::vector<std::array<RtPoint, 4>>& keys)
+    {
+        RtArray* const array = RvArrayAllocate(4, uint8_t(keys.size()), RV_TYPE_POINT);
+        for (unsigned k = 0; k < keys.size(); ++k)
+            RvArraySetKey(array, k, keys[k].data());
+        RvNodeSetArray(node, "vertices", array);
+    }
     // Leans over the surface.
-    RtNode* quadLight(bool by_angle, bool is_textured)
+    RtNode* quadLight(bool by_angle, bool is_textured, bool is_moving)
     {
         RtNode* const node = named("quad_light", "light");
-        RvNodeSetArray(node, "vertices",
-                       RvArray(4, 1, RV_TYPE_POINT, RtPoint{ 0.4f, -1, 2 }, RtPoint{ 0.4f, 1, 2 },
-                               RtPoint{ 2, 1, 1 }, RtPoint{ 2, -1, 1 }));
+        const std::array<RtPoint, 4> still = {
+            RtPoint{ 0.4f, -1, 2 }, { 0.4f, 1, 2 }, { 2, 1, 1 }, { 2, -1, 1 }
+        };
+        // An irregular one, by angles, or one that is only moved.
+        std::array<RtPoint, 4> last = still;
+        for (RtPoint& p : last)
+            p = rv::operator+(p, { -0.3f, 0.2f, 0.3f });
+        if (by_angle)
+            last[2].y = 2;
+        setVertices(node, is_moving ? std::vector{ still, last } : std::vector{ still });
         RvNodeSetBool(node, "umbrate", by_angle);
         if (is_textured)
             linkGradient(node);
         return node;
     }
-    RtNode* skyLight()
+    RtNode* skyLight(bool is_moving)
     {
         RtNode* const node = named("skydome_light", "light");
-        RtMatrix turn;
+        RtMatrix turn, warp;
         RvM4RotationY(&turn, 25);
-        RvNodeSetArray(node, "matrix", RvArray(1, 1, RV_TYPE_MATRIX, &turn));
+        const RtVector scale = { 1, 1.6f, 0.7f };
+        RvM4Scaling(&warp, &scale);
+        RvNodeSetArray(node, "matrix",
+                       is_moving ? RvArray(1, 2, RV_TYPE_MATRIX, &turn, &warp)
+                                 : RvArray(1, 1, RV_TYPE_MATRIX, &turn));
         linkGradient(node);
         return node;
     }
     void makeLight(const std::string& name)
     {
         const auto says = [&](const char* word) { return name.find(word) != std::string::npos; };
-        light = says("quad")              ? quadLight(says("angles"), says("textured"))
-                : says("sky")             ? skyLight()
-                : name == "ball"          ? ballLight({ 1.5f, 0, 2 }, 1)
+        light = says("quad")     ? quadLight(says("angles"), says("textured"), says("moving"))
+                : says("sky")    ? skyLight(says("moving"))
+                : name == "ball" ? ballLight({ 1.5f, 0, 2 }, 1)
                 : name == "setting ball"  ? ballLight({ 1.5f, 0.2f, 0.3f }, 1)
                 : name == "shadowed ball" ? ballLight({ 1.2f, -0.2f, 2 }, 0.9f)
                                           : spotLight();
@@ -167,6 +195,7 @@ protected:
         RvMakeRay(&ray, RV_RAY_CAMERA, &eye, &dir, 1e30, nullptr);
         ray.x = 0;
         ray.y = int(seed);
+        ray.time = 0.4f; // within the motion of lights that move
         return statistics::estimate(rounds, 0, [&ray](float, float) {
             ++ray.x;
             RtRay next = ray;
