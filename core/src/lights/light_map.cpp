@@ -236,6 +236,14 @@ LightColor::LightColor(const RtLightMap& light_map, int thread, float time) : ma
     sg.time = time;
 }
 
+LightColor* requireColor(LightColor** color, const RtLightMap& map, const RtShaderGlobals& sg)
+{
+    void* const memory = *color ? nullptr : RvShaderGlobalsQuickAlloc(&sg, sizeof(LightColor));
+    if (memory)
+        *color = new (memory) LightColor(map, sg.thread_index, sg.time);
+    return *color;
+}
+
 static float usable(float channel) { return isfinite(channel) ? channel : 0; }
 
 RtRGB LightColor::evaluate()

@@ -91,6 +91,10 @@ private:
     RtShadingState state;
 };
 
+// Where the colours that a point sees are worked out, one after another; made when it is first
+// needed. Lives as long as the point. Null without memory.
+LightColor* requireColor(LightColor** color, const RtLightMap& map, const RtShaderGlobals& sg);
+
 // The colour of a light that is not linked to a shader.
 // Required: the parameter as it is, without "light_gamma".
 inline RtRGB plainColor(const RtLightMap& map)

@@ -52,6 +52,7 @@ struct QuadLightData {
 struct QuadLightPoint : RtLightPoint {
     const QuadLightData* data;
     const RtImportanceTable* table; // by which places are sampled, or null
+    LightColor* color;              // null before it is first needed
     const QuadGeometry* quad;
     QuadGeometry moving;  // at the time of the context, of a light with several keys
     bool by_angle;        // samples directions, not places
@@ -173,12 +174,13 @@ static RtRGB colorAt(LightColor* place, const QuadLightData& data, const QuadGeo
     return place->evaluate();
 }
 
-static RtRGB colorAt(const QuadLightPoint& point, const RtShaderGlobals& sg, float u, float v)
+static RtRGB colorAt(QuadLightPoint* point, const RtShaderGlobals& sg, float u, float v)
 {
-    if (!point.data->map.is_linked)
-        return plainColor(point.data->map);
-    LightColor place(point.data->map, sg.thread_index, sg.time);
-    return colorAt(&place, *point.data, *point.quad, u, v);
+    const QuadLightData& data = *point->data;
+    if (!data.map.is_linked)
+        return plainColor(data.map);
+    LightColor* const place = requireColor(&point->color, data.map, sg);
+    return place ? colorAt(place, data, *point->quad, u, v) : RV_RGB_BLACK;
 }
 
 // The table of a light that moves is that of its first key, whoever makes it at whatever time.
@@ -310,9 +312,9 @@ static bool goByAngle(const QuadLightPoint& point, RtShaderGlobals* sg, QuadWay*
 }
 
 // The light of a place of the quad.
-static void shine(const QuadLightPoint& point, RtShaderGlobals* sg, float u, float v, float share)
+static void shine(QuadLightPoint* point, RtShaderGlobals* sg, float u, float v, float share)
 {
-    sg->light_unoccluded = colorAt(point, *sg, u, v) * (point.intensity * share);
+    sg->light_unoccluded = colorAt(point, *sg, u, v) * (point->intensity * share);
     sg->light_shadow = RV_RGB_BLACK;
     shineThroughFilters(sg, nullptr);
 }
@@ -332,14 +334,14 @@ static bool sample(RtNode* node, RtShaderGlobals* sg)
 {
     if (sg->stage == RV_STAGE_VOLUME && !aim(node, sg))
         return false;
-    const QuadLightPoint& point = *lightPoint<QuadLightPoint>(sg);
+    QuadLightPoint& point = *lightPoint<QuadLightPoint>(sg);
     RtLightMIS& mis = sg->state->lights.mis;
     mis.active = false;
     QuadWay way;
     if (!(point.by_angle ? goByAngle(point, sg, &way) : goToPlace(point, sg, &way)))
         return false;
     if (!isBelow(*sg, sg->light_dir))
-        shine(point, sg, way.u, way.v, way.share);
+        shine(&point, sg, way.u, way.v, way.share);
     const float size = apparentSize(point.quad->area, way.cosine, sg->light_dist);
     mis.active = point.light->mis && size > least_mis_size;
     if (!mis.active)
@@ -361,7 +363,7 @@ static float densityAt(const QuadLightPoint& point, float u, float v)
 
 static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
 {
-    const QuadLightPoint& point = *lightPoint<QuadLightPoint>(sg);
+    QuadLightPoint& point = *lightPoint<QuadLightPoint>(sg);
     QuadHit hit;
     if (!point.light->mis || !intersectQuad(*point.quad, ray->origin, ray->dir, &hit))
         return false;
@@ -371,7 +373,7 @@ static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
     const float size = apparentSize(point.quad->area, cosine, hit.distance);
     if (!(size > 0))
         return false;
-    shine(point, sg, hit.u, hit.v, cosine);
+    shine(&point, sg, hit.u, hit.v, cosine);
     sg->state->lights.mis.active = true;
     setMIS(point, sg, size, densityAt(point, hit.u, hit.v));
     return true;

@@ -144,6 +144,7 @@ struct SkydomeData {
 struct SkydomePoint : RtLightPoint {
     const SkydomeData* data;
     const RtImportanceTable* table;
+    LightColor* color; // null before it is first needed
     const SkyFrame* frame;
     SkyFrame moving; // at the time of the context, of a light with several keys
     float intensity;
@@ -228,12 +229,13 @@ static RtRGB colorTowards(LightColor* place, const SkydomeData& data, const RtVe
     return place->evaluate();
 }
 
-static RtRGB colorTowards(const SkydomeData& data, const RtShaderGlobals& sg, const RtVector& dir)
+static RtRGB colorTowards(SkydomePoint* point, const RtShaderGlobals& sg, const RtVector& dir)
 {
+    const SkydomeData& data = *point->data;
     if (!data.map.is_linked)
         return plainColor(data.map);
-    LightColor place(data.map, sg.thread_index, sg.time);
-    return colorTowards(&place, data, dir);
+    LightColor* const place = requireColor(&point->color, data.map, sg);
+    return place ? colorTowards(place, data, dir) : RV_RGB_BLACK;
 }
 
 static void fillRow(const RtNode* node, int thread, const RtImportanceTable& table, int row,
@@ -325,9 +327,9 @@ static RtVector toLight(const SkydomePoint& point, const RtVector& dir)
 }
 
 // Light from a direction, which is `local` to the light.
-static void shine(const SkydomePoint& point, RtShaderGlobals* sg, const RtVector& local)
+static void shine(SkydomePoint* point, RtShaderGlobals* sg, const RtVector& local)
 {
-    sg->light_unoccluded = colorTowards(*point.data, *sg, local) * point.intensity;
+    sg->light_unoccluded = colorTowards(point, *sg, local) * point->intensity;
     sg->light_shadow = RV_RGB_BLACK;
     shineThroughFilters(sg, nullptr);
 }
@@ -336,7 +338,7 @@ static constexpr float distance = 1e12f;
 
 static bool sample(RtNode*, RtShaderGlobals* sg)
 {
-    const SkydomePoint& point = *lightPoint<SkydomePoint>(sg);
+    SkydomePoint& point = *lightPoint<SkydomePoint>(sg);
     RtLightMIS& mis = sg->state->lights.mis;
     const ImportanceSample at = sampleImportance(*point.table, point.sample.x, point.sample.y);
     const RtVector local = skyDirection(at.u, at.v);
@@ -348,7 +350,7 @@ static bool sample(RtNode*, RtShaderGlobals* sg)
     if (!(pdf > 0) || !isfinite(pdf) || !isfinite(sg->light_weight))
         return false;
     if (!isBelow(*sg, world.dir))
-        shine(point, sg, local);
+        shine(&point, sg, local);
     mis = { sg->light_sample_index, point.light->mis, sg->light_radiance, pdf };
     // A black sample counts, too, because a sample of the BRDF goes with it.
     return mis.active || !isNegligible(sg->light_radiance);
@@ -356,7 +358,7 @@ static bool sample(RtNode*, RtShaderGlobals* sg)
 
 static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
 {
-    const SkydomePoint& point = *lightPoint<SkydomePoint>(sg);
+    SkydomePoint& point = *lightPoint<SkydomePoint>(sg);
     const RtVector local = toLight(point, ray->dir);
     if (!(dot(local, local) > 0)) // not so for NaN
         return false;
@@ -365,7 +367,7 @@ static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
     const float density = importanceDensity(*point.table, at.x, at.y);
     sg->light_dir = ray->dir;
     sg->light_dist = distance;
-    shine(point, sg, local);
+    shine(&point, sg, local);
     mis.active = true;
     mis.radiance = sg->light_radiance;
     mis.pdf = density / sphere * toWorld(point, local).crowding * point.sample_count;

@@ -483,6 +483,29 @@ TEST_F(LightMaps, the_shader_of_a_surface_may_colour_the_light_above_it)
         EXPECT_EQ(text.find("W both"), std::string::npos) << text;
 }
 
+TEST_F(LightMaps, the_samples_of_a_point_share_a_context)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type, 4);
+        RvNodeSetInt(node, "samples", 4);
+        std::set<const RtShaderGlobals*> contexts;
+        colorBy([&](RtShaderGlobals* sg) {
+            if (mapOf(node).tables_built)
+                contexts.insert(sg);
+            return RV_RGB_WHITE;
+        });
+        prepare();
+        RtShaderGlobals sg = surface({ 0, 0, -1 });
+        sg.front_hemisphere_only = 0;
+        EXPECT_EQ(samplesAt(sg).size(), 16u);
+        EXPECT_EQ(contexts.size(), 1u) << type;
+        RtShaderGlobals next = surface({ 0, 0, -2 });
+        EXPECT_GE(samplesAt(next).size(), 1u);
+        EXPECT_EQ(contexts.size(), 2u) << type << ": of its own time and thread";
+        startAnew();
+    }
+}
+
 TEST_F(LightMaps, contexts_of_colours_belong_to_the_thread_and_nobody_else)
 {
     quadLight(2);

@@ -501,6 +501,19 @@ TEST_F(QuadLights, tables_are_reported)
     }
 }
 
+TEST_F(QuadLights, long_names_are_reported_whole)
+{
+    const std::string name(300, 'n');
+    quadLight(8, name.c_str());
+    colorBy([](RtShaderGlobals* sg) { return rv::grey(sg->u); });
+    prepare();
+    takeTexts();
+    samples({ 0, 0, -1 });
+    const Names texts = takeTexts();
+    ASSERT_FALSE(texts.empty());
+    EXPECT_EQ(texts[0], "[quad_light] " + name + " initializing sampling tables 8x8");
+}
+
 TEST_F(QuadLights, tables_are_made_only_where_they_are_of_use)
 {
     quadLight(8);
