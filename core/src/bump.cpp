@@ -2,21 +2,18 @@
 // them (rv_shaderglobals.h).
 #include "bump.h"
 
+#include "finite.h"
 #include "hit_context.h"
 #include "maths.h"
 #include "rv_brdf.h"
 #include "shaderglobals.h"
+#include "vec3d.h"
 
 #include <math.h>
 
 namespace rv {
 
 static constexpr float offset = 1e-5f; // world units, or units of a triangle's u and v
-
-static bool isFinite(const RtVector& v)
-{
-    return RvIsFinite(v.x) && RvIsFinite(v.y) && RvIsFinite(v.z);
-}
 
 static bool exceeds(const RtVector& v, float limit)
 {
@@ -112,17 +109,6 @@ private:
     void* const data;
 };
 
-struct Vec3 {
-    double x, y, z;
-};
-
-// t + n * slope
-static Vec3 raised(const RtVector& t, const RtVector& n, double slope)
-{
-    return { double(t.x) + double(n.x) * slope, double(t.y) + double(n.y) * slope,
-             double(t.z) + double(n.z) * slope };
-}
-
 // The normal of a surface with those slopes along the tangents, on the side of the present one.
 static RtVector bentNormal(const RtVector& normal, const Tangents& t, double slope_u,
                            double slope_v)
@@ -130,16 +116,13 @@ static RtVector bentNormal(const RtVector& normal, const Tangents& t, double slo
     static constexpr double degenerate = 1e-12;
     if (slope_u == 0 && slope_v == 0)
         return normal;
-    const Vec3 u = raised(t.u, normal, slope_u), v = raised(t.v, normal, slope_v);
-    const Vec3 n = { u.y * v.z - u.z * v.y, u.z * v.x - u.x * v.z, u.x * v.y - u.y * v.x };
-    const double length = sqrt(n.x * n.x + n.y * n.y + n.z * n.z);
-    if (!isfinite(length) ||
+    const Vec3d up = vec3d(normal);
+    const Vec3d n = cross(vec3d(t.u) + up * slope_u, vec3d(t.v) + up * slope_v);
+    const double size = length(n);
+    if (!isfinite(size) ||
         (fabs(n.x) < degenerate && fabs(n.y) < degenerate && fabs(n.z) < degenerate))
         return normal;
-    const bool is_behind =
-        n.x * double(normal.x) + n.y * double(normal.y) + n.z * double(normal.z) < 0;
-    const double scale = (is_behind ? -1 : 1) / length;
-    return { float(n.x * scale), float(n.y * scale), float(n.z * scale) };
+    return single(n * ((dot(n, up) < 0 ? -1 : 1) / size));
 }
 
 // ---- On any surface ----

@@ -33,6 +33,24 @@ inline MeshHit meshHit(const RtShaderGlobals* sg)
     return sg->prim_index < mesh->ntriangles ? MeshHit{ object, mesh, sg->prim_index } : MeshHit{};
 }
 
+// The polygon that the triangle is a part of.
+class HitPolygon {
+public:
+    explicit HitPolygon(const MeshHit& hit)
+        : sides(polygonSides(*hit.mesh, trianglePolygon(*hit.mesh, hit.triangle))), mesh(*hit.mesh),
+          base(triangleBase(*hit.mesh, hit.triangle))
+    {
+    }
+    // The vertex at a corner, of which there are as many as sides.
+    uint32_t vertex(uint32_t corner) const { return mesh.vidxs[base + corner]; }
+
+    const uint32_t sides;
+
+private:
+    const RtPolyMesh& mesh;
+    const uint32_t base;
+};
+
 // Vertices of a mesh at a shutter time, in object space.
 class MeshVertices {
 public:

@@ -9,6 +9,7 @@
 
 #include "color.h"
 #include "counters.h"
+#include "finite.h"
 #include "maths.h"
 #include "rv_integrators.h"
 #include "rv_rays.h"
@@ -120,8 +121,6 @@ inline RtRay loopRay(int type, double maxdist, const RtShaderGlobals* sg)
 // A normal that a frame can be built around and whose directions are numbers: tracing a direction
 // that is none ends the process.
 inline bool isUsableNormal(const RtVector* N) { return N && isfinite(dot(*N, *N)); }
-
-inline bool isFinite(const RtVector& v) { return isfinite(v.x) && isfinite(v.y) && isfinite(v.z); }
 
 // The sum of the light that trace(ray) finds along the directions of a loop, each weighted by what
 // lobe(u, v, &direction) returns. Nothing is traced for other weights than positive ones.

@@ -4,11 +4,10 @@
 #include "nodes.h"
 #include "options.h"
 #include "rays.h"
+#include "report_once.h"
 #include "rv_msg.h"
 #include "shaderglobals.h"
 #include "shading_state.h"
-
-#include <atomic>
 
 namespace rv {
 
@@ -34,7 +33,7 @@ void startReportingNesting() { nesting_is_reported = false; }
 
 static void reportNesting(const RtNode* node)
 {
-    if (!nesting_is_reported.exchange(true, std::memory_order_relaxed))
+    if (isFirst(nesting_is_reported))
         RvMsgWarning("%s: shader leads back to itself and is not evaluated again",
                      RvNodeGetName(node));
 }

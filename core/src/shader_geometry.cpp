@@ -2,6 +2,7 @@
 // (rv_shaderglobals.h).
 #include "array.h"
 #include "cameras/camera.h"
+#include "finite.h"
 #include "hit_context.h"
 #include "maths.h"
 #include "options.h"
@@ -17,11 +18,6 @@ static RtVector product(void (*multiply)(RtVector*, const RtMatrix*, const RtVec
     RtVector out;
     multiply(&out, &matrix, &v);
     return out;
-}
-
-static bool isFinite(const RtVector& v)
-{
-    return RvIsFinite(v.x) && RvIsFinite(v.y) && RvIsFinite(v.z);
 }
 
 // The bounds of no object.
@@ -49,20 +45,6 @@ static MeshVertices verticesAt(const MeshHit& hit, int key, float time)
     if (key < 0)
         return MeshVertices(hit.object, time);
     return MeshVertices(*hit.mesh, uint32_t(std::min<int>(key, hit.mesh->nkeys - 1)));
-}
-
-static uint32_t sidesOf(const MeshHit& hit)
-{
-    return polygonSides(*hit.mesh, trianglePolygon(*hit.mesh, hit.triangle));
-}
-
-// Calls use(corner, position) for the corners of the polygon.
-template <class Use>
-static void forCorners(const MeshHit& hit, const MeshVertices& vertices, const Use& use)
-{
-    const uint32_t base = triangleBase(*hit.mesh, hit.triangle), sides = sidesOf(hit);
-    for (uint32_t i = 0; i < sides; ++i)
-        use(i, vertices[hit.mesh->vidxs[base + i]]);
 }
 
 // ---- Edges in pixels ----
@@ -95,23 +77,22 @@ static float pixelScale(float time)
     return 1 / (fov * radians * (1 / float(currentImage().image_width)));
 }
 
-static float longestEdge(const MeshHit& hit, const RtShaderGlobals& sg)
+static float longestEdge(const MeshHit& hit, const HitPolygon& polygon, const RtShaderGlobals& sg)
 {
     RtMatrix to_camera;
     RvWorldToCameraMatrix(render_options->camera, sg.time, &to_camera);
     RvM4Mult(&to_camera, &sg.object_to_world, &to_camera);
     const MeshVertices vertices(hit.object, sg.time);
-    const uint32_t base = triangleBase(*hit.mesh, hit.triangle);
-    const auto inCamera = [&](const RtPoint& p) {
-        return product(RvM4PointByMatrixMult, to_camera, p);
+    const auto inCamera = [&](uint32_t corner) {
+        return product(RvM4PointByMatrixMult, to_camera, vertices[polygon.vertex(corner)]);
     };
-    RtPoint previous = inCamera(vertices[hit.mesh->vidxs[base + sidesOf(hit) - 1]]);
+    RtPoint previous = inCamera(polygon.sides - 1);
     float longest = 0;
-    forCorners(hit, vertices, [&](uint32_t, const RtPoint& p) {
-        const RtPoint here = inCamera(p);
+    for (uint32_t corner = 0; corner < polygon.sides; ++corner) {
+        const RtPoint here = inCamera(corner);
         longest = std::max(longest, apparentLength(previous, here));
         previous = here;
-    });
+    }
     return longest;
 }
 
@@ -252,10 +233,13 @@ int RvShaderGlobalsGetPolygon(const RtShaderGlobals* sg, int key, RtPoint* out)
     const rv::MeshHit hit = rv::meshHit(sg);
     if (!hit)
         return 0;
-    if (out)
-        rv::forCorners(hit, rv::verticesAt(hit, key, sg->time),
-                       [out](uint32_t i, const RtPoint& p) { out[i] = p; });
-    return int(rv::sidesOf(hit));
+    const rv::HitPolygon polygon(hit);
+    if (out) {
+        const rv::MeshVertices vertices = rv::verticesAt(hit, key, sg->time);
+        for (uint32_t corner = 0; corner < polygon.sides; ++corner)
+            out[corner] = vertices[polygon.vertex(corner)];
+    }
+    return int(polygon.sides);
 }
 
 bool RvShaderGlobalsGetTriangle(const RtShaderGlobals* sg, int key, RtPoint out[3])
@@ -269,10 +253,11 @@ bool RvShaderGlobalsGetTriangle(const RtShaderGlobals* sg, int key, RtPoint out[
 float RvShaderGlobalsEdgeLength(const RtShaderGlobals* sg)
 {
     const rv::MeshHit hit = rv::meshHit(sg);
-    if (!hit || rv::sidesOf(hit) < 3)
+    if (!hit)
         return 0;
-    const float scale = rv::pixelScale(sg->time);
-    return scale > 0 ? rv::longestEdge(hit, *sg) * scale : 0;
+    const rv::HitPolygon polygon(hit);
+    const float scale = polygon.sides >= 3 ? rv::pixelScale(sg->time) : 0;
+    return scale > 0 ? rv::longestEdge(hit, polygon, *sg) * scale : 0;
 }
 
 // ---- Another time ----

@@ -8,13 +8,12 @@
 #include "lights/light_data.h"
 #include "options.h"
 #include "rays.h"
+#include "report_once.h"
 #include "rv_messages.h"
 #include "rv_msg.h"
 #include "scene.h"
 #include "shading_state.h"
 #include "thread_slot.h"
-
-#include <atomic>
 
 static const char* const module_path = "core\\src\\shaderglobals";
 
@@ -29,12 +28,6 @@ void startReportingSelection()
 {
     range_is_reported = false;
     indices_are_reported = false;
-}
-
-static bool isFirst(std::atomic<bool>& is_reported)
-{
-    return !is_reported.load(std::memory_order_relaxed) &&
-           !is_reported.exchange(true, std::memory_order_relaxed);
 }
 
 static const RtNode* shaderCarrier(const RtShaderGlobals& sg)

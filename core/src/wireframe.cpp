@@ -1,29 +1,16 @@
 // wireframe: whether a shading point lies on an edge of its triangle or polygon
 // (rv_shaderglobals.h). In double precision: lines are thin beside the world.
 #include "hit_context.h"
-
-#include <math.h>
+#include "vec3d.h"
 
 namespace rv {
 
-static double squared(const RtVector& v)
-{
-    const double x = double(v.x), y = double(v.y), z = double(v.z);
-    return x * x + y * y + z * z;
-}
-
-static double squaredOfCross(const RtVector& a, const RtVector& b)
-{
-    const double ax = double(a.x), ay = double(a.y), az = double(a.z);
-    const double bx = double(b.x), by = double(b.y), bz = double(b.z);
-    const double x = ay * bz - az * by, y = az * bx - ax * bz, z = ax * by - ay * bx;
-    return x * x + y * y + z * z;
-}
+static double squared(const Vec3d& v) { return dot(v, v); }
 
 // Width of a pixel at the point, in world units; 0 for rays that do not know their neighbours.
 static double pixelWidth(const RtShaderGlobals& sg)
 {
-    return 0.5 * (sqrt(squared(sg.dDdx)) + sqrt(squared(sg.dDdy))) * sg.ray_length;
+    return 0.5 * (length(vec3d(sg.dDdx)) + length(vec3d(sg.dDdy))) * sg.ray_length;
 }
 
 // vertex(i) gives the corners of the outline in object space.
@@ -40,9 +27,10 @@ static bool isOnOutline(const RtShaderGlobals& sg, uint32_t corner_count, double
     RtPoint previous = inWorld(corner_count - 1);
     for (uint32_t i = 0; i < corner_count; ++i) {
         const RtPoint corner = inWorld(i);
-        const RtVector edge = corner - previous;
+        const Vec3d edge = vec3d(corner - previous);
         // Required: the distance from the whole line, not from the edge alone.
-        if (squaredOfCross(sg.point - corner, edge) < squared(edge) * half_width * half_width)
+        if (squared(cross(vec3d(sg.point - corner), edge)) <
+            squared(edge) * half_width * half_width)
             return true;
         previous = corner;
     }
@@ -59,10 +47,9 @@ static bool isOnTriangle(const RtShaderGlobals& sg, const MeshHit& hit, double h
 static bool isOnPolygon(const RtShaderGlobals& sg, const MeshHit& hit, double half_width)
 {
     const MeshVertices vertices(hit.object, sg.time);
-    const uint32_t base = triangleBase(*hit.mesh, hit.triangle);
-    const uint32_t sides = polygonSides(*hit.mesh, trianglePolygon(*hit.mesh, hit.triangle));
-    return sides >= 3 && isOnOutline(sg, sides, half_width, [&](uint32_t i) {
-               return vertices[hit.mesh->vidxs[base + i]];
+    const HitPolygon polygon(hit);
+    return polygon.sides >= 3 && isOnOutline(sg, polygon.sides, half_width, [&](uint32_t corner) {
+               return vertices[polygon.vertex(corner)];
            });
 }
 

@@ -11,8 +11,9 @@ from pathlib import Path
 # The floors, lowest first. A module is a file without its extension or, ending in "/", a folder.
 FLOORS = [
     ("foundation", "frame hooks msg memory strpool shash hash list duration version counters"
-                   " text thread_slot tag_group simd color work_queue function_ref joint_work hemi_tables number_text sample_sink system/"),
-    ("node model", "maths vec3d array paramentry metadata nodeentry declare nodes node_access links userdefs"
+                   " text thread_slot tag_group simd color work_queue function_ref joint_work hemi_tables number_text sample_sink"
+                   " report_once texture_wrap system/"),
+    ("node model", "maths finite vec3d array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene node_watch"
                    " image_geometry camera_data texture_flush cache_flags"),
     ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_values dotrvs_blocks dotrvs_write override plugins obj"

@@ -14,11 +14,12 @@ namespace {
 
 class Bump : public Traced {
 protected:
-    static RtShaderGlobals hitAt(const RtPoint& origin)
+    static RtShaderGlobals hitAt(const RtPoint& origin, float time = 0)
     {
         const RtVector dir = { 0, 0, -1 };
         RtRay ray;
         RvMakeRay(&ray, RV_RAY_CAMERA, &origin, &dir, 1e30, nullptr);
+        ray.time = time;
         RtShaderGlobals sg = {};
         EXPECT_TRUE(RvTraceProbe(&ray, &sg));
         return sg;
@@ -123,6 +124,64 @@ TEST_F(Bump, a_slope_of_the_height_tilts_the_normal_of_a_mesh)
     // A full turn of u is two units long.
     expectNear(bumped(sg, [](RtShaderGlobals* at) { return at->u + 2 * at->v; }),
                unit({ -0.5f, -1, side }), 2e-2f, "texture coordinates");
+}
+
+// A height with a gradient g in the world tilts the normal by the part of g along the surface.
+TEST_F(Bump, meshes_are_bumped_as_they_stand_in_the_world)
+{
+    using shape_fixture::scaling, shape_fixture::translation;
+    const auto turned = [](float x, float y) {
+        RtMatrix about_x, about_y, both;
+        RvM4RotationX(&about_x, x);
+        RvM4RotationY(&about_y, y);
+        RvM4Mult(&both, &about_x, &about_y);
+        return both;
+    };
+    const auto product = [](const RtMatrix& a, const RtMatrix& b) {
+        RtMatrix out;
+        RvM4Mult(&out, &a, &b);
+        return out;
+    };
+    const struct {
+        const char* name;
+        std::vector<RtMatrix> matrices;
+        float rise; // of one corner during the shutter, in object space
+        float time;
+    } rows[] = {
+        { "still", { RV_M4_IDENTITY }, 0, 0 },
+        { "scaled", { scaling(3, 0.5f, 2) }, 0, 0 },
+        { "turned", { turned(20, 35) }, 0, 0 },
+        { "scaled and turned", { product(scaling(3, 2, 1), turned(-25, 30)) }, 0, 0 },
+        { "moving", { turned(20, 0), product(scaling(2, 2, 2), turned(20, 0)) }, 0, 0.5f },
+        { "moved", { RV_M4_IDENTITY, translation(0.5f, 0, -1) }, 0, 1 },
+        { "bending", { RV_M4_IDENTITY }, 0.75f, 0.5f },
+    };
+    const RtVector slope = { 0.5f, -0.25f, 0.75f };
+    const auto tilted = [](const RtVector& n, const RtVector& gradient) {
+        return unit(n - (gradient - n * rv::dot(gradient, n)));
+    };
+    for (const auto& row : rows) {
+        RtNode* const mesh = square();
+        const std::vector<RtPoint> start = {
+            { -1, -1, 0 }, { 1, -1, 0 }, { 1, 1, 0 }, { -1, 1, 0 }
+        };
+        std::vector<RtPoint> keys = start;
+        keys.insert(keys.end(), start.begin(), start.end());
+        keys[5].z = row.rise;
+        setPoints(mesh, "vlist", keys, 2);
+        shape_fixture::setMatrices(mesh, row.matrices);
+        prepare();
+        const RtShaderGlobals sg = hitAt({ 0.25f, -0.35f, 10 }, row.time);
+        const RtVector in_world =
+            bumped(sg, [&](RtShaderGlobals* at) { return rv::dot(at->point - sg.point, slope); });
+        expectNear(in_world, tilted(sg.normal, slope), 0.01f, row.name);
+        const RtVector in_object = bumped(sg, [&](RtShaderGlobals* at) {
+            return rv::dot(at->object_point - sg.object_point, slope);
+        });
+        const RtVector gradient = RvShaderGlobalsTransformNormal(&sg, slope, RV_OBJECT_TO_WORLD);
+        expectNear(in_object, tilted(sg.normal, gradient), 0.01f, row.name);
+        startAnew();
+    }
 }
 
 TEST_F(Bump, a_slope_of_the_height_tilts_the_normal_of_other_shapes)

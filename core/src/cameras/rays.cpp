@@ -1,6 +1,7 @@
 // rays: from a camera sample of a pixel to its ray in the world. Runs on all render threads at
 // once, once per sample; it reads the camera and allocates nothing.
 #include "cameras/camera.h"
+#include "finite.h"
 #include "objects/gobject.h"
 #include "sampling.h"
 #include "shading_state.h"
@@ -126,11 +127,6 @@ static void applyFilterMap(const RtNode* camera, const CameraParams& params, RtR
     sg.v = (ray->sy + 1) / 2;
     ray->weight *=
         cameraShaderResult(camera, cameraParam(camera, filtermap_param), &sg, RV_RGBA_WHITE).r;
-}
-
-static bool isFinite(const RtVector& v)
-{
-    return RvIsFinite(v.x) && RvIsFinite(v.y) && RvIsFinite(v.z);
 }
 
 void rayOfSample(RtNode* camera, RtPixelSample sample, int thread, void* aov_sink, RtRay* ray)

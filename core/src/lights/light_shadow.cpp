@@ -1,6 +1,7 @@
 // light_shadow: what becomes of the light of one sample on its way: light filters and the shadow.
 // Declared by light_loop.h.
 #include "array.h"
+#include "finite.h"
 #include "lights/light_loop.h"
 #include "objects/gobject.h"
 #include "options.h"
@@ -68,8 +69,6 @@ static bool maySendShadowRay(const RtShaderGlobals& sg)
     return !sg.skip_shadows && !(sg.ray_type & RV_RAY_SHADOW) &&
            lightPoint<RtLightPoint>(&sg)->casts_shadows;
 }
-
-static bool isFinite(const RtVector& v) { return isfinite(v.x) && isfinite(v.y) && isfinite(v.z); }
 
 // From the point towards the light. False when there is no way between them.
 static bool makeShadowRay(RtRay* ray, const RtLightData& light, const RtShaderGlobals& sg)

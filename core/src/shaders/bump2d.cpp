@@ -1,4 +1,5 @@
 // bump2d: the "bump2d" shader node, another shader under a normal bumped in u and v.
+#include "color.h"
 #include "objects/gobject.h"
 #include "options.h"
 #include "rv_rays.h"
@@ -54,7 +55,6 @@ static bool isUnbumped(const RtShaderGlobals& sg)
 
 static void evaluate(RtNode* node, RtShaderGlobals* sg)
 {
-    static constexpr float negligible = 0.0001f;
     sg->out.RGBA = { 0, 0, 0, 1 };
     const BumpLinks& links = recordOrDefault<BumpLinks>(node);
     const UnbumpedContext unbumped(sg);

@@ -5,6 +5,7 @@
 #include "rv_noise.h"
 #include "shader_tools.h"
 #include "shaders/surface_fixture.h"
+#include "texture_tools.h"
 
 namespace {
 
@@ -230,6 +231,52 @@ TEST_F(BumpShaders, a_linked_noise_shader_bumps_by_the_gradient_of_the_noise)
         expectNear(bumpedBy(flat), unit(n - RtVector{ gradient.x, gradient.y, 0 }), 0.02f, "2d");
         expectNear(bumpedBy(solid), unit(n - gradient), 5e-3f, "3d");
     }
+}
+
+// Required: bump3d moves the point by the same amount along the same axes in both spaces.
+TEST_F(BumpShaders,
+       bump3d_deliberately_steps_along_the_axes_of_the_object_and_bends_along_the_worlds)
+{
+    RtNode* const wall = surface();
+    RtMatrix scale, turn, matrix;
+    const RtVector size = { 3, 3, 0.5f };
+    RvM4Scaling(&scale, &size);
+    RvM4RotationZ(&turn, 90);
+    RvM4Mult(&matrix, &scale, &turn);
+    shape_fixture::setMatrices(wall, { matrix });
+    RtNode* const node = bump(
+        "bump3d",
+        [](const RtShaderGlobals& at) { return 0.5f * at.object_point.x + 0.25f * at.point.y; }, 1);
+    RvNodeSetFlt(node, "epsilon", 1e-3f);
+    prepare();
+    hit({ 0.3f, 0.2f, 10 });
+    const RtVector n = sg->normal;
+    expectNear(bumpedBy(node), unit(n - RtVector{ 0.5f, 0.25f, 0 }), 2e-3f, "turned and scaled");
+}
+
+TEST_F(BumpShaders, a_linked_image_bumps_along_its_slopes)
+{
+    // As wide as the square, with levels that rise by as much from each column to the next.
+    static constexpr int width = 64;
+    const texture_tools::TextureFolder folder;
+    const std::string file = folder.file("ramp.png");
+    texture_tools::writeImage(file, width, 4, 3, OIIO::TypeDesc::UINT8,
+                              [](int x, int, int c) { return c == 0 ? float(4 * x) / 255 : 0.5f; });
+    RtNode* const mesh =
+        polygons({ { -1, -1, 0 }, { 1, -1, 0 }, { 1, 1, 0 }, { -1, 1, 0 } }, { { 0, 1, 2, 3 } });
+    setUVs(mesh, { { 0, 0 }, { 1, 0 }, { 1, 1 }, { 0, 1 } });
+    setIndices(mesh, "uvidxs", { 0, 1, 2, 3 });
+    RtNode* const image = named("image", "ramp");
+    RvNodeSetStr(image, "filename", file.c_str());
+    RvNodeSetStr(image, "filter", "bilinear");
+    RtNode* const node = bump("bump2d", image, 0.5f, witness());
+    prepare();
+    const float slope = 4.0f * width / 255 / 2 * 0.5f; // u goes from 0 to 1 on two units
+    for (float x : { -0.4f, 0.3f, 0.7f }) {
+        hit({ x, 0.2f, 10 });
+        expectNear(bumpedBy(node), unit({ -slope, 0, 1 }), 0.03f, "image");
+    }
+    EXPECT_EQ(takeProblem(), "");
 }
 
 // ---- What scales the bump ----
