@@ -1,10 +1,9 @@
 // barndoor: the "barndoor" light filter, four soft-edged flaps in front of a spot light.
 #include "lights/light_data.h"
 #include "lights/spot.h"
+#include "report_once.h"
 #include "rv_msg.h"
 #include "shaders/shaders.h"
-
-#include <atomic>
 
 namespace rv {
 
@@ -64,7 +63,7 @@ static std::atomic<bool> misuse_is_reported;
 
 static void reportMisuse(const RtNode* node, const RtNode* light)
 {
-    if (!misuse_is_reported.exchange(true, std::memory_order_relaxed))
+    if (isFirst(misuse_is_reported))
         RvMsgWarning("[%s] `%s' hooked up to non-spotlight node `%s'",
                      RvNodeEntryGetName(node->entry), RvNodeGetName(node), RvNodeGetName(light));
 }
@@ -74,7 +73,10 @@ static float rise(float x, float from, float to)
 {
     if (!(x > from))
         return 0;
-    return x < to ? (x - from) / (to - from) : 1;
+    if (!(x < to))
+        return 1;
+    const float t = (x - from) / (to - from);
+    return isnan(t) ? 1 : t; // far behind an edge without end
 }
 
 // How far the doors are open at a point of the image; v runs down.

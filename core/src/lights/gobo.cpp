@@ -2,21 +2,19 @@
 #include "array.h"
 #include "lights/light_loop.h"
 #include "lights/spot.h"
+#include "report_once.h"
 #include "rv_msg.h"
+#include "shaders/local_record.h"
 #include "shaders/shaders.h"
-
-#include <atomic>
-#include <new>
+#include "texture_wrap.h"
 
 static const char* const module_path = "core\\src\\lights\\gobo";
 
 namespace rv {
 
 enum FilterMode { mode_blend, mode_replace, mode_add, mode_sub, mode_mix };
-enum Wrap { wrap_periodic, wrap_black, wrap_clamp, wrap_mirror, wrap_file };
 
 static const char* const filter_mode_names[] = { "blend", "replace", "add", "sub", "mix", nullptr };
-static const char* const wrap_names[] = { "periodic", "black", "clamp", "mirror", "file", nullptr };
 
 struct Gobo {
     RtRGB slidemap;
@@ -64,41 +62,23 @@ struct GoboData {
     std::atomic<bool> misuse_is_reported; // since the latest update
 };
 
-static GoboData* dataOf(const RtNode* node) { return static_cast<GoboData*>(node->local_data); }
-
-static void initialize(RtNode* node, void*)
-{
-    void* const memory = RvMalloc_func(sizeof(GoboData), module_path, __LINE__, "Initialize");
-    node->local_data = memory ? new (memory) GoboData{} : nullptr;
-}
-
-static void finish(RtNode* node)
-{
-    RvFree_func(node->local_data);
-    node->local_data = nullptr;
-}
-
-// Links of single components count, too.
-static bool isSlideLinked(const RtNode* node)
-{
-    return node->links && node->links[p_slidemap].slot[0];
-}
+static void initialize(RtNode* node, void*) { createRecord<GoboData>(node, module_path, __LINE__); }
 
 static void update(RtNode* node, void* params)
 {
     const Gobo& gobo = *static_cast<const Gobo*>(params);
-    if (GoboData* const data = dataOf(node))
+    if (auto* const data = record<GoboData>(node))
         data->misuse_is_reported = false;
     if (gobo.scale_s == 0 || gobo.scale_t == 0)
         RvMsgWarning("%s: a scale factor is zero!", RvNodeGetName(node));
-    if (!isSlideLinked(node))
+    if (!isLinked(node, p_slidemap))
         RvMsgWarning("%s: no slidemap provided!", RvNodeGetName(node));
 }
 
 static void reportMisuse(const RtNode* node, const RtNode* light)
 {
-    GoboData* const data = dataOf(node);
-    if (data && !data->misuse_is_reported.exchange(true, std::memory_order_relaxed))
+    auto* const data = record<GoboData>(node);
+    if (data && isFirst(data->misuse_is_reported))
         RvMsgWarning("Gobo `%s' hooked up to non-spotlight node `%s'", RvNodeGetName(node),
                      RvNodeGetName(light));
 }
@@ -188,7 +168,7 @@ static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = initialize,
     .Update = update,
-    .Finish = finish,
+    .Finish = freeRecord,
 };
 
 static const RtShaderMethods shader = {

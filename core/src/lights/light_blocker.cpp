@@ -1,7 +1,9 @@
 // light_blocker: the "light_blocker" light filter, a shape that blocks the light behind it.
 #include "color.h"
+#include "finite.h"
 #include "lights/blocker_shapes.h"
 #include "lights/light_data.h"
+#include "shaders/local_record.h"
 
 static const char* const module_path = "core\\src\\lights\\light_blocker";
 
@@ -37,26 +39,19 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
 
 // ---- Local data ----
 
-// From world space into that of the shape; null without memory.
-static RtMatrix* toShape(const RtNode* node) { return static_cast<RtMatrix*>(node->local_data); }
+struct BlockerRecord {
+    RtMatrix to_shape; // from world space
+};
 
 static void initialize(RtNode* node, void*)
 {
-    node->local_data = RvMalloc_func(sizeof(RtMatrix), module_path, __LINE__, "Initialize");
-    if (RtMatrix* const matrix = toShape(node))
-        *matrix = RV_M4_IDENTITY;
+    createRecord<BlockerRecord>(node, module_path, __LINE__);
 }
 
 static void update(RtNode* node, void* params)
 {
-    if (RtMatrix* const matrix = toShape(node))
-        RvM4Invert(&static_cast<const LightBlocker*>(params)->geometry_matrix, matrix);
-}
-
-static void finish(RtNode* node)
-{
-    RvFree_func(node->local_data);
-    node->local_data = nullptr;
+    if (auto* const data = record<BlockerRecord>(node))
+        RvM4Invert(&static_cast<const LightBlocker*>(params)->geometry_matrix, &data->to_shape);
 }
 
 // ---- Evaluation ----
@@ -64,21 +59,23 @@ static void finish(RtNode* node)
 // The transformed point; not finite where the shape is flat and has no space of its own.
 static RtPoint inShape(const RtNode* node, const RtPoint& point)
 {
-    const RtMatrix* const matrix = toShape(node);
     RtPoint p = point;
-    if (matrix)
-        RvM4PointByMatrixMult(&p, matrix, &point);
+    if (const auto* const data = record<BlockerRecord>(node))
+        RvM4PointByMatrixMult(&p, &data->to_shape, &point);
     return p;
 }
-
-static bool isFinite(const RtPoint& p) { return isfinite(p.x) && isfinite(p.y) && isfinite(p.z); }
 
 static void evaluate(RtNode* node, RtShaderGlobals* sg)
 {
     // Required: as stored in the node, so that links have no effect.
     const auto& blocker = *static_cast<const LightBlocker*>(node->params);
+    if (blocker.density == 0)
+        return;
     const RtPoint P = inShape(node, sg->point);
-    const RtPoint Q = inShape(node, sg->point + sg->light_dir * sg->light_dist);
+    // Only a plane asks where the light comes from, which may lie beyond all numbers.
+    const RtPoint Q = blocker.geometry_type == blocker_plane
+                          ? inShape(node, sg->point + sg->light_dir * sg->light_dist)
+                          : P;
     if (!isFinite(P) || !isFinite(Q))
         return;
     const BlockerSettings settings = { .geometry_type = blocker.geometry_type,
@@ -100,7 +97,7 @@ static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = initialize,
     .Update = update,
-    .Finish = finish,
+    .Finish = freeRecord,
 };
 
 static const RtShaderMethods shader = {

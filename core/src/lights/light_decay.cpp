@@ -1,7 +1,9 @@
 // light_decay: the "light_decay" light filter, falloff with distance.
 #include "lights/light_data.h"
+#include "shaders/shaders.h"
 
 #include <algorithm>
+#include <float.h>
 
 namespace rv {
 
@@ -36,91 +38,78 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
 }
 
 // Places in the order of declaration.
-enum Param {
-    use_near_atten,
-    use_far_atten,
-    near_start,
-    near_end,
-    far_start,
-    far_end,
-    decay_type,
-    decay_radius,
-    decay_clamp
-};
-
-struct DecaySettings {
-    bool use_near, use_far;
-    float near_start, near_end;
-    float far_start, far_end;
-    int exponent;
-    float radius;
-    bool is_clamped;
+enum LightDecayParam {
+    p_use_near_atten,
+    p_use_far_atten,
+    p_near_start,
+    p_near_end,
+    p_far_start,
+    p_far_end,
+    p_decay_type,
+    p_decay_radius,
+    p_decay_clamp
 };
 
 static float smoothstep(float t) { return t * t * (3 - 2 * t); }
 
-static float nearFactor(const DecaySettings& s, float d)
+static float nearFactor(const ShaderInputs& in, float d)
 {
-    if (d < s.near_start)
+    const float start = in.flt(p_near_start), end = in.flt(p_near_end);
+    if (d < start)
         return 0;
-    return d < s.near_end ? smoothstep((d - s.near_start) / (s.near_end - s.near_start)) : 1;
+    return d < end ? smoothstep((d - start) / (end - start)) : 1;
 }
 
-static float farFactor(const DecaySettings& s, float d)
+static float farFactor(const ShaderInputs& in, float d)
 {
-    if (d <= s.far_start)
+    const float start = in.flt(p_far_start), end = in.flt(p_far_end);
+    if (d <= start)
         return 1;
     // An empty range ends where it starts.
-    const bool within = d <= s.far_end && s.far_start < s.far_end;
-    return within ? smoothstep((s.far_end - d) / (s.far_end - s.far_start)) : 0;
+    return d <= end && start < end ? smoothstep((end - d) / (end - start)) : 0;
 }
 
-static float falloff(const DecaySettings& s, float d)
+// Far from and close to a light the powers have no place in a float.
+static double falloff(const ShaderInputs& in, float d)
 {
-    float factor = 1;
-    if (d != 0)
-        for (int i = 0; i < s.exponent; ++i)
-            factor *= s.radius / d;
-    return s.is_clamped ? std::min(factor, 1.0f) : factor;
-}
-
-static float decayFactor(const DecaySettings& s, float d)
-{
-    const float near = s.use_near ? nearFactor(s, d) : 1;
-    const float attenuation = s.use_far ? near * farFactor(s, d) : near;
-    return attenuation == 0 ? 0 : falloff(s, d) * attenuation; // the falloff may be infinite
+    const int type = in.choice(p_decay_type), exponent = type >= 0 && type <= 3 ? type : 0;
+    double factor = 1;
+    if (d != 0 && exponent > 0) {
+        const double ratio = double(in.flt(p_decay_radius)) / double(d);
+        for (int i = 0; i < exponent; ++i)
+            factor *= ratio;
+    }
+    return factor > 1 && in.flag(p_decay_clamp) ? 1 : factor;
 }
 
 // Lights that are sampled over their extent grow fainter with distance by themselves.
-static bool fadesByItself(const RtLightData& light)
+static bool fadesByItself(const RtLightData* light)
 {
-    return light.sampled && light.light_type != RV_LIGHT_QUAD && !light.normalize;
+    return light && light->sampled && light->light_type != RV_LIGHT_QUAD && !light->normalize;
 }
 
-static DecaySettings settings(const RtNode* node, RtShaderGlobals* sg)
+static double decayFactor(const ShaderInputs& in, const RtLightData* light, float d)
 {
-    const auto number = [&](Param p) { return RvShaderEvalParamFuncFlt(sg, node, p); };
-    const auto flag = [&](Param p) { return RvShaderEvalParamFuncBool(sg, node, p); };
-    const int type = RvShaderEvalParamFuncEnum(sg, node, decay_type);
-    return { .use_near = flag(use_near_atten),
-             .use_far = flag(use_far_atten),
-             .near_start = number(near_start),
-             .near_end = number(near_end),
-             .far_start = number(far_start),
-             .far_end = number(far_end),
-             .exponent = type >= 0 && type <= 3 ? type : 0,
-             .radius = number(decay_radius),
-             .is_clamped = flag(decay_clamp) };
+    double factor = 1;
+    if (in.flag(p_use_near_atten))
+        factor *= double(nearFactor(in, d));
+    if (in.flag(p_use_far_atten))
+        factor *= double(farFactor(in, d));
+    if (factor != 0) // where there is no light, the falloff may be infinite
+        factor *= falloff(in, d);
+    if (factor != 0 && fadesByItself(light)) // neither may the distance undo it
+        factor *= double(d) * double(d);
+    return factor;
 }
 
 static void evaluate(RtNode* node, RtShaderGlobals* sg)
 {
-    const float d = sg->light_dist;
-    float factor = decayFactor(settings(node, sg), d);
-    const RtLightData* const light = lightData(sg->light);
-    if (light && fadesByItself(*light))
-        factor *= d * d;
-    sg->light_unoccluded = sg->light_unoccluded * factor;
+    const double factor = decayFactor({ node, sg }, lightData(sg->light), sg->light_dist);
+    sg->light_unoccluded = perChannel(sg->light_unoccluded, [factor](float light) {
+        static constexpr double largest = FLT_MAX;
+        // Black stays black, and bright light a number, however close the light is.
+        return light == 0 ? 0 : float(std::clamp(double(light) * factor, -largest, largest));
+    });
 }
 
 static const RtCommonMethods common = {

@@ -1,9 +1,10 @@
 // image: the "image" shader node, a filtered lookup in an image file.
+#include "nodes.h"
 #include "rv_memory.h"
-#include "rv_node.h"
 #include "rv_rays.h"
 #include "rv_textures.h"
 #include "shaders/shaders.h"
+#include "texture_wrap.h"
 
 static const char* const module_path = "core\\src\\shaders\\image";
 
@@ -11,7 +12,6 @@ namespace rv {
 
 static const char* const filter_names[] = { "closest", "bilinear", "bicubic", "smart_bicubic",
                                             nullptr };
-static const char* const wrap_names[] = { "periodic", "black", "clamp", "mirror", "file", nullptr };
 
 struct Image {
     enum Filter { closest, bilinear, bicubic, smart_bicubic };
@@ -65,7 +65,7 @@ static void initialize(RtNode* node, void*)
         RvMalloc_func(sizeof(ImageData), module_path, __LINE__, "Initialize"));
     if (data)
         *data = {};
-    RvNodeSetLocalData(node, data);
+    node->local_data = data;
 }
 
 static void update(RtNode* node, void*)
@@ -77,7 +77,7 @@ static void update(RtNode* node, void*)
 static void finish(RtNode* node)
 {
     RvFree_func(imageData(node));
-    RvNodeSetLocalData(node, nullptr);
+    node->local_data = nullptr;
 }
 
 // ---- Evaluation ----

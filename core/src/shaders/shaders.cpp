@@ -2,9 +2,20 @@
 #include "shaders/shaders.h"
 
 #include "color.h"
+#include "nodes.h"
 #include "rv_rays.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace rv {
+
+bool isLinked(const RtNode* node, int param)
+{
+    // The marker of links to components stays when the last of them is gone.
+    const auto leadsToNode = [](uintptr_t slot) { return (slot & ~component_marker) != 0; };
+    return node->links && std::ranges::any_of(node->links[param].slot, leadsToNode);
+}
 
 bool setOpacity(RtShaderGlobals* sg, const RtRGB& opacity)
 {

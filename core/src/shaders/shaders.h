@@ -16,6 +16,7 @@ public:
     RtRGB rgb(int param) const { return RvShaderEvalParamFuncRGB(sg, node, param); }
     RtRGBA rgba(int param) const { return RvShaderEvalParamFuncRGBA(sg, node, param); }
     RtVector vec(int param) const { return RvShaderEvalParamFuncVec(sg, node, param); }
+    RtPoint2 pnt2(int param) const { return RvShaderEvalParamFuncPnt2(sg, node, param); }
     int integer(int param) const { return RvShaderEvalParamFuncInt(sg, node, param); }
     bool flag(int param) const { return RvShaderEvalParamFuncBool(sg, node, param); }
     int choice(int param) const { return RvShaderEvalParamFuncEnum(sg, node, param); }
@@ -25,6 +26,9 @@ private:
     const RtNode* node;
     RtShaderGlobals* sg;
 };
+
+// Whether the parameter at that place or one of its components is driven by another node.
+bool isLinked(const RtNode* node, int param);
 
 // Sets the opacity of the point. False when that is all there is to do: for shadow rays, which ask
 // for nothing else, and where there is nothing to see.

@@ -79,7 +79,7 @@ static void update(RtNode* node, void* params)
 {
     if (auto* const sky = record<SkyRecord>(node))
         *sky = { orientation(*static_cast<const Sky*>(params)),
-                 RvNodeGetLink(node, "color") || RvNodeGetLink(node, "intensity") };
+                 isLinked(node, p_color) || isLinked(node, p_intensity) };
 }
 
 // ---- Directions ----

@@ -51,6 +51,28 @@ TEST_F(Barndoors, shadows_agree_with_the_golden_vectors)
     }
 }
 
+TEST_F(Barndoors, doors_that_are_linked_to_what_is_no_number_cast_a_shadow_that_is_one)
+{
+    const RtNodeEntry* const entry = doors->entry;
+    for (float value : { INFINITY, -INFINITY, std::nanf("") }) {
+        RtNode* const source = shader_tools::floatShader("odd", value);
+        for (unsigned i = 0; i < entry->own_param_count; ++i) {
+            const char* const param = entry->params[i].name;
+            RvNodeLink(source, param, doors);
+            for (float x : { 0.0f, 0.5f, 1.0f }) {
+                const float shadow = shadowAt(x, 1 - x);
+                EXPECT_TRUE(shadow >= 0 && shadow <= 1) << param << " " << value << " " << x;
+            }
+            RvNodeUnlink(doors, param);
+        }
+    }
+    // Beside an edge without end a door is nowhere closed.
+    setBoth("left", "top", "bottom", 0.5f);
+    EXPECT_EQ(shadowAt(0.25f, 0.5f), 1);
+    RvNodeLink(shader_tools::floatShader("endless", INFINITY), "barndoor_left_edge", doors);
+    EXPECT_EQ(shadowAt(0.25f, 0.5f), 0);
+}
+
 TEST_F(Barndoors, with_default_values_all_of_the_image_is_lit)
 {
     setFilters(lamp(), { doors });

@@ -362,6 +362,15 @@ TEST_F(Gobos, updates_report_what_is_missing)
         updateNode(gobo);
         EXPECT_EQ(takeProblem(), row.problem) << row.name;
     }
+    // A component that was linked for a while.
+    RvNodeLink(floatShader("red", 1), "slidemap.r", gobo);
+    RvNodeUnlink(gobo, "slidemap.r");
+    updateNode(gobo);
+    EXPECT_EQ(takeProblem(), "gobo: no slidemap provided!");
+    RvNodeLink(floatShader("green", 1), "slidemap.g", gobo);
+    updateNode(gobo);
+    EXPECT_EQ(takeProblem(), "");
+    RvNodeUnlink(gobo, "slidemap");
     RvNodeSetFlt(gobo, "scale_t", 0);
     updateNode(gobo);
     EXPECT_EQ(takeProblems(),

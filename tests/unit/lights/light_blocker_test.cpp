@@ -303,7 +303,8 @@ TEST_F(Blockers, roundness_leads_from_a_rectangle_to_an_ellipse)
     }
     // Along the axes all of them have the same edge.
     for (float roundness : { 0.1f, 0.5f, 1.0f }) {
-        EXPECT_NEAR(outside(roundness, 0.75f, 0), outside(0, 0.6875f, 0), 0.25) << roundness;
+        for (float x : { 0.6f, 0.6875f, 0.75f, 0.9f })
+            EXPECT_NEAR(outside(roundness, x, 0), outside(0, x, 0), 1e-5) << roundness << " " << x;
         EXPECT_EQ(outside(roundness, 0.49f, 0), 0) << roundness;
         EXPECT_EQ(outside(roundness, 1.01f, 0), 1) << roundness;
     }
@@ -377,6 +378,18 @@ TEST_F(Blockers, flat_shapes_block_nothing)
             EXPECT_EQ(text(shadowAt({ 0, 0, -1 }, { 0, 0.25f, 1 })), "0 0.25 1") << type;
         }
     EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Blockers, only_planes_ask_how_far_away_the_light_is)
+{
+    RvNodeSetFlt(blocker, "density", 1);
+    setPlace({ 0, 0, 0.05f }, { 0.25f, 0.25f, 0.25f });
+    // Light from where the shape has no numbers for it.
+    for (const char* type : { "box", "sphere", "cylinder", "plane" }) {
+        RvNodeSetStr(blocker, "geometry_type", type);
+        EXPECT_EQ(shadowAt({ 0, 0, 0 }, RV_RGB_BLACK, 3e38f).r, *type == 'p' ? 0 : 1) << type;
+        EXPECT_EQ(shadowAt({ 0, 0, 0 }).r, 1) << type;
+    }
 }
 
 TEST_F(Blockers, without_memory_the_shape_stays_in_the_middle_of_the_world)

@@ -1,6 +1,7 @@
 // Tests of core/src/lights/light_mis.cpp: samples reflected by a lobe.
 #include "light_tools.h"
 #include "sampler.h"
+#include "shader_tools.h"
 
 #include <stdlib.h>
 
@@ -217,6 +218,71 @@ TEST_F(LightMIS, samples_of_the_lobe_are_shadowed_and_filtered)
     const double extent = 2 * M_PI * (1 - sqrt(1 - 1 / 100.0));
     const FixedLobe lobe = { 1, 1e6f, { 0, 0, 1 }, {} }; // the lobe has all the weight
     EXPECT_NEAR(evaluateFixed(sg, lobe).g * 1e6, 0.5 / extent, 0.5 / extent * 1e-3);
+}
+
+TEST_F(LightMIS, every_light_that_a_lobe_may_hit_runs_its_filters_for_the_lobe)
+{
+    const auto onTop = [](RtNode* node) {
+        RtMatrix matrix;
+        const RtVector up = { 0, 0, 4 };
+        RvM4Translation(&matrix, &up);
+        RvNodeSetMatrix(node, "matrix", &matrix);
+        return node;
+    };
+    const struct {
+        const char* type;
+        std::function<RtNode*()> make; // a light above the origin
+    } rows[] = {
+        { "point_light",
+          [] {
+              return pointLight({ 0, 0, 4 }, 1);
+          } },
+        { "spot_light",
+          [] {
+              RtNode* const node = spotLight({ 0, 0, 4 }, { 0, 0, 0 });
+              RvNodeSetFlt(node, "radius", 1);
+              return node;
+          } },
+        { "quad_light", [&] { return onTop(light("quad_light")); } },
+        { "skydome_light", [] { return light("skydome_light"); } },
+    };
+    Names types;
+    for (const auto& row : rows) {
+        float radiance[2];
+        for (bool is_filtered : { false, true }) {
+            RtNode* const node = row.make();
+            if (is_filtered)
+                setFilters(node, { shader_tools::shader(
+                                     "half", RV_TYPE_NONE, [](RtNode*, RtShaderGlobals* at) {
+                                         at->light_unoccluded = at->light_unoccluded * 0.5f;
+                                     }) });
+            prepare();
+            RtShaderGlobals sg = surface();
+            RvLightsPrepare(&sg);
+            ASSERT_TRUE(RvLightsGetSample(&sg)) << row.type;
+            RtRay ray = {};
+            ray.dir = { 0, 0, 1 };
+            const auto* const methods =
+                static_cast<const RtLightMethods*>(node->entry->kind_methods);
+            ASSERT_TRUE(methods->LightIntersect(node, &sg, &ray)) << row.type;
+            radiance[is_filtered] = sg.state->lights.mis.radiance.g;
+            shader_tools::programs().clear();
+            startAnew();
+        }
+        EXPECT_GT(radiance[0], 0) << row.type;
+        EXPECT_FLOAT_EQ(radiance[1], radiance[0] / 2) << row.type;
+        types.push_back(row.type);
+    }
+    // These are all of them.
+    for (int i = 0; i < RvGetNumInstalledNodes(); ++i) {
+        const RtNodeEntry* const entry = RvNodeEntryLookUpByIndex(i);
+        if (entry->type != RV_NODE_LIGHT)
+            continue;
+        const bool is_listed = std::ranges::find(types, entry->name) != types.end();
+        const auto* const methods = static_cast<const RtLightMethods*>(entry->kind_methods);
+        RtRay ray = {};
+        EXPECT_TRUE(is_listed || !methods->LightIntersect(nullptr, nullptr, &ray)) << entry->name;
+    }
 }
 
 // ---- Agreement of the techniques ----

@@ -174,6 +174,29 @@ TEST_F(Sky, a_linked_intensity_is_a_texture_too)
     EXPECT_NEAR(color.g, (looked_up.u + looked_up.v + 0.5f) / 3, 1e-6f); // the mean, as a float
 }
 
+TEST_F(Sky, a_linked_component_of_the_color_is_a_texture_too)
+{
+    light();
+    for (const char* component : { "color.r", "color.g" }) {
+        linkWitness(component);
+        setFormat("latlong");
+        prepare();
+        looked_up.v = 0;
+        seen({ 0, 1, 0 });
+        EXPECT_NEAR(looked_up.v, 1, 1e-6f) << component;
+        RvNodeUnlink(sky, component);
+    }
+    // What stays of a link that was taken back is no texture.
+    prepare();
+    RtNode* const intensity = shader_tools::shader("later", RV_TYPE_FLOAT);
+    RvNodeLink(intensity, "intensity", sky); // after the update
+    float v = -1;
+    shader_tools::programs()[intensity] = [&v](RtNode*, RtShaderGlobals* at) { v = at->v; };
+    sg->v = 0.25f;
+    seen({ 0, 1, 0 });
+    EXPECT_EQ(v, 0.25f);
+}
+
 TEST_F(Sky, the_coordinates_of_the_context_come_back)
 {
     linkWitness("color");
