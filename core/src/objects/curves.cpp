@@ -1,5 +1,6 @@
 // curves: the "curves" shape node, many cubic curves with a radius.
 #include "objects/objects.h"
+#include "rv_gi.h"
 
 #include <initializer_list>
 
@@ -54,3 +55,10 @@ static const RtShapeMethods shape = {
 const RtNodeMethods curves_methods = { &common, &shape };
 
 } // namespace rv
+
+void RvHairDirectDiffuseCache(RtRGB* result, const RtShaderGlobals*)
+{
+    // No context lies on curves: they have no geometry that a ray could reach.
+    if (result)
+        *result = RV_RGB_BLACK;
+}

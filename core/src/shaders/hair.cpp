@@ -9,8 +9,8 @@
 #include "rv_gi.h"
 #include "rv_lights.h"
 #include "rv_rays.h"
-#include "rv_userdata.h"
 #include "shaders/shaders.h"
+#include "userdefs.h"
 
 #include <algorithm>
 #include <math.h>
@@ -65,10 +65,23 @@ enum HairParam {
 
 // ---- Inputs ----
 
+// Replaces a value by float user data of that name, where there is any. Data of other types is not
+// read: that would be logged at every sample.
+static void readUserFloat(const char* name, const RtShaderGlobals* sg, float* value)
+{
+    for (const RtNode* node : { sg->object, sg->instance })
+        if (const RtUserParamEntry* const entry = findUserParam(node, name, true)) {
+            if (userElementType(*entry) == RV_TYPE_FLOAT)
+                RvUserGetFltFunc(name, sg, value);
+            return;
+        }
+}
+
 static float userOpacity(const RtShaderGlobals* sg)
 {
     float opacity = 1;
-    return RvUserGetFltFunc("geo_opacity", sg, &opacity) ? opacity : 1;
+    readUserFloat("geo_opacity", sg, &opacity);
+    return opacity;
 }
 
 // Shows textures user data of those names in place of u and v, for the length of a scope.
@@ -77,8 +90,8 @@ public:
     UserCoordinates(RtShaderGlobals* context, const Hair& hair)
         : sg(context), u(context->u), v(context->v)
     {
-        replace(&sg->u, hair.uparam);
-        replace(&sg->v, hair.vparam);
+        readUserFloat(hair.uparam, sg, &sg->u);
+        readUserFloat(hair.vparam, sg, &sg->v);
     }
     ~UserCoordinates()
     {
@@ -89,13 +102,6 @@ public:
     UserCoordinates& operator=(const UserCoordinates&) = delete;
 
 private:
-    void replace(float* coordinate, const char* name) const
-    {
-        float value;
-        if (name && *name && RvUserGetFltFunc(name, sg, &value))
-            *coordinate = value;
-    }
-
     RtShaderGlobals* sg;
     const float u, v;
 };
@@ -130,7 +136,8 @@ float hairSpecular(const RtVector& strand, const RtVector& light_dir, const RtVe
 {
     const float along = dot(unit(view + light_dir), strand);
     const float across = 1 - along * along;
-    return across > 0 ? powf(across, gloss * 0.5f) : 0;
+    // A negative gloss may lead beyond all numbers.
+    return across > 0 ? std::min(powf(across, gloss * 0.5f), RV_BIG) : 0;
 }
 
 // ---- Light ----
@@ -158,11 +165,11 @@ static HairLight lightFrom(RtShaderGlobals* sg, const HairLook& look, const RtVe
 
 static RtRGB indirectLight(const RtNode* node, RtShaderGlobals* sg, const RtVector& view)
 {
-    const float kd_ind = ShaderInputs(node, sg).flt(p_kd_ind);
-    if (!render_options || sg->diffuse_depth >= render_options->GI_diffuse_depth || !(kd_ind > 0))
+    if (!render_options || sg->diffuse_depth >= render_options->GI_diffuse_depth)
         return RV_RGB_BLACK;
+    const float kd_ind = ShaderInputs(node, sg).flt(p_kd_ind);
     // Required: around the direction of the view, because a strand has no normal.
-    return RvIndirectDiffuse(&view, sg) * kd_ind;
+    return kd_ind > 0 ? RvIndirectDiffuse(&view, sg) * kd_ind : RV_RGB_BLACK;
 }
 
 static void evaluate(RtNode* node, RtShaderGlobals* sg)
@@ -171,16 +178,17 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg)
     if (RvShaderGlobalsApplyOpacity(sg, in.rgb(p_opacity) * userOpacity(sg)) ||
         (sg->ray_type & RV_RAY_SHADOW) || isNegligible(sg->out_opacity))
         return;
+    const HairLook look = lookAt(node, sg);
+    // Required: by the context's own v, whatever stands in for it in textures.
+    const RtRGB albedo = look.rootcolor * (1 - sg->v) + look.tipcolor * sg->v;
     if ((sg->ray_type & RV_RAY_DIFFUSE) && in.flag(p_diffuse_cache)) {
-        // Direct light is cached for curves only; on everything else there is none to be found.
-        sg->out.RGB = RV_RGB_BLACK;
+        RvHairDirectDiffuseCache(&sg->out.RGB, sg);
+        sg->out.RGB = sg->out.RGB * albedo;
         return;
     }
-    const HairLook look = lookAt(node, sg);
     const RtVector view = sg->ray_dir * -1.0f, strand = unit(sg->dPdv);
     const HairLight light = lightFrom(sg, look, strand, view);
     const RtRGB diffuse = light.diffuse + indirectLight(node, sg, view);
-    const RtRGB albedo = look.rootcolor * (1 - sg->v) + look.tipcolor * sg->v;
     sg->out.RGB = light.specular * look.spec_color * look.spec + albedo * diffuse;
 }
 

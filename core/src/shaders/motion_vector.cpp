@@ -29,8 +29,13 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg)
     const ShaderInputs in(node, sg);
     const RtPoint2 motion =
         RvShaderGlobalsGetPixelMotionVector(sg, in.flt(p_time0), in.flt(p_time1));
-    const float length = hypotf(motion.x, motion.y);
-    const float scale = length > 0 ? 1 / std::max(length, in.flt(p_max_displace)) : 0;
+    const float length = sqrtf(motion.x * motion.x + motion.y * motion.y);
+    // Motions whose squares have no place in a float are too short to be seen, or endless.
+    if (!(length > 0 && isfinite(length))) {
+        sg->out.RGB = { 0.5f, 0.5f, 0 };
+        return;
+    }
+    const float scale = 1 / std::max(length, in.flt(p_max_displace));
     sg->out.RGB = { (motion.x * scale + 1) * 0.5f, (motion.y * scale + 1) * 0.5f, 0 };
 }
 

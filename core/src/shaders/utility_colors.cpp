@@ -2,6 +2,7 @@
 #include "shaders/utility.h"
 
 #include "color.h"
+#include "finite.h"
 #include "hash.h"
 #include "maths.h"
 #include "objects/polymesh.h"
@@ -30,14 +31,14 @@ static RtRGB placeColor(const RtShaderGlobals& sg)
     const float extent = box.max.x - box.min.x;
     if (!(extent > 0 && isfinite(extent)))
         return RV_RGB_BLACK;
-    return asColor((sg.object_point - box.min) * (1 / extent));
+    // Not times an inverse, which the smallest extents do not have.
+    return perChannel(asColor(sg.object_point - box.min), [extent](float x) { return x / extent; });
 }
 
 static bool isBroken(const RtVector& v)
 {
     const auto tiny = [](float x) { return fabsf(x) < negligible; };
-    return (tiny(v.x) && tiny(v.y) && tiny(v.z)) || !isfinite(v.x) || !isfinite(v.y) ||
-           !isfinite(v.z);
+    return (tiny(v.x) && tiny(v.y) && tiny(v.z)) || !isFinite(v);
 }
 
 // ---- Hashes ----
@@ -76,7 +77,7 @@ static float reflectedStripes(const RtShaderGlobals& sg)
     RvReflect(&sg.ray_dir, &sg.normal, &R);
     const float angle = acosf(std::clamp(unit(R).y, -1.0f, 1.0f)) / 0.17453292f;
     const float f = angle - floorf(angle), folded = f <= 0.5f ? f : 1 - f;
-    if (folded < 0.2f)
+    if (!(folded >= 0.2f)) // nor where nothing is mirrored
         return 0;
     if (folded > 0.3f)
         return 1;

@@ -1,6 +1,7 @@
 // Tests of the shader "hair".
 #include "shaders/hair.h"
 
+#include "rv_gi.h"
 #include "shader_tools.h"
 #include "shaders/surface_fixture.h"
 
@@ -177,6 +178,22 @@ TEST_F(Strands, the_highlight_lies_around_the_strand)
     }
 }
 
+TEST_F(Strands, a_highlight_of_negative_gloss_stays_a_number)
+{
+    lightFrom({ 0, 0.6f, 0.8f });
+    context.ray_dir = { 0, -0.6f, -0.8f };
+    rgb("rootcolor", 0, 0, 0);
+    rgb("tipcolor", 0, 0, 0);
+    rgb("spec_color", 1, 0, 0);
+    flt("spec", 1);
+    flt("gloss", -2);
+    EXPECT_NEAR(shaded().r, 1 / 0.64f, 1e-5); // falls away from the strand
+    flt("gloss", -1e30f);
+    const RtRGB color = shadedAgain();
+    EXPECT_TRUE(isfinite(color.r) && color.r > 1e6f);
+    EXPECT_EQ(color.g, 0);
+}
+
 TEST_F(Strands, lights_choose_what_they_shine_on)
 {
     flt("spec", 1);
@@ -248,6 +265,12 @@ TEST_F(Strands, user_data_stands_in_for_texture_coordinates)
         RvNodeSetFlt(object, name, *name == 's' ? 0.125f : 0.75f);
     }
     RvNodeDeclare(object, "number", "constant INT");
+    RvNodeDeclare(object, "numbers", "uniform INT");
+    RvNodeSetArray(object, "numbers", RvArray(1, 1, RV_TYPE_INT, 7));
+    RvNodeDeclare(object, "list", "constant ARRAY FLOAT");
+    RvNodeSetArray(object, "list", RvArray(1, 1, RV_TYPE_FLOAT, 7.0));
+    RvNodeDeclare(object, "each", "uniform FLOAT");
+    RvNodeSetArray(object, "each", RvArray(1, 1, RV_TYPE_FLOAT, 0.625));
     RvNodeLink(shader_tools::shader("coordinates", RV_TYPE_RGB,
                                     [](RtNode*, RtShaderGlobals* sg) {
                                         sg->out.RGB = { sg->u, sg->v, 0 };
@@ -261,9 +284,11 @@ TEST_F(Strands, user_data_stands_in_for_texture_coordinates)
         const char *uparam, *vparam;
         RtRGB root;
     } rows[] = {
-        { "", "", { 0.5f, 0.25f, 0 } },         { "s", "", { 0.125f, 0.25f, 0 } },
-        { "", "t", { 0.5f, 0.75f, 0 } },        { "s", "t", { 0.125f, 0.75f, 0 } },
-        { "missing", "t", { 0.5f, 0.75f, 0 } }, { "t", "s", { 0.75f, 0.125f, 0 } },
+        { "", "", { 0.5f, 0.25f, 0 } },          { "s", "", { 0.125f, 0.25f, 0 } },
+        { "", "t", { 0.5f, 0.75f, 0 } },         { "s", "t", { 0.125f, 0.75f, 0 } },
+        { "missing", "t", { 0.5f, 0.75f, 0 } },  { "t", "s", { 0.75f, 0.125f, 0 } },
+        { "number", "t", { 0.5f, 0.75f, 0 } },   { "numbers", "list", { 0.5f, 0.25f, 0 } },
+        { "s", "number", { 0.125f, 0.25f, 0 } }, { "each", "each", { 0.625f, 0.625f, 0 } },
     };
     context.object = object;
     context.u = 0.5f;
@@ -276,6 +301,7 @@ TEST_F(Strands, user_data_stands_in_for_texture_coordinates)
         expectColor(color, { 0.75f * row.root.r, 0.75f * row.root.g, 0.25f });
         EXPECT_EQ(context.u, 0.5f);
         EXPECT_EQ(context.v, 0.25f);
+        EXPECT_EQ(takeProblem(), "") << row.uparam << " " << row.vparam;
     }
 }
 
@@ -300,6 +326,17 @@ TEST_F(Strands, opacity_is_thinned_by_user_data)
     RvNodeSetFlt(object, "geo_opacity", 0.5f);
     shaded();
     EXPECT_EQ(describe(context.out_opacity), "0.5 0.25 0.125");
+}
+
+TEST_F(Strands, data_of_another_type_is_no_opacity_and_not_complained_about)
+{
+    RtNode* const object = disc("disc", 0);
+    RvNodeDeclare(object, "geo_opacity", "uniform INT");
+    RvNodeSetArray(object, "geo_opacity", RvArray(1, 1, RV_TYPE_INT, 7));
+    context.object = object;
+    shaded();
+    EXPECT_EQ(describe(context.out_opacity), "1 1 1");
+    EXPECT_EQ(takeProblem(), "");
 }
 
 TEST_F(Strands, what_cannot_be_seen_is_not_shaded)
@@ -368,6 +405,35 @@ TEST_F(Strands, indirect_light_ends_at_the_diffuse_depth_and_without_kd_ind)
         state.indirect = {};
         EXPECT_NEAR(shaded().r, row.expected, 1e-5) << row.kd_ind << " " << row.depth;
     }
+}
+
+TEST_F(Strands, kd_ind_is_evaluated_only_above_the_diffuse_depth)
+{
+    int evaluations = 0;
+    RvNodeLink(shader_tools::shader("counter", RV_TYPE_FLOAT,
+                                    [&](RtNode*, RtShaderGlobals*) { ++evaluations; }),
+               "kd_ind", shader);
+    set("GI_diffuse_depth", 1);
+    context.diffuse_depth = 1;
+    shaded();
+    EXPECT_EQ(evaluations, 0);
+    context.diffuse_depth = 0;
+    shadedAgain();
+    EXPECT_EQ(evaluations, 1);
+}
+
+TEST_F(Strands, the_cache_of_direct_light_is_black_on_what_is_no_curve)
+{
+    context.object = disc("disc", 0);
+    lightFrom({ 0, 0, 1 });
+    prepare();
+    for (const RtShaderGlobals* sg : { static_cast<const RtShaderGlobals*>(&context),
+                                       static_cast<const RtShaderGlobals*>(nullptr) }) {
+        RtRGB light = { 7, 7, 7 };
+        RvHairDirectDiffuseCache(&light, sg);
+        EXPECT_EQ(describe(light), "0 0 0");
+    }
+    RvHairDirectDiffuseCache(nullptr, &context);
 }
 
 TEST_F(Strands, diffuse_rays_find_no_cached_light_on_other_objects)

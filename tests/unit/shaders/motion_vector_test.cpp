@@ -78,6 +78,16 @@ TEST_F(MotionVector, long_motions_show_their_direction_alone)
     }
 }
 
+TEST_F(MotionVector, motions_beyond_what_can_be_measured_are_none)
+{
+    for (float pixels : { 1e-40f, 1e-30f, 1e25f })
+        for (float longest : { 0.0f, 4.0f }) {
+            setLongest(longest);
+            EXPECT_EQ(node_tools::describe(colorOf({ pixels, -pixels, 0 })), "0.5 0.5 0")
+                << pixels << " " << longest;
+        }
+}
+
 TEST_F(MotionVector, the_times_choose_the_part_of_the_motion)
 {
     setLongest(8);

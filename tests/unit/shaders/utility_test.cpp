@@ -168,6 +168,17 @@ TEST_F(Utilities, places_deliberately_grow_at_the_pace_of_x)
     EXPECT_TRUE(isfinite(endless.r) && isfinite(endless.g) && isfinite(endless.b));
 }
 
+TEST_F(Utilities, places_in_the_thinnest_boxes_are_numbers)
+{
+    RtNode* const box = named("box", "box");
+    RvNodeSetPnt(box, "max", 1e-40f, 1e-40f, 1e-40f);
+    RvNodeSetPnt(box, "min", 0, 0, 0);
+    prepare();
+    context.object = box;
+    context.object_point = { 0, 1e-40f, 0 };
+    expectColor(colorOf("p"), { 0, 1, 0 });
+}
+
 TEST_F(Utilities, names_and_primitives_have_the_colours_of_the_golden_vectors)
 {
     for (const json& v : goldenVectors("shading", "utility_obj_colour")) {
@@ -257,6 +268,9 @@ TEST_F(Utilities, reflected_stripes_repeat_every_ten_degrees)
         EXPECT_NEAR(stripe(10 * band + 2.5), 0.5, 1e-3) << band;
         EXPECT_NEAR(stripe(10 * band + 7.5), 0.5, 1e-3) << band;
     }
+    context.ray_dir = { 0, -1, 0 };
+    context.normal = { NAN, 1, 0 };
+    EXPECT_EQ(colorOf("reflectline").r, 0);
     for (const RtVector& n : { RtVector{ 0, 0, 0 }, { 0, 1, 0 } }) {
         context.normal = n;
         context.ray_dir = { 0, 0, 0 }; // nothing to mirror
