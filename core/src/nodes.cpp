@@ -8,6 +8,8 @@
 #include "scene.h"
 #include "strpool.h"
 
+#include <algorithm>
+
 static const char* const module_path = "core\\src\\nodes";
 
 namespace rv {
@@ -290,14 +292,31 @@ const RtNodeEntry* RvNodeGetNodeEntry(const RtNode* node) { return node ? node->
 
 void* RvNodeGetLocalData(const RtNode* node) { return node ? node->local_data : nullptr; }
 
+namespace rv {
+
+// The library takes what it finds in the local data of these for its own record.
+static bool keepsOwnRecord(const RtNodeEntry& entry)
+{
+    if (entry.type &
+        (RV_NODE_CAMERA | RV_NODE_LIGHT | RV_NODE_SHAPE | RV_NODE_DRIVER | RV_NODE_FILTER))
+        return true;
+    // Hosts, too, install types without a file.
+    static const char* const built_in_shaders[] = { "image",  "utility",      "ambient_occlusion",
+                                                    "bump2d", "bump3d",       "sky",
+                                                    "gobo",   "light_blocker" };
+    return !*entry.filename && std::ranges::any_of(built_in_shaders, [&entry](const char* name) {
+        return !strcmp(entry.name, name);
+    });
+}
+
+} // namespace rv
+
 void RvNodeSetLocalData(RtNode* node, void* data)
 {
     if (!node)
         return;
-    // The library takes what it finds there for its own record.
-    if (node->entry->type &
-        (RV_NODE_CAMERA | RV_NODE_LIGHT | RV_NODE_SHAPE | RV_NODE_DRIVER | RV_NODE_FILTER))
-        RvMsgWarning("%s: the local data of its kind is the library's", RvNodeGetName(node));
+    if (rv::keepsOwnRecord(*node->entry))
+        RvMsgWarning("%s: the local data of its type is the library's", RvNodeGetName(node));
     else
         node->local_data = data;
 }

@@ -406,7 +406,7 @@ TEST_F(Nodes, local_data_that_the_library_uses_is_not_for_others_to_store)
         rv::RvNodeInitialize(node);
         void* const own = RvNodeGetLocalData(node);
         RvNodeSetLocalData(node, &pointees[0]);
-        EXPECT_EQ(takeProblem(), "n: the local data of its kind is the library's");
+        EXPECT_EQ(takeProblem(), "n: the local data of its type is the library's");
         EXPECT_EQ(RvNodeGetLocalData(node), own) << type;
         RvNodeDestroy(node);
     }

@@ -55,6 +55,32 @@ TEST_F(Shaders, shader_gamma_applies_to_every_color_but_the_scattering_radius)
     EXPECT_EQ(takeProblem(), "");
 }
 
+TEST_F(Shaders, records_of_built_in_shaders_are_not_for_others_to_store)
+{
+    int kept = 0;
+    char foreign = 0;
+    for (int i = 0; i < RvGetNumInstalledNodes(); ++i) {
+        const RtNodeEntry* const entry = RvNodeEntryLookUpByIndex(i);
+        if (RvNodeEntryGetType(entry) != RV_NODE_SHADER)
+            continue;
+        RtNode* const node = RvNode(RvNodeEntryGetName(entry));
+        RvNodeSetStr(node, "name", "n");
+        if (RvNodeIs(node, "utility"))
+            RvNodeSetStr(node, "shade_mode", "ambocc"); // the one mode that has a record
+        rv::RvNodeInitialize(node);
+        entry->methods->Update(node, node->params);
+        takeProblems();
+        if (void* const own = RvNodeGetLocalData(node)) {
+            RvNodeSetLocalData(node, &foreign);
+            EXPECT_EQ(takeProblem(), "n: the local data of its type is the library's");
+            EXPECT_EQ(RvNodeGetLocalData(node), own) << RvNodeEntryGetName(entry);
+            ++kept;
+        }
+        RvNodeDestroy(node);
+    }
+    EXPECT_EQ(kept, 8);
+}
+
 // Required: the two defaults differ.
 TEST_F(Shaders, bump2d_is_flat_and_bump3d_bumps_until_a_height_is_set)
 {
