@@ -21,6 +21,7 @@
 #include "plugins.h"
 #include "render_session.h"
 #include "render_steps.h"
+#include "report_once.h"
 #include "rv_universe.h"
 #include "scene.h"
 #include "scene_passes.h"
@@ -299,7 +300,7 @@ static int finishRender(RtRenderSession* session)
     default: break;
     }
     static std::atomic<bool> is_reported; // once in the process
-    if (!is_reported.exchange(true))
+    if (isFirst(is_reported))
         RvMsgWarning("unknown render abort flag: %d", request);
     return RV_ERROR;
 }

@@ -9,6 +9,7 @@
 #include "maths.h"
 #include "nodes.h"
 #include "options.h"
+#include "report_once.h"
 #include "rv_msg.h"
 #include "strpool.h"
 #include "system/critical_section.h"
@@ -221,7 +222,7 @@ static void bindBuiltIns(RtAOVOutputStore& store)
             continue;
         if (table[i].type == RV_TYPE_NONE || table[i].type == aov->type)
             store.built_in[i] = int(aov->index);
-        else if (!built_in_mismatch_reported.exchange(true))
+        else if (isFirst(built_in_mismatch_reported))
             warnAboutType(aov->name, table[i].type, aov->type);
     }
 }
