@@ -206,6 +206,7 @@ class RenderScope {
 public:
     explicit RenderScope(RtRenderSession* session) : session_(session)
     {
+        makeUpForFlushes();
         startPointClouds(&session->abort_flag);
         startLightMaps(&session->abort_flag);
     }
@@ -221,6 +222,7 @@ public:
         session_->rendering = false;
         session_->abort_flag = RV_STOP_NONE;
         RvCritSecLeave(&session_->lock);
+        makeUpForFlushes();
     }
     RenderScope(const RenderScope&) = delete;
     RenderScope& operator=(const RenderScope&) = delete;

@@ -151,6 +151,7 @@ static void initialize(RtNode* node, void* params)
         RvGObjectPrepareTracesets(clone);
     releaseMatrixParameter(node);
     updateVisibility(clone);
+    enterClones(clone); // complete: threads that look for where a shape stands see it now
     enterScene(clone);
     countInstance(clone);
 }

@@ -47,7 +47,7 @@ const RtGObject* placedObject(const RtGObject* object)
     if (object->visibility)
         return object;
     for (const RtGObject* clone = object; (clone = nextClone(object, clone));) {
-        const bool counts = clone->visibility && clone->node->creator == object->node->creator;
+        const bool counts = clone->node->creator == object->node->creator && clone->visibility;
         if (counts &&
             (!first || strcmp(RvNodeGetName(clone->node), RvNodeGetName(first->node)) < 0))
             first = clone;
@@ -55,10 +55,10 @@ const RtGObject* placedObject(const RtGObject* object)
     return first ? first : object;
 }
 
-static void enterClones(RtGObject* source, RtGObject* clone)
+void enterClones(RtGObject* clone)
 {
     const SceneGuard guard(the_frame->scene);
-    clone->cloned_from = source;
+    RtGObject* const source = clone->cloned_from;
     clone->next_clone = source->first_clone;
     if (source->first_clone)
         source->first_clone->previous_clone = clone;
@@ -70,8 +70,10 @@ static void leaveClones(RtGObject* clone)
     if (!clone->cloned_from)
         return;
     const SceneGuard guard(the_frame->scene);
-    (clone->previous_clone ? clone->previous_clone->next_clone : clone->cloned_from->first_clone) =
-        clone->next_clone;
+    if (clone->previous_clone)
+        clone->previous_clone->next_clone = clone->next_clone;
+    else if (clone->cloned_from->first_clone == clone)
+        clone->cloned_from->first_clone = clone->next_clone;
     if (clone->next_clone)
         clone->next_clone->previous_clone = clone->previous_clone;
     clone->cloned_from = nullptr;
@@ -444,6 +446,17 @@ static thread_local int accels_in_progress; // of the thread, one inside the oth
 
 bool isBuildingAccel() { return accels_in_progress > 0; }
 
+namespace {
+
+struct AccelScope {
+    AccelScope() { ++accels_in_progress; }
+    ~AccelScope() { --accels_in_progress; }
+    AccelScope(const AccelScope&) = delete;
+    AccelScope& operator=(const AccelScope&) = delete;
+};
+
+} // namespace
+
 static void buildAccel(RtGObject* object, int thread)
 {
     const CritSecLock guard(&object->lock);
@@ -451,12 +464,11 @@ static void buildAccel(RtGObject* object, int thread)
     if (object->accel || object->building || !shapeMethods(object->node).ShapePrepareIntersection)
         return;
     object->building = true;
-    ++accels_in_progress;
+    const AccelScope scope;
     try {
         object->accel = shapeMethods(object->node).ShapePrepareIntersection(object, thread);
     } catch (const std::bad_alloc&) { // reported by the allocator; rays miss the object
     }
-    --accels_in_progress;
     object->building = false;
 }
 
@@ -537,15 +549,32 @@ RtBBox rootBounds(const RtNode* root)
     return object ? object->world_bbox : RV_BBOX_ZERO;
 }
 
-void flushShape(RtNode* node, int flags)
+// Flags of flushes during a render, whose threads read the caches.
+static std::atomic<int> missed_flushes;
+
+static void dropFlushed(RtGObject* object, int flags)
 {
     enum { flush_shapes = 0x2, flush_curves = 0x4 };
-    RtGObject* const object = shapeObject(node);
-    if (!object || !(flags & (object->kind == RV_KIND_CURVES ? flush_curves : flush_shapes)))
-        return;
-    // Threads of a render read the caches.
-    if (!the_frame->hooks->rendering())
+    if (object && (flags & (object->kind == RV_KIND_CURVES ? flush_curves : flush_shapes)))
         dropCache(object);
+}
+
+void flushShape(RtNode* node, int flags)
+{
+    if (the_frame->hooks->rendering())
+        missed_flushes |= flags;
+    else
+        dropFlushed(shapeObject(node), flags);
+}
+
+void makeUpForFlushes()
+{
+    const int flags = missed_flushes.exchange(0);
+    if (!flags)
+        return;
+    const SceneGuard guard(the_frame->scene);
+    for (const RtListNode* e = RvListHead(the_frame->scene->nodes); e; e = e->next)
+        dropFlushed(shapeObject(static_cast<RtNode*>(e->data)), flags);
 }
 
 RtGeometryRow geometryRow(RtObjectKind kind)
@@ -662,8 +691,7 @@ RtGObject* RvGObjectClone(const RtGObject* object)
     clone->visibility = object->visibility;
     clone->rebuild = object->rebuild;
     clone->nkeys_shape = object->nkeys_shape;
-    // The object learns of its clone, which it takes along when it goes.
-    rv::enterClones(const_cast<RtGObject*>(object), clone);
+    clone->cloned_from = const_cast<RtGObject*>(object);
     if (rv::copyMatrices(clone, *object) && rv::copyTracesets(clone, *object))
         return clone;
     clone->node = nullptr; // it is that of the object
@@ -685,8 +713,10 @@ void RvGObjectBuildAccel(RtNode* node, int thread)
     RtGObject* const original = rv::shapeObject(owner);
     if (!original)
         return;
-    if (original->kind == RV_KIND_PROCEDURAL) // without the lock: loading takes one of its own
+    if (original->kind == RV_KIND_PROCEDURAL) { // without the lock: loading takes one of its own
+        const rv::AccelScope scope;
         rv::loadProcedural(original, rv::LoadedFor::ray);
+    }
     rv::buildAccel(original, thread);
     if (!original->accel)
         return;

@@ -77,8 +77,8 @@ RtGObject* RvGObjectInitialize(RtNode* node, RtObjectKind kind, void* data, uint
 // Applies motion-keyed matrices (MATRIX, one element a key): in place of the present ones, or on
 // top of them when concatenating. Brings world_bbox up to date.
 void RvGObjectTransform(RtGObject* object, const RtArray* matrices, bool concatenate);
-// A copy that shares data and structure, and goes when the object goes: its node is then without
-// an object. Null when the heap is exhausted.
+// A copy that shares data and structure. It is for the caller to complete, who then hands it to
+// rv::enterClones(). Null when the heap is exhausted.
 RtGObject* RvGObjectClone(const RtGObject* object);
 void RvGObjectPrepareTracesets(RtGObject* object);
 // The common Update method of shapes.
@@ -136,8 +136,13 @@ inline bool isContainer(const RtGObject* object)
 // that it does not depend on which of them were loaded.
 const RtGObject* placedObject(const RtGObject* object);
 
-// The calling thread is building a structure, and holds the lock of its object: displacement
-// shaders run then. It must not wait for threads that may need that structure.
+// Has the object that was cloned learn of its clone, which it takes along when it goes: the clone's
+// node is then without an object. From here on any thread may look at the clone.
+void enterClones(RtGObject* clone);
+
+// The calling thread is building a structure, and holds the lock of its object, or loads what the
+// structure is made of, and holds the lock of procedurals: displacement shaders and user code run
+// then. It must not wait for threads that may need one of these.
 bool isBuildingAccel();
 
 // Frees an object: its structure (unless it belongs to a source), matrices and hashes, not data.
@@ -150,6 +155,9 @@ void shapeTeardown(RtNode* node);
 unsigned shapeVertexCount(const RtNode* node);
 RtBBox rootBounds(const RtNode* root);
 void flushShape(RtNode* node, int flags);
+
+// Before and after a render: drops the caches that were flushed while it ran.
+void makeUpForFlushes();
 
 // Position of a shutter time among n ascending samples, 0 to 0.999999: 0 at and before the first,
 // 0.999999 at and after the last, so that the key index stays inside.
