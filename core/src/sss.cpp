@@ -8,14 +8,17 @@
 // - A thread that builds a cloud looks up nothing: its points, and whatever is shaded for them on
 //   the same or on other objects, have no scattered light. So it never waits for another cloud, and
 //   two clouds never wait for each other.
-// - Nor does a thread that builds a structure for rays look up anything, whose object's lock others
-//   may need for their clouds.
+// - Nor does a thread look up anything that builds a structure for rays or loads a procedural, or
+//   that works out the colour of a light: others may need its locks for their clouds. The colour
+//   would also depend on which lights its own shaders may ask, and so would a cloud made there.
 // A stop of the render ends a build; nothing is kept of it, the waiting threads go on without
-// light, and the next render starts anew. A build that runs out of memory leaves an empty cloud.
+// light, what they shade is discarded, and the next render starts anew. A build that runs out of
+// memory leaves an empty cloud.
 #include "sss.h"
 
 #include "color.h"
 #include "hit_context.h"
+#include "lights/light_map.h"
 #include "options.h"
 #include "sss_cloud.h"
 #include "system/critical_section.h"
@@ -94,6 +97,9 @@ static void build(const SSSBuildOrder& order, CloudPlace& place)
     place.state.notify_all();
 }
 
+// By worker slot: a cloud was asked for and not waited for any longer.
+static bool has_given_up[worker_slot_count];
+
 // The cloud of an order, once it is there; null when there will be none.
 static const RtSSSPointCloud* awaitCloud(const SSSBuildOrder& order)
 {
@@ -106,8 +112,9 @@ static const RtSSSPointCloud* awaitCloud(const SSSBuildOrder& order)
             if (!clouds)
                 return nullptr;
             place = &clouds->places[order.show_samples];
-            int expected = absent;
-            is_ours = place->state.compare_exchange_strong(expected, being_built);
+            is_ours = place->state == absent;
+            if (is_ours)
+                place->state = being_built;
         }
         if (is_ours)
             build(order, *place);
@@ -116,6 +123,7 @@ static const RtSSSPointCloud* awaitCloud(const SSSBuildOrder& order)
         if (place->state == ready)
             return place->cloud;
     }
+    has_given_up[order.thread] = true;
     return nullptr;
 }
 
@@ -143,17 +151,27 @@ static RtGObject* ownerOf(const RtShaderGlobals* sg, RtGObject* object)
     return source && source->data == object->data ? source : object;
 }
 
-// In the frame of the cloud. Of a mesh that changes its form it is the same place on the surface.
+// Of a mesh that changes its form it is the same place on the surface.
+static RtPoint pointOnObject(const RtShaderGlobals* sg, const RtGObject* object, float time)
+{
+    const RtPolyMesh& mesh = *meshOf(object);
+    RtPoint p[3];
+    if (mesh.nkeys > 1 && sg->prim_index < mesh.ntriangles) {
+        MeshVertices(object, time).ofTriangle(sg->prim_index, p);
+        return p[0] * (1 - sg->bary_u - sg->bary_v) + p[1] * sg->bary_u + p[2] * sg->bary_v;
+    }
+    RvM4PointByMatrixMult(&p[0], &sg->world_to_object, &sg->point);
+    return p[0];
+}
+
+// In the frame of the cloud. Contexts that do not come from a ray know no matrix: their points are
+// in the world, and so are those of an object that has one place there.
 static RtPoint pointInCloud(const RtShaderGlobals* sg, const RtGObject* object,
                             const RtSSSPointCloud& cloud)
 {
-    RtPoint point = sg->object_point;
-    const RtPolyMesh& mesh = *meshOf(object);
-    if (mesh.nkeys > 1 && sg->prim_index < mesh.ntriangles) {
-        RtPoint p[3];
-        MeshVertices(object, cloud.time).ofTriangle(sg->prim_index, p);
-        point = p[0] * (1 - sg->bary_u - sg->bary_v) + p[1] * sg->bary_u + p[2] * sg->bary_v;
-    }
+    if (cloud.has_one_place && !sg->instance && RvM4IsIdentity(&sg->world_to_object))
+        return sg->point;
+    RtPoint point = pointOnObject(sg, object, cloud.time);
     RvM4PointByMatrixMult(&point, &cloud.frame, &point);
     return point;
 }
@@ -237,11 +255,16 @@ static RtRGB cachedLight(const RtShaderGlobals* sg, const RtSSSPointCloud& cloud
 void startPointClouds(const std::atomic<int>* stop_request)
 {
     render_stop = stop_request;
+    std::fill_n(has_given_up, worker_slot_count, false);
+    for (RtStats* record : the_frame->stats)
+        record->sss_pool_bytes = 0; // of earlier renders
     for (CachedLookup& lookup : cached_lookups)
         lookup.valid = false;
 }
 
 void endPointClouds() { render_stop = nullptr; }
+
+bool lacksPointCloud(int thread) { return has_given_up[thread]; }
 
 // ---- Lookups ----
 
@@ -249,7 +272,7 @@ static bool mayLookUp(const RtShaderGlobals* sg)
 {
     return sg && render_options && !render_options->ignore_sss && the_frame->thread_slots &&
            sg->thread_index < worker_slot_count && !builds_cloud && !isBuildingAccel() &&
-           !RvShaderGlobalsFromSSS(sg);
+           !isColoringLight() && !RvShaderGlobalsFromSSS(sg);
 }
 
 } // namespace rv

@@ -18,6 +18,10 @@ namespace rv {
 void startPointClouds(const std::atomic<int>* stop_request);
 void endPointClouds();
 
+// Whether a lookup of a render thread went without its cloud, because the render is to stop: what
+// the thread shaded since lacks light.
+bool lacksPointCloud(int thread);
+
 } // namespace rv
 
 #endif

@@ -50,17 +50,19 @@ static RtMatrix transformAt(const RtGObject* object, float time)
 struct Placement {
     RtMatrix to_world; // from object space
     RtNode* instance;  // the outermost one that it is seen through, or null
+    bool moves;
 };
 
 // The procedurals that made a node carry it. Each of them, like the object, is found where it
 // stands itself or, when it is hidden, where its first instance does.
 static Placement placementOf(const RtGObject* object, float time)
 {
-    Placement placement = { RV_M4_IDENTITY, nullptr };
+    Placement placement = { RV_M4_IDENTITY, nullptr, false };
     while (object) {
         const RtGObject* const placed = placedObject(object);
         const RtMatrix matrix = transformAt(placed, time);
         RvM4Mult(&placement.to_world, &placement.to_world, &matrix);
+        placement.moves |= placed->nkeys > 1;
         if (placed->node->source)
             placement.instance = placed->node;
         object = shapeObject(placed->node->creator);
@@ -241,6 +243,17 @@ private:
 
 } // namespace
 
+// Where the contexts of points seem to be reached from. A shader that waits for the cloud, whose
+// context may have no parent either, is thus not taken for the same evaluation.
+static RtShaderGlobals makeNowhere()
+{
+    RtShaderGlobals sg;
+    sg.state = nullptr;
+    resetContext(&sg);
+    return sg;
+}
+static const RtShaderGlobals nowhere = makeNowhere();
+
 // As if a ray had come down onto the outside of the surface. Like a camera ray's hit it has no
 // depth; the number of the point is its pixel, so that bounces differ from point to point.
 void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index) const
@@ -259,6 +272,7 @@ void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, ui
     ray.time = cloud.time;
     ray.origin = point.position;
     fillHitContext(sg, ray, hit, 0);
+    sg->parent = &nowhere;
     sg->state->pass = RV_PASS_SSS;
     sg->ray_dir = sg->normal * -1.0f;
     sg->facing_normal = sg->normal;
@@ -312,6 +326,7 @@ public:
 private:
     void scatter();
     void light();
+    void leaveOutBlack();
     void sort();
     void finish() const;
     void reportProgress(uint32_t lit);
@@ -335,6 +350,8 @@ void CloudBuild::scatter()
     const AreaDistribution distribution(mesh);
     const SSSPointBudget budget =
         pointBudget(distribution.total, params.sss_sample_spacing, params.sss_max_samples);
+    if (budget.points == most_cloud_points && params.sss_max_samples > int(budget.points))
+        RvMsgWarning("[sss] %s: limiting the point cloud to %d samples", name, int(budget.points));
     RvMsgDebug("[sss] generating ~%d sample points (spacing=%.2f, gi=%s) - %s", int(budget.points),
                budget.spacing, cloud.gi ? "on" : "off", name);
     ScatteredPoints scattered = scatterPoints(mesh, distribution, budget, order.stop_request);
@@ -343,12 +360,13 @@ void CloudBuild::scatter()
                int(scattered.rejected), all ? double(accepted) * 100 / double(all) : 0);
     cloud.points = std::move(scattered.points);
     cloud.points.shrink_to_fit();
+    cloud.generated_count = uint32_t(accepted);
 }
 
 void CloudBuild::reportProgress(uint32_t lit)
 {
     const uint32_t now = wallMilliseconds();
-    if (uint32_t(now - last_report) < sss_progress_interval)
+    if (uint32_t(now - last_report) < order.progress_interval)
         return;
     last_report = now;
     RvMsgInfoMasked(RV_LOG_PROGRESS, "[sss] %3d%% of %d samples lit - %s",
@@ -380,9 +398,18 @@ void CloudBuild::light()
         cloud.average_radius = float(radius_sum / cloud.lit_count);
 }
 
+// They scatter nothing, though they count where points themselves are shown.
+void CloudBuild::leaveOutBlack()
+{
+    std::erase_if(cloud.points, [](const RtSSSPoint& point) { return !point.irradiance; });
+    cloud.points.shrink_to_fit();
+}
+
 void CloudBuild::sort()
 {
     const StepTime timed(&RtStats::sss_octree_ms);
+    if (order.show_samples == show_no_samples)
+        leaveOutBlack();
     buildOctree(&cloud.points, &cloud.nodes);
     cloud.nodes.shrink_to_fit();
 }
@@ -390,10 +417,10 @@ void CloudBuild::sort()
 void CloudBuild::finish() const
 {
     RtStats& stats = *threadStats();
-    stats.sss_generated += cloud.points.size();
+    stats.sss_generated += cloud.generated_count;
     stats.sss_stored.add(cloud.lit_count);
     RvMsgInfo("[sss] point cloud done - %d samples, %d octree nodes (%.2fmb) - %s - %s",
-              int(cloud.points.size()), int(cloud.nodes.size()),
+              int(cloud.generated_count), int(cloud.nodes.size()),
               double(cloud.bytes()) * 9.536743e-07, name,
               RvDurationString(uint32_t(wallMilliseconds() - start)));
 }
@@ -405,6 +432,8 @@ bool CloudBuild::run()
     cloud.time = referenceTime();
     const Placement placement = placementOf(order.owner, cloud.time);
     cloud.frame = placement.to_world;
+    cloud.has_one_place =
+        !placement.instance && !placement.moves && meshOf(innermost(order.owner))->nkeys == 1;
     instance = placement.instance;
     scatter();
     if (!isStopped())

@@ -37,16 +37,19 @@ template <class T> using CheckedVector = std::vector<T, CheckedAllocator<T>>;
 
 // One cloud, read by all threads once it is built, and never changed.
 //
-// It stands in the world, as its object does at one moment: distances are those of the scene for
-// objects of any scale, and points of instances and of moving objects find their place through
-// object space.
+// It stands in the world, as its object does at one moment: distances are those of the scene, and
+// points of instances and of moving objects find their place through object space. So the radii of
+// an instance grow with its scale against its source. Objects inside of a list do not know of it:
+// they are lit where they stand without its matrix.
 struct RtSSSPointCloud : CheckedHeap {
-    CheckedVector<RtSSSPoint> points; // in the order of the octree
+    CheckedVector<RtSSSPoint> points; // in the order of the octree; those that can be looked up
     CheckedVector<RtSSSNode> nodes;   // the root first; none without points
     float average_radius = 0;         // of the discs that points with light stand for
     bool gi = false;                  // points gathered indirect light
     RtMatrix frame = RV_M4_IDENTITY;  // from object space
     float time = 0;                   // shutter time of that moment
+    bool has_one_place = false;       // whatever the time; not that of an instance
+    uint32_t generated_count = 0;     // points before those without light were left out
     uint32_t lit_count = 0;           // points with light
 
     size_t bytes() const
@@ -67,9 +70,12 @@ Float4 unpackLanes(uint32_t packed);
 
 // ---- Distribution ----
 
+// Bounds the table of candidates, which no memory holds for every "sss_max_samples".
+extern const uint32_t most_cloud_points;
+
 // How many points a surface gets.
 struct SSSPointBudget {
-    uint32_t points;     // about as many
+    uint32_t points;     // about as many; no more than most_cloud_points
     uint32_t candidates; // places that are tried
     double spacing;      // least distance of two points
 };
@@ -107,7 +113,7 @@ struct ScatteredPoints {
     uint32_t rejected = 0;            // candidates
 };
 // Points no two of which are closer than the spacing. Their areas add up to the whole, unless a
-// stop is requested. Throws std::bad_alloc.
+// stop is requested: then they are worth nothing. Throws std::bad_alloc.
 ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution& distribution,
                               const SSSPointBudget& budget,
                               const std::atomic<int>* stop_request = nullptr);
@@ -184,6 +190,7 @@ struct SSSBuildOrder {
     int thread;
     int show_samples;                     // ShowSamples
     const std::atomic<int>* stop_request; // of the running render, or null
+    uint32_t progress_interval = 5000;    // milliseconds between two reports of its lighting
 };
 
 // Values of the option "show_samples".
@@ -192,9 +199,6 @@ enum ShowSamples { show_no_samples, show_sss_points, show_sss_irradiance, show_s
 // A new cloud, on the calling thread; null when a stop was requested. Without memory, after the
 // allocator's report, it is empty. Throws std::bad_alloc when there is not even memory for that.
 RtSSSPointCloud* buildPointCloud(const SSSBuildOrder& order);
-
-// Milliseconds between two reports of how far the lighting of a cloud has come.
-inline uint32_t sss_progress_interval = 5000;
 
 } // namespace rv
 

@@ -17,14 +17,13 @@ namespace rv {
 
 static constexpr uint32_t candidates_per_point = 10;
 
-// Bounds the table of candidates, which no memory holds for every "sss_max_samples".
-static constexpr uint32_t most_points = max_table_points / candidates_per_point;
+const uint32_t most_cloud_points = max_table_points / candidates_per_point;
 
 // ---- Numbers ----
 
 SSSPointBudget pointBudget(double area, float spacing, int max_samples)
 {
-    const double most = std::clamp<double>(max_samples, 1, most_points);
+    const double most = std::clamp<double>(max_samples, 1, most_cloud_points);
     double n = most;
     if (spacing > 0)
         n = std::clamp(floor(area / (std::numbers::pi * double(spacing) * double(spacing))), 1.0,
@@ -174,14 +173,19 @@ private:
 
 // ---- Candidates ----
 
+static bool isRequested(const std::atomic<int>* stop_request)
+{
+    return stop_request && *stop_request;
+}
+
 // Shuffled points of the unit square, evenly spread in each coordinate too. Empty after an error.
-static RtSampleTable makeCandidates(uint32_t count)
+static RtSampleTable makeCandidates(uint32_t count, const std::atomic<int>* stop_request)
 {
     static constexpr int pattern_seed = 611, shuffle_seed = 612;
     const int side = int(ceil(sqrt(double(count))));
     const RtSampleTable table = makePattern(pattern_seed, side, RV_PATTERN_MULTI_JITTERED,
                                             module_path, __LINE__, "RvSSSPointCloudLookup");
-    if (table.points)
+    if (table.points && !isRequested(stop_request))
         RvShufflePoints(shuffle_seed, 1, table.count, RV_PATTERN_MULTI_JITTERED, table.points);
     return table;
 }
@@ -208,18 +212,18 @@ ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution&
                               const SSSPointBudget& budget, const std::atomic<int>* stop_request)
 {
     ScatteredPoints result;
-    if (distribution.shares.empty())
+    if (distribution.shares.empty() || isRequested(stop_request))
         return result;
     struct Table : RtSampleTable {
         ~Table() { RvFree_func(points); }
     };
-    const Table candidates{ makeCandidates(budget.candidates) };
+    const Table candidates{ makeCandidates(budget.candidates, stop_request) };
     if (!candidates.points)
         throw std::bad_alloc();
     const float area = float(std::min(distribution.total / budget.candidates, double(FLT_MAX)));
     result.points.reserve(size_t{ budget.points } * 2);
     AcceptedPoints accepted(budget);
-    for (uint32_t i = 0; i < budget.candidates && !(stop_request && *stop_request); ++i) {
+    for (uint32_t i = 0; i < budget.candidates && !isRequested(stop_request); ++i) {
         const RtSSSPoint point = placeCandidate(surface, distribution, candidates.points[i]);
         const uint32_t near = accepted.findNear(point.position);
         if (near != AcceptedPoints::nobody) {

@@ -87,6 +87,7 @@ TEST_F(Distribution, places_in_triangles_agree_with_the_golden_vectors)
 TEST_F(Distribution, the_number_of_points_has_limits_for_all_parameters)
 {
     const uint32_t most = (1u << 26) / 10; // what the table of candidates holds
+    EXPECT_EQ(rv::most_cloud_points, most);
     const struct {
         const char* name;
         double area;
@@ -211,7 +212,7 @@ TEST_F(Distribution, points_lie_where_their_triangle_and_weights_say)
 
 TEST_F(Distribution, areas_say_how_much_surface_points_stand_for)
 {
-    // Twenty by twenty cells of a square, each as large as the discs of many points.
+    // Ten by ten cells of a square, each as large as the discs of many points.
     const Soup soup = square(1);
     const auto points = scatter(soup, 0, 20000).points;
     double cells[10][10] = {};
@@ -269,6 +270,7 @@ TEST_F(Distribution, a_stop_ends_it_at_once)
     const Soup soup = square(1);
     const rv::AreaDistribution areas(soup);
     const std::atomic<int> stop = 1;
+    const node_tools::AllocationLimit limit(0); // not even candidates are made
     EXPECT_TRUE(rv::scatterPoints(soup, areas, rv::pointBudget(areas.total, 0.1f, 100), &stop)
                     .points.empty());
 }
