@@ -15,6 +15,7 @@
 #include "msg.h"
 #include "render_session.h"
 #include "sampling.h"
+#include "sss.h"
 #include "system/clock.h"
 #include "system/critical_section.h"
 #include "system/machine.h"
@@ -333,6 +334,8 @@ void Worker::renderSample(const SampleRequest& request, RtSampleSink* sink)
         RvTrace(&ray, &sample);
     }
     const uint64_t elapsed = measures_time ? threadProcessorNanoseconds() - start : 0;
+    if (lacksPointCloud(thread)) // without measures a sample does not count
+        return releaseScratch();
     sink->depth = 0; // where the tracer may have left it deeper
     recordMeasures(sink, { .offset = { ray.offset_u, ray.offset_v },
                            .microseconds = static_cast<float>(elapsed) * 1e-3f,

@@ -272,6 +272,25 @@ TEST_F(Lookups, face_sets_are_those_of_the_owner)
     }
 }
 
+TEST_F(Lookups, face_sets_count_the_faces_that_were_removed_too)
+{
+    RtNode* const node = polygons({ { -6, -2, 0 },
+                                    { -2, -2, 0 },
+                                    { 2, -2, 0 },
+                                    { 6, -2, 0 },
+                                    { -6, 2, 0 },
+                                    { -2, 2, 0 },
+                                    { 2, 2, 0 },
+                                    { 6, 2, 0 } },
+                                  { { 0, 1, 5, 4 }, { 1, 2, 6, 5 }, { 2, 3, 7, 6 } });
+    declare<uint8_t>(node, "face_visibility", "uniform BOOL", RV_TYPE_BOOLEAN, { 0, 1, 1 });
+    declare<uint8_t>(node, "sss_faceset", "uniform BOOL", RV_TYPE_BOOLEAN, { 1, 0, 1 });
+    distantLight();
+    prepare();
+    EXPECT_EQ(at(0, 0).r, 0);
+    EXPECT_NEAR(at(4, 0).r, 0.4f, 0.03f);
+}
+
 // The owner of an instance's cloud is its source, whose points it shares.
 TEST_F(Lookups, instances_have_no_say_in_the_cloud_of_their_source)
 {
