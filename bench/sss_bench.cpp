@@ -73,7 +73,7 @@ void aimForPoints(RtNode* mesh)
 {
     RvNodeSetFlt(mesh, "sss_sample_spacing", 0);
     RvNodeSetInt(mesh, "sss_max_samples", 20000);
-    const double per_sample = double(build(mesh)->points.size()) / 20000;
+    const double per_sample = double(build(mesh)->generated_count) / 20000;
     RvNodeSetInt(mesh, "sss_max_samples", int(wanted_points / per_sample));
 }
 
@@ -88,7 +88,7 @@ void reportBuild(bench::Report& report, const RtNode* mesh, int runs, const std:
     for (int run = 0; run < runs; ++run) {
         for (const auto counter : counters)
             stats.*counter = 0;
-        bench::consume(build(mesh)->points.size());
+        bench::consume(build(mesh)->generated_count);
         for (int i = 0; i < 3; ++i)
             times[i].push_back(double(stats.*counters[i]));
     }
@@ -144,7 +144,8 @@ int main(int argc, char** argv)
         aimForPoints(mesh);
         const Cloud cloud = build(mesh);
         report.add("triangles", double(rv::meshOf(rv::objectOf(mesh))->ntriangles), "");
-        report.add("points", double(cloud->points.size()), "");
+        report.add("points", double(cloud->generated_count), "");
+        report.add("points with light", double(cloud->lit_count), "");
         report.add("memory", double(cloud->bytes()) / 1048576, "MB");
         reportBuild(report, mesh, options.runs, "cloud, direct light");
         RvNodeSetInt(RvUniverseGetOptions(), "GI_diffuse_depth", 1);
