@@ -292,7 +292,13 @@ TEST_F(ConcurrentClouds, concurrent_loads_of_instances_do_not_show_them_half_mad
     std::atomic<int> loaded = 0;
     asRenderThreads([&](int thread) {
         if (thread % 2) {
-            hitAt(float(10 * thread), 0);
+            const RtPoint origin = { float(10 * thread), 0, 10 };
+            const RtVector dir = { 0, 0, -1 };
+            RtRay ray;
+            RvMakeRay(&ray, RV_RAY_CAMERA, &origin, &dir, 1e30, nullptr);
+            ray.tid = uint8_t(thread);
+            RtShaderGlobals sg;
+            EXPECT_TRUE(RvTraceProbe(&ray, &sg));
             ++loaded;
         }
         do
