@@ -256,7 +256,7 @@ static int loadInstance(RtProcVtable* vtable)
         return 1;
     };
     vtable->Cleanup = [](void*) { return 1; };
-    vtable->NumNodes = [](void*) { return 20; };
+    vtable->NumNodes = [](void*) { return 300; };
     vtable->GetNode = [](void* source, int i) {
         RtNode* const node = RvNode("ginstance");
         RvNodeSetPtr(node, "node", source);
@@ -279,7 +279,7 @@ TEST_F(ConcurrentClouds, concurrent_loads_of_instances_do_not_show_them_half_mad
     RvNodeSetInt(copy, "visibility", 65535);
     for (int i = 1; i < thread_count; ++i) {
         RtNode* const proc = node_tools::named("procedural", ("proc " + std::to_string(i)).c_str());
-        RvNodeSetPnt(proc, "min", -1, -1, -20);
+        RvNodeSetPnt(proc, "min", -1, -1, -300);
         RvNodeSetPnt(proc, "max", 1, 1, 0);
         RvNodeSetPtr(proc, "funcptr", reinterpret_cast<void*>(loadInstance));
         RvNodeSetPtr(proc, "userptr", source);
