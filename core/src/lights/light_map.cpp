@@ -213,6 +213,7 @@ void updateLightMap(RtLightMap* map, int resolution)
 
 static thread_local bool is_coloring = false;
 
+bool isColoringLight() { return is_coloring; }
 bool isHiddenLight(const RtLightMap& map) { return map.is_linked && is_coloring; }
 
 // Where the contexts of colours seem to be reached from. A shader that is being evaluated at the

@@ -74,6 +74,9 @@ void endLightMaps();
 // while the calling thread runs such a shader.
 bool isHiddenLight(const RtLightMap& map);
 
+// Whether this thread works out the colour of a light.
+bool isColoringLight();
+
 // Where one thread works out colours of a light, in a context that nobody else sees.
 class LightColor {
 public:
