@@ -37,7 +37,8 @@ struct KnownTexture {
     bool is_described = false; // the rest is filled
     bool has_short_integers = false;
     bool has_grey_and_alpha = false;
-    int channels = 0, width = 0, height = 0;
+    bool has_pixels = false;
+    int channels = 0, full_width = 0, full_height = 0; // of the display window
 };
 
 // Constant-initialised, so that no access pays for a check whether it was constructed.
@@ -55,6 +56,15 @@ static unsigned slotOf(const char* address)
                     (64 - ThreadTextures::size_bits));
 }
 
+// Breaks the file for all threads, of which the first says why.
+static void refuse(KnownTexture& file, const char* reason)
+{
+    file.is_broken = true;
+    file.is_reported = true;
+    if (markBroken(file.name))
+        RvMsgError("[%s] \"%s\" %s", texture_prefix, file.name, reason);
+}
+
 static KnownTexture& findTexture(TextureSystem& system, const char* filename)
 {
     ThreadTextures& mine = thread_textures;
@@ -66,11 +76,14 @@ static KnownTexture& findTexture(TextureSystem& system, const char* filename)
         mine.perthread = system.get_perthread_info();
     announceFile(system, filename);
     const OIIO::ustring name(filename);
+    const char* const reason = refusal(system, name.c_str());
     file = { .address = filename,
              .name = name.c_str(),
              .generation = generation,
-             .handle = system.get_texture_handle(name, mine.perthread),
+             .handle = reason ? nullptr : system.get_texture_handle(name, mine.perthread),
              .is_broken = isBroken(name.c_str()) };
+    if (reason)
+        refuse(file, reason);
     return file;
 }
 
@@ -87,8 +100,12 @@ static bool describe(TextureSystem& system, KnownTexture& file)
     file.has_short_integers = spec->format.size() <= 2 && !spec->format.is_floating_point();
     file.has_grey_and_alpha = spec->nchannels == 2 && spec->alpha_channel == 1;
     file.channels = spec->nchannels;
-    file.width = spec->width;
-    file.height = spec->height;
+    file.has_pixels =
+        spec->width > 0 && spec->height > 0 && spec->full_width > 0 && spec->full_height > 0;
+    file.full_width = spec->full_width;
+    file.full_height = spec->full_height;
+    if (const char* const reason = refusal(system, file.name, *spec))
+        refuse(file, reason);
     return !file.is_broken;
 }
 
@@ -195,7 +212,7 @@ static float widthOf(int mipmap_bias)
 }
 
 // A part of the texture's width, which may be all of it.
-static float usableBlur(float blur) { return std::clamp(blur, 0.0f, 1.0f); }
+static float usableBlur(float blur) { return blur > 0 ? std::min(blur, 1.0f) : 0; }
 
 static void setUpLookup(int ray_type, const RtTextureParams& params, const RtOptions& options,
                         TextureOpt* opt)
@@ -248,8 +265,8 @@ static bool hasNaN(const RtRGBA& c) { return c.r != c.r || c.g != c.g || c.b != 
 
 // ---- The lookup ----
 
-// An image of these pixels lies in the top left corner of the file; as large as the file when the
-// size is not positive.
+// An image of these pixels lies in the top left corner of the file's display window, to which the
+// library's coordinates refer; as large as that when the size is not positive.
 struct ImageSize {
     int width, height;
 };
@@ -258,8 +275,8 @@ static void placeImage(const KnownTexture& file, const ImageSize& image, Texture
 {
     if (image.width <= 0 || image.height <= 0)
         return;
-    const float x = float(image.width) / float(file.width);
-    const float y = float(image.height) / float(file.height);
+    const float x = float(image.width) / float(file.full_width);
+    const float y = float(image.height) / float(file.full_height);
     *c = { c->s * x, c->t * y, c->dsdx * x, c->dtdx * y, c->dsdy * x, c->dtdy * y };
 }
 
@@ -270,15 +287,15 @@ static RtRGBA lookUp(const RtShaderGlobals& sg, const char* filename, const RtTe
     KnownTexture& file = findTexture(system, filename);
     if (!describe(system, file))
         return failedLookup(system, file);
-    if (file.width <= 0 || file.height <= 0) { // the library would divide by them
-        RvMsgError("[%s] \"%s\" has no pixels", texture_prefix, file.name);
+    if (!file.has_pixels) { // the library would divide by their number
+        reportOnce(file, "[%s] \"%s\" has no pixels", file.name);
         return errorColor();
     }
     TextureCoords c = textureCoords(sg, params);
     placeImage(file, image, &c);
     if (!isfinite(c.s) || !isfinite(c.t)) {
-        RvMsgError("[%s] %s infinite texture coords: %f %f", texture_prefix, objectName(sg),
-                   double(c.s), double(c.t));
+        reportOnce(file, "[%s] %s infinite texture coords: %f %f", objectName(sg), double(c.s),
+                   double(c.t));
         return errorColor();
     }
     const RtOptions& options = *render_options;

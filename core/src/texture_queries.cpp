@@ -28,6 +28,10 @@ template <class Ask> static bool query(const char* function, const char* filenam
     try {
         TextureSystem& system = readyTextureSystem();
         announceFile(system, filename);
+        if (const char* const reason = refusal(system, filename)) {
+            reportFailure(function, filename, reason);
+            return false;
+        }
         if (ask(system, ustring(filename)))
             return true;
         reportFailure(function, filename, takeTextureError(system));

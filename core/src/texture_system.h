@@ -28,9 +28,17 @@ OIIO::TextureSystem& readyTextureSystem();
 // open files beyond its limit, so the limit stays above the number of files in use.
 void announceFile(OIIO::TextureSystem& system, const char* file);
 
+// Why the library must not be given that name, or null when it may have it. To be asked before a
+// file is first met.
+const char* refusal(OIIO::TextureSystem& system, const char* file);
+
+// Why the library must not look up a file that it has opened, or null when it may.
+const char* refusal(OIIO::TextureSystem& system, const char* file, const OIIO::ImageSpec& spec);
+
 // The library shows what it could not read of a file as black from the second lookup on. So a file
-// that fails once counts as broken until the generation moves on: these mark and tell it.
-void markBroken(const char* file);
+// that fails once counts as broken until the generation moves on: these mark and tell it. The mark
+// is false when the file had one.
+bool markBroken(const char* file);
 bool isBroken(const char* file);
 
 // What went wrong in calls of this thread since the last time; without a newline at its end.

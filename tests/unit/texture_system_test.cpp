@@ -4,6 +4,8 @@
 #include "image_tools.h"
 #include "texture_tools.h"
 
+#include <sys/resource.h>
+
 using namespace texture_tools;
 
 namespace {
@@ -66,6 +68,83 @@ TEST_F(Textures, odd_options_are_survived)
         expectColor(look(file, 0.5f, 0.5f, 0.01f), { 0.2f, 0.4f, 0.6f, 1 }, 0.01f);
     }
     EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, options_beyond_reason_are_bounded)
+{
+    const SharedSystem shared;
+    RvNodeSetInt(options(), "texture_failure_retries", 2000000000);
+    for (float size : { 2e6f, 1e11f }) {
+        RvNodeSetFlt(options(), "texture_max_memory_MB", size);
+        rv::applyTextureOptions();
+        EXPECT_EQ(shared.value<float>("max_memory_MB"), 1 << 20);
+        EXPECT_EQ(shared.value<int>("failure_retries"), 10);
+    }
+}
+
+TEST_F(Textures, a_damaged_file_fails_soon_however_often_it_may_be_tried)
+{
+    const std::string file = folder.file("cut.tx");
+    writeImage(file, 64, 64, 3, u8, pattern, [](OIIO::ImageSpec& spec) {
+        spec.tile_width = spec.tile_height = 16;
+        spec.attribute("compression", "none");
+    });
+    std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+    RvNodeSetInt(options(), "texture_failure_retries", 2000000000);
+    expectColor(look(file, 0.9f, 0.1f), error_color);
+    EXPECT_NE(takeProblem(), "");
+}
+
+TEST_F(Textures, a_render_puts_its_options_in_force_whatever_others_did)
+{
+    rv::applyTextureOptions();
+    const SharedSystem shared;
+    shared.system->attribute("autotile", 16);
+    rv::applyTextureOptions();
+    EXPECT_EQ(shared.value<int>("autotile"), 64);
+}
+
+// Lowers how many files the process may hold open, for as long as it lives.
+struct FewDescriptors {
+    rlimit before;
+    explicit FewDescriptors(rlim_t count)
+    {
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit lower = { std::min(count, before.rlim_max), before.rlim_max };
+        setrlimit(RLIMIT_NOFILE, &lower);
+    }
+    FewDescriptors(const FewDescriptors&) = delete;
+    FewDescriptors& operator=(const FewDescriptors&) = delete;
+    ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before); }
+};
+
+TEST_F(Textures, as_many_files_stay_open_as_the_system_allows)
+{
+    const FewDescriptors few(200);
+    const SharedSystem shared;
+    const auto maximum = int(std::min<rlim_t>(few.before.rlim_max, INT_MAX));
+    rlimit now;
+    RvNodeSetInt(options(), "texture_max_open_files", 300);
+    rv::applyTextureOptions();
+    getrlimit(RLIMIT_NOFILE, &now);
+    EXPECT_GT(now.rlim_cur, 300u);
+    EXPECT_EQ(shared.value<int>("max_open_files"), 300);
+    RvNodeSetInt(options(), "texture_max_open_files", INT_MAX);
+    rv::applyTextureOptions();
+    EXPECT_LE(shared.value<int>("max_open_files"), maximum - 100);
+}
+
+TEST_F(Textures, the_open_file_limit_counts_the_files_of_one_render)
+{
+    RvNodeSetInt(options(), "texture_max_open_files", 20);
+    for (int frame = 0; frame < 4; ++frame) {
+        rv::applyTextureOptions();
+        EXPECT_EQ(SharedSystem().value<int>("max_open_files"), 20) << frame;
+        for (int i = 0; i < 10; ++i)
+            look(folder.file(("none" + std::to_string(frame * 10 + i) + ".tif").c_str()), 0, 0);
+        EXPECT_EQ(SharedSystem().value<int>("max_open_files"), 20) << frame;
+    }
+    takeProblems();
 }
 
 TEST_F(Textures, untiled_files_may_be_refused)
@@ -170,6 +249,63 @@ TEST_F(Textures, statistics_describe_one_render)
 }
 
 using TexturedImage = image_tools::Image;
+
+TEST_F(TexturedImage, a_flush_while_a_render_runs_waits_for_its_end)
+{
+    const TextureFolder folder;
+    const std::string file = folder.file("a.tif");
+    const auto write = [&](float grey) { writeImage(file, 4, 4, 1, u8, constant({ grey })); };
+    const auto look = [&] {
+        const RtShaderGlobals sg = contextAt(0.5f, 0.5f);
+        const RtTextureParams params = defaults();
+        return RvTextureAccess(&sg, file.c_str(), &params).r;
+    };
+    write(0);
+    makeScene(8, 8);
+    std::vector<float> seen;
+    image_tools::film().on_open = [&] {
+        seen.push_back(look());
+        write(1);
+        RvUniverseCacheFlush(0x1);
+        seen.push_back(look());
+    };
+    ASSERT_EQ(shoot(), RV_SUCCESS);
+    EXPECT_EQ(seen, (std::vector<float>{ 0, 0 }));
+    EXPECT_EQ(look(), 1);
+    write(0);
+    RvUniverseCacheFlush(0x1);
+    EXPECT_EQ(look(), 0);
+}
+
+TEST_F(TexturedImage, concurrent_flushes_and_lookups_do_not_meet)
+{
+    const TextureFolder folder;
+    std::vector<std::string> files;
+    for (int i = 0; i < 8; ++i) {
+        files.push_back(folder.file(("f" + std::to_string(i) + ".tif").c_str()));
+        writeImage(files.back(), 4, 4, 1, u8, constant({ 1 }));
+    }
+    makeScene(32, 32);
+    set("threads", 4);
+    set("bucket_size", 16);
+    std::atomic<int> wrong = 0;
+    image_tools::onShade() = [&](RtShaderGlobals*) {
+        const RtShaderGlobals sg = contextAt(0.5f, 0.5f);
+        const RtTextureParams params = defaults();
+        for (const std::string& file : files)
+            wrong += RvTextureAccess(&sg, file.c_str(), &params).r != 1;
+    };
+    std::atomic<bool> is_over = false;
+    std::thread host([&] {
+        while (!is_over)
+            RvUniverseCacheFlush(0x1);
+    });
+    for (int render = 0; render < 3; ++render)
+        EXPECT_EQ(shoot(), RV_SUCCESS);
+    is_over = true;
+    host.join();
+    EXPECT_EQ(wrong, 0);
+}
 
 TEST_F(TexturedImage, the_report_tells_of_textures_and_of_every_file_on_request)
 {

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <random>
+#include <sys/stat.h>
 #include <thread>
 
 using namespace texture_tools;
@@ -100,15 +101,17 @@ TEST_F(Textures, bad_coordinates_whose_message_nobody_reads_give_the_error_color
     expectColor(look("a.tx", NAN, 0.5f), error_color);
 }
 
-TEST_F(Textures, infinite_coordinates_are_an_error)
+TEST_F(Textures, infinite_coordinates_are_an_error_told_once_of_every_file)
 {
-    const std::string file = folder.file("a.tif");
+    const std::string file = folder.file("a.tif"), other = folder.file("b.tif");
     writeImage(file, 4, 4, 3, u8, constant({ 0.2f, 0.4f, 0.6f }));
-    expectColor(look(file, INFINITY, 0.5f), error_color);
+    writeImage(other, 4, 4, 3, u8, constant({ 0.2f, 0.4f, 0.6f }));
+    for (int call = 0; call < 3; ++call)
+        expectColor(look(file, INFINITY, 0.5f), error_color);
     EXPECT_EQ(takeProblem(), "[texturesys]  infinite texture coords: inf 0.500000");
     RtTextureParams params = defaults();
     params.scale_t = 1e30f;
-    expectColor(look(file, 0.5f, -1e30f, 0, params), error_color);
+    expectColor(look(other, 0.5f, -1e30f, 0, params), error_color);
     EXPECT_EQ(takeProblem(), "[texturesys]  infinite texture coords: 0.500000 inf");
 }
 
@@ -236,6 +239,19 @@ TEST_F(Textures, a_resized_image_lies_at_the_top_left_of_its_file)
     expectColor(RvTextureAccessResized(&sg, folder.file("none.tif").c_str(), &params, 8, 8),
                 error_color);
     EXPECT_NE(takeProblem().find("[texturesys] "), std::string::npos);
+}
+
+TEST_F(Textures, a_resized_image_is_measured_against_the_display_window)
+{
+    const std::string file = folder.file("window.exr");
+    // The left half of the display window is stored: 4 red columns, then 4 green ones.
+    writeImage(
+        file, 8, 16, 3, f32, [](int x, int, int c) { return c == x / 4 ? 1.0f : 0.0f; },
+        [](OIIO::ImageSpec& spec) { spec.full_width = spec.full_height = 16; });
+    RtTextureParams params = defaults();
+    params.filter = 0;
+    const RtShaderGlobals sg = contextAt(0.75f, 0.5f);
+    expectColor(RvTextureAccessResized(&sg, file.c_str(), &params, 8, 16), { 0, 1, 0, 1 });
 }
 
 // ---- Channels ----
@@ -427,8 +443,9 @@ TEST_F(Textures, diffuse_rays_are_blurred_by_their_option)
     static const struct {
         uint16_t ray;
         const char* option;
-    } cases[] = { { RV_RAY_DIFFUSE, "texture_diffuse_blur" },
-                  { RV_RAY_GLOSSY, "texture_glossy_blur" } };
+        float RtOptions::*field;
+    } cases[] = { { RV_RAY_DIFFUSE, "texture_diffuse_blur", &RtOptions::texture_diffuse_blur },
+                  { RV_RAY_GLOSSY, "texture_glossy_blur", &RtOptions::texture_glossy_blur } };
     for (const auto& c : cases) {
         sg.ray_type = c.ray;
         RvNodeSetFlt(options(), c.option, 0.25f);
@@ -440,10 +457,90 @@ TEST_F(Textures, diffuse_rays_are_blurred_by_their_option)
             RvNodeSetFlt(options(), c.option, odd);
             RvTextureAccess(&sg, file.c_str(), &params);
         }
+        RvNodeSetFlt(options(), c.option, 0);
+        float& blur = rv::render_options->*c.field; // past the setters, which refuse such values
+        blur = NAN;
+        EXPECT_EQ(RvTextureAccess(&sg, file.c_str(), &params).r, sharp) << c.option;
+        blur = 0;
     }
 }
 
 // ---- Bad files ----
+
+TEST_F(Textures, pipes_and_devices_are_not_opened)
+{
+    const std::string pipe = folder.file("pipe.tx");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& file : { pipe, std::string("/dev/zero") }) {
+        for (int call = 0; call < 3; ++call)
+            expectColor(look(file, 0.5f, 0.5f), error_color);
+        std::thread([&] { expectColor(look(file, 0.5f, 0.5f), error_color); }).join();
+        EXPECT_EQ(takeProblem(), "[texturesys] \"" + file + "\" is not a regular file");
+        int width, height;
+        EXPECT_FALSE(RvTextureGetResolution(file.c_str(), &width, &height));
+        EXPECT_EQ(takeProblem(),
+                  "[texturesys] RvTextureGetResolution / get_texture_info failed on " + file +
+                      ": is not a regular file");
+    }
+}
+
+TEST_F(Textures, names_that_need_no_file_are_refused)
+{
+    static const struct {
+        const char* name;
+        const char* reason;
+    } cases[] = {
+        { "x.null", "is not an image file" },
+        { "x.nul", "is not an image file" },
+        { "x.null?RES=64x64", "is not an image file" },
+        { "http://localhost:1/x.mp4", "does not exist" },
+    };
+    for (const auto& c : cases) {
+        expectColor(look(c.name, 0.5f, 0.5f), error_color);
+        EXPECT_EQ(takeProblem(), std::string("[texturesys] \"") + c.name + "\" " + c.reason);
+        int bits;
+        EXPECT_FALSE(RvTextureGetBitDepth(c.name, &bits));
+        EXPECT_NE(takeProblem().find(c.reason), std::string::npos);
+    }
+    const std::string file = folder.file("with:colon.tif");
+    writeImage(file, 4, 4, 3, u8, constant({ 0, 1, 0 }));
+    expectColor(look(file, 0.5f, 0.5f), { 0, 1, 0, 1 });
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, huge_images_are_seen_if_they_are_tiled_and_have_smaller_sizes)
+{
+    const std::string plain = folder.file("plain.ppm"), round = folder.file("round.hdr");
+    std::ofstream(plain) << "P6\n200000 200000\n255\nshort";
+    std::ofstream(round) << "#?RADIANCE\nFORMAT=32-bit_rle_rgbe\n\n-Y 300000 +X 300000\nshort";
+    for (const std::string& file : { plain, round }) {
+        for (int call = 0; call < 3; ++call)
+            expectColor(look(file, 0.5f, 0.5f, 0.5f), error_color);
+        std::thread([&] { expectColor(look(file, 0.5f, 0.5f), error_color); }).join();
+        EXPECT_EQ(takeProblem(), "[texturesys] \"" + file +
+                                     "\" is too large for a file without tiles and smaller sizes");
+        int width = 0, height = 0;
+        EXPECT_TRUE(RvTextureGetResolution(file.c_str(), &width, &height));
+        EXPECT_GE(width, 200000);
+    }
+    // Of the largest size nothing is stored but its first tiles.
+    const std::string made = folder.file("made.tif");
+    OIIO::ImageSpec spec(20000, 20000, 1, u8);
+    spec.tile_width = spec.tile_height = 64;
+    spec.attribute("textureformat", "Plain Texture"); // so that parts are sizes
+    const auto output = OIIO::ImageOutput::create(made);
+    ASSERT_TRUE(output && output->open(made, spec));
+    const std::vector<unsigned char> pixels(64 * 64, 255);
+    for (bool is_largest : { true, false }) {
+        ASSERT_TRUE(is_largest || output->open(made, spec, OIIO::ImageOutput::AppendSubimage))
+            << output->geterror();
+        ASSERT_TRUE(output->write_tile(0, 0, 0, OIIO::TypeUInt8, pixels.data()));
+        spec.width = spec.height = spec.full_width = spec.full_height = 64;
+    }
+    ASSERT_TRUE(output->close());
+    expectColor(look(made, 0.5f, 0.5f, 1), { 1, 1, 1, 1 });
+    EXPECT_EQ(takeProblem(), "");
+}
 
 TEST_F(Textures, unreadable_files_give_the_error_color_and_a_message_for_every_call)
 {

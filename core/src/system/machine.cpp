@@ -100,17 +100,20 @@ uint64_t residentMemory()
     return resident_pages * pageSize();
 }
 
-void allowOpenFiles(int count)
+int allowOpenFiles(int count)
 {
     constexpr rlim_t others = 128;
     rlimit limit;
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
-        return;
+        return count;
     const rlim_t wanted = std::min(rlim_t(count) + others, limit.rlim_max);
-    if (wanted <= limit.rlim_cur)
-        return;
-    limit.rlim_cur = wanted;
-    setrlimit(RLIMIT_NOFILE, &limit);
+    if (wanted > limit.rlim_cur) {
+        const rlim_t before = limit.rlim_cur;
+        limit.rlim_cur = wanted;
+        if (setrlimit(RLIMIT_NOFILE, &limit) != 0)
+            limit.rlim_cur = before;
+    }
+    return int(std::min(rlim_t(count), limit.rlim_cur - std::min(limit.rlim_cur, others)));
 }
 
 bool libraryFolder(char* out, size_t size)

@@ -23,7 +23,8 @@ uint64_t physicalMemory();
 uint64_t residentMemory();
 
 // Lets the process hold that many files open beside a few of its own, as far as the system allows.
-void allowOpenFiles(int count);
+// Returns how many of the count it may.
+int allowOpenFiles(int count);
 
 // Folder of the file that holds this code, ending in '/', symbolic links not followed; false when
 // it cannot be told or does not fit.
