@@ -196,6 +196,28 @@ class Names(SceneCase):
         found = self.check_text("image { name i filename b.tx }\n")
         self.assert_finds(found, 1, 'texture "b.tx" not found')
 
+    def test_the_search_path_for_textures_has_two_separators(self):
+        self.write_bytes("lib/a.tx", b"")
+        for path in "no;lib", "no:lib", "lib:no;", "no;:lib/":
+            with self.subTest(path):
+                self.write_bytes("no/b.tx", b"")
+                scene = f'options {{ texture_searchpath "{path}" }}\nimage {{ filename "a.tx" }}\n'
+                self.assertEqual(self.check_text(scene), [])
+        self.assert_finds(self.check_text('options { texture_searchpath "lib:lost" }\n'), 1,
+                          'folder "lost" does not exist')
+
+    def test_a_folder_of_the_name_of_a_texture_is_passed_over(self):
+        self.write_bytes("lib/a.tx", b"")
+        os.mkdir(self.path("a.tx"))
+        self.assertEqual(self.check_text('options { texture_searchpath "lib" }\n'
+                                         'image { filename "a.tx" }\n'), [])
+
+    def test_sets_of_tiles_are_reported(self):
+        self.write_bytes("a.1001.tx", b"")
+        for name in "a.<UDIM>.tx", "a.%(UDIM)d.tx":
+            found = self.check_text(f'image {{ filename "{name}" }}\n')
+            self.assert_finds(found, 1, "names a set of tiles, which cannot be looked up")
+
     def test_ignored_types_are_passed_over(self):
         self.assertEqual(self.check_text('options { ignore_list 1 1 STRING "sphere" }\n'
                                          "sphere { radios 1 }\n"), [])

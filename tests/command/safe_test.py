@@ -102,9 +102,26 @@ class Refusals(SafeCase):
                      'image { filename "outside/a.png" }', 'image { image_map "/etc/passwd" }',
                      "image { filename /etc/passwd }",
                      'options { texture_searchpath "scene;outside" }',
+                     'options { texture_searchpath "none:outside" }',
                      'options { procedural_searchpath "/etc" }'):
             with self.subTest(text):
                 self.refused(text + "\n", "outside of the roots")
+
+    def test_textures_are_plain_files(self):
+        os.mkfifo(self.path("scene/pipe.png"))
+        self.write_bytes("scene/a.null?RES=9x9", b"")
+        for name in ("scene/pipe.png", "scene/lost.png", "scene", "scene/a.null?RES=9x9",
+                     "scene/b.NULL?RES=9x9", "scene/a.<UDIM>.png"):
+            with self.subTest(name):
+                self.refused(f'image {{ filename "{name}" }}\n', "which is no plain file")
+
+    def test_every_place_of_a_texture_is_looked_at(self):
+        os.mkdir(self.path("scene/a.png"))
+        os.symlink(self.path("outside"), self.path("scene/lib"))
+        self.write_bytes("outside/a.png", b"")
+        self.refused('image { filename "scene/a.png" }\nimage { filename "lib/a.png" }\n'
+                     'options { texture_searchpath "none:scene" }\n',
+                     'reading "scene/lib/a.png"')
 
     def test_symbolic_links_do_not_lead_out(self):
         os.symlink(self.path("outside/part.rvs"), self.path("scene/link.rvs"))
@@ -166,6 +183,13 @@ class Permissions(SafeCase):
         self.write_bytes("scene/a.png", b"")
         self.allowed('include "scene/part.rvs"\nimage { name i filename "scene/a.png" }\n'
                      'driver_png { name d filename "scene/out.png" }\n')
+
+    def test_textures_are_found_in_the_folders_of_the_search_path(self):
+        self.write_bytes("scene/lib/a.png", b"")
+        for path in "scene/lib", "scene;scene/lib", "scene:scene/lib":
+            with self.subTest(path):
+                self.allowed(f'options {{ texture_searchpath "{path}" }}\n'
+                             'image { filename "a.png" }\n')
 
     def test_roots_are_given_by_root(self):
         include = 'include "outside/part.rvs"\n'

@@ -28,8 +28,8 @@ struct FileUse {
         texture,
         output,
         procedural,
-        texture_path, // a list of folders, separated by ";", as the next two
-        procedural_path,
+        texture_path,    // a list of folders, separated by ";" or ":"
+        procedural_path, // separated by ";" only, as the next one
         plugin_path
     };
     Kind kind = none;
@@ -221,6 +221,7 @@ private:
     void checkOutputNode(const std::string& statement, const std::string& name, int kind);
     void checkFiles();
     void checkFile(const FileUse& use);
+    std::vector<std::string> textureCandidates(const std::string& name) const;
     void checkTexture(const FileUse& use);
     void checkProcedural(const FileUse& use);
     void checkOutputFile(const FileUse& use);

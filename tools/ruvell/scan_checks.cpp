@@ -4,6 +4,7 @@
 #include "scan.h"
 #include "scan_words.h"
 #include "scene_paths.h"
+#include "text.h"
 #include <algorithm>
 #include <cstring>
 #include <unistd.h>
@@ -378,29 +379,60 @@ bool SceneScan::mayRead(const std::string& path, const Place& place)
     return reason.empty();
 }
 
-// Looked for as the texture system does: as given, then in the folders of its search path.
+// Where the texture system looks for a file, in this order. Names from the root, or from "." and
+// "..", are not searched for.
+std::vector<std::string> SceneScan::textureCandidates(const std::string& name) const
+{
+    std::vector<std::string> paths = { name };
+    const bool is_fixed =
+        name.starts_with('/') || name.starts_with("./") || name.starts_with("../");
+    if (!is_fixed)
+        for (const std::string& entry : texturePathEntries(texture_searchpath))
+            paths.push_back(joinPath(entry, name));
+    return paths;
+}
+
+// Names that the texture system takes for a set of files, one for each tile of the coordinates.
+static bool isTileSet(const std::string& name)
+{
+    static const char* const places[] = { "<UDIM>", "%(UDIM)d", "<uvtile>", "<UVTILE>",
+                                          "<u>",    "<v>",      "<U>",      "<V>" };
+    return std::any_of(std::begin(places), std::end(places),
+                       [&](const char* place) { return name.find(place) != std::string::npos; });
+}
+
+// Names of which the image library makes pixels, of any number, although a file may be called so.
+static bool isMadeUp(const std::string& name)
+{
+    return lowered(name).find(".null?") != std::string::npos;
+}
+
+// In safe mode a texture has to be a plain file: what is none may be a pipe that never ends, or
+// something that the image library looks for elsewhere than among files.
 void SceneScan::checkTexture(const FileUse& use)
 {
     if (use.name.empty())
         return;
-    std::vector<std::string> paths = { use.name };
-    if (!use.name.starts_with('/'))
-        for (const std::string& entry : searchPathEntries(texture_searchpath))
-            paths.push_back(joinPath(entry, use.name));
-    if (use.name.find_first_of("<%") != std::string::npos) { // stands for many files
-        for (const std::string& path : paths)
-            mayRead(folderOf(path), use.place);
+    const std::vector<std::string> paths = textureCandidates(use.name);
+    const bool is_somewhere = !firstExisting(paths).empty();
+    if (!is_somewhere && !mayRead(use.name, use.place))
         return;
-    }
-    const std::string found = firstExisting(paths);
-    if (!mayRead(found.empty() ? use.name : found, use.place))
-        return;
-    if (found.empty())
+    for (const std::string& path : paths)
+        if (exists(path) && !mayRead(path, use.place))
+            return;
+    const auto found = std::find_if(paths.begin(), paths.end(), isRegularFile);
+    const std::string what = "texture " + inQuotes(use.name);
+    if (options.safe && (found == paths.end() || isMadeUp(use.name)))
+        forbid(use.place, what + ", which is no plain file");
+    else if (isTileSet(use.name))
         report(Topic::missing_file, Weight::error, use.place,
-               "texture " + inQuotes(use.name) + " not found");
-    else if (!isRegularFile(found) || access(found.c_str(), R_OK) != 0)
+               what + " names a set of tiles, which cannot be looked up",
+               "give every tile a texture of its own");
+    else if (found == paths.end())
         report(Topic::missing_file, Weight::error, use.place,
-               "texture " + inQuotes(use.name) + " cannot be read");
+               what + (is_somewhere ? " cannot be read" : " not found"));
+    else if (access(found->c_str(), R_OK) != 0)
+        report(Topic::missing_file, Weight::error, use.place, what + " cannot be read");
 }
 
 // Scene files are looked at where they are followed.
@@ -456,7 +488,9 @@ void SceneScan::checkFolders(const FileUse& use)
             forbid(use.place, "loading plug-ins from " + inQuotes(use.name));
         return;
     }
-    for (const std::string& entry : searchPathEntries(use.name))
+    const bool is_texture_path = use.kind == FileUse::texture_path;
+    for (const std::string& entry :
+         is_texture_path ? texturePathEntries(use.name) : searchPathEntries(use.name))
         if (mayRead(entry, use.place) && !isFolder(entry))
             report(Topic::missing_file, Weight::error, use.place,
                    "folder " + inQuotes(entry) + " does not exist");

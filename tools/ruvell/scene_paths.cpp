@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -60,14 +59,23 @@ bool isInside(const std::string& path, const std::string& folder)
     return path.starts_with(folder) && path[folder.size()] == '/';
 }
 
-std::vector<std::string> searchPathEntries(const std::string& list)
+static std::vector<std::string> splitPath(const std::string& list, const char* separators)
 {
     std::vector<std::string> entries;
-    std::istringstream stream(list);
-    for (std::string entry; std::getline(stream, entry, ';');)
-        if (!entry.empty())
-            entries.push_back(entry);
+    for (size_t start = 0; start < list.size();) {
+        const size_t end = std::min(list.find_first_of(separators, start), list.size());
+        if (end > start)
+            entries.push_back(list.substr(start, end - start));
+        start = end + 1;
+    }
     return entries;
+}
+
+std::vector<std::string> searchPathEntries(const std::string& list) { return splitPath(list, ";"); }
+
+std::vector<std::string> texturePathEntries(const std::string& list)
+{
+    return splitPath(list, ";:");
 }
 
 std::string joinPath(const std::string& folder, const std::string& name)

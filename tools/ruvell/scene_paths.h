@@ -24,6 +24,8 @@ bool isInside(const std::string& path, const std::string& folder);
 
 // The entries of a ";"-separated list.
 std::vector<std::string> searchPathEntries(const std::string& list);
+// The same of the search path for textures, which the texture system splits at ":" as well.
+std::vector<std::string> texturePathEntries(const std::string& list);
 // Folder, a slash unless it ends in one, name.
 std::string joinPath(const std::string& folder, const std::string& name);
 // The first of these paths that exists, empty when none does.
