@@ -228,7 +228,7 @@ def environment(image, exposure):
     must not find it, because its light would count twice."""
     look = dict(format="latlong", color="environment", intensity=number(exposure))
     return "\n".join([block("image", name="environment", filename=f'"{image}"'),
-                      block("skydome_light", name="daylight", resolution=512, samples=3, **look),
+                      block("skydome_light", name="daylight", resolution=512, samples=2, **look),
                       block("sky", name="backdrop", visibility=0xFFFF - 0x60, **look)])
 
 

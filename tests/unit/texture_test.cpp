@@ -387,7 +387,7 @@ TEST_F(Textures, lookups_agree_with_the_image_library)
     OIIO::ImageBuf source(plain);
     ASSERT_TRUE(OIIO::ImageBufAlgo::make_texture(OIIO::ImageBufAlgo::MakeTxTexture, source, tiled,
                                                  OIIO::ImageSpec()));
-    OIIO::TextureSystem* const direct = OIIO::TextureSystem::create(false);
+    OIIO::TextureSystem* const direct = OIIO::TextureSystem::create(true);
     direct->attribute("automip", 1);
     direct->attribute("autotile", 64);
     std::mt19937 random(11);
