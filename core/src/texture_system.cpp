@@ -11,10 +11,10 @@
 #include <OpenImageIO/imageio.h>
 #include <OpenImageIO/strutil.h>
 #include <algorithm>
+#include <filesystem>
 #include <mutex>
 #include <set>
 #include <string.h>
-#include <sys/stat.h>
 
 namespace rv {
 
@@ -203,10 +203,12 @@ const char* refusal(OIIO::TextureSystem& system, const char* file)
 {
     if (isMadeUp(file))
         return "is not an image file";
-    struct stat status;
-    if (stat(file, &status) == 0) {
+    std::error_code error; // the exceptions are not wanted
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    if (std::filesystem::exists(status)) {
         // A pipe may wait forever. Along the search path the library takes regular files only.
-        const bool is_safe = S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+        const bool is_safe =
+            std::filesystem::is_regular_file(status) || std::filesystem::is_directory(status);
         return is_safe ? nullptr : "is not a regular file";
     }
     // What is no file here could be an address in the network.
