@@ -1,6 +1,7 @@
 """`ruvell maketx`."""
 import os
 import signal
+import stat
 import struct
 import subprocess
 import time
@@ -67,6 +68,30 @@ class Maketx(CommandCase):
         self.assertEqual((plain.returncode, safe.returncode, safe.stderr), (0, 0, ""))
         self.assertEqual([tags[WIDTH] for tags in tiff_directories(self.read("made/safe.tx"))],
                          [tags[WIDTH] for tags in tiff_directories(self.read("made/plain.tx"))])
+
+    def test_links_stay_and_lead_to_the_texture(self):
+        os.mkdir(self.path("kept"))
+        self.image("a.ppm")
+        self.write("kept/a.tx", "old")
+        os.symlink("kept/a.tx", self.path("a.tx"))
+        self.run_command("maketx", "a.ppm")
+        self.assertTrue(os.path.islink(self.path("a.tx")))
+        self.assertEqual(tiff_directories(self.read("kept/a.tx"))[0][WIDTH], 40)
+        self.assertEqual(self.leftovers(), [])
+
+    def test_special_files_are_not_replaced(self):
+        self.image("a.ppm")
+        os.mkfifo(self.path("pipe.tx"))
+        self.refuses("maketx", "a.ppm", "-o", "pipe.tx", code=1,
+                     message="pipe.tx: not a file that a texture could replace")
+        self.assertTrue(stat.S_ISFIFO(os.stat(self.path("pipe.tx")).st_mode))
+
+    def test_two_images_do_not_become_one_texture(self):
+        self.image("a.ppm")
+        self.image("a.pnm")
+        self.refuses("maketx", "a.ppm", "a.pnm", code=2,
+                     message="a.ppm and a.pnm would both become a.tx")
+        self.assertFalse(self.exists("a.tx"))
 
     def test_an_interrupt_leaves_no_unfinished_file(self):
         with open(self.path("large.ppm"), "wb") as file:

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -74,10 +75,15 @@ static void setup(CLI::App& app)
     addSafeFlag(app, settings.safety);
 }
 
+// The file itself, where a link leads to it, so that the link stays.
 static std::string textureName(const std::string& input)
 {
-    return settings.output.empty() ? fs::path(input).replace_extension(".tx").string()
-                                   : settings.output;
+    const fs::path path = settings.output.empty() ? fs::path(input).replace_extension(".tx")
+                                                  : fs::path(settings.output);
+    std::error_code error;
+    const bool is_link = fs::is_symlink(path, error);
+    const fs::path target = is_link ? fs::weakly_canonical(path, error) : path;
+    return (error ? path : target).string();
 }
 
 static bool isUpToDate(const std::string& input, const std::string& output)
@@ -201,6 +207,10 @@ static bool checkFiles(const std::string& input, const std::string& output)
         reportError(input + ": the texture would overwrite its image");
         return false;
     }
+    if (fs::exists(output, error) && !fs::is_regular_file(output, error)) {
+        reportError(output + ": not a file that a texture could replace");
+        return false;
+    }
     return checkImageFile(output);
 }
 
@@ -224,6 +234,14 @@ static int run(CLI::App&)
     if (!settings.output.empty() && settings.inputs.size() > 1) {
         reportError("--output names one texture, but there are several images");
         return exit_usage;
+    }
+    std::map<std::string, std::string> images; // of each texture
+    for (const std::string& input : settings.inputs) {
+        const auto [place, is_new] = images.emplace(textureName(input), input);
+        if (!is_new) {
+            reportError(place->second + " and " + input + " would both become " + place->first);
+            return exit_usage;
+        }
     }
     TrustedPaths trusted;
     trusted.read = settings.inputs;
