@@ -1,8 +1,7 @@
 // image: the "image" shader node, a filtered lookup in an image file.
-#include "nodes.h"
-#include "rv_memory.h"
 #include "rv_rays.h"
 #include "rv_textures.h"
+#include "shaders/local_record.h"
 #include "shaders/shaders.h"
 #include "texture_wrap.h"
 
@@ -51,33 +50,18 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
 // ---- Preparation ----
 
 struct ImageData {
-    bool is_uv_linked;
+    bool is_uv_linked = false;
 };
-
-static ImageData* imageData(const RtNode* node)
-{
-    return static_cast<ImageData*>(RvNodeGetLocalData(node));
-}
 
 static void initialize(RtNode* node, void*)
 {
-    ImageData* const data = static_cast<ImageData*>(
-        RvMalloc_func(sizeof(ImageData), module_path, __LINE__, "Initialize"));
-    if (data)
-        *data = {};
-    node->local_data = data;
+    createRecord<ImageData>(node, module_path, __LINE__);
 }
 
 static void update(RtNode* node, void*)
 {
-    if (ImageData* const data = imageData(node))
+    if (ImageData* const data = record<ImageData>(node))
         data->is_uv_linked = RvNodeGetLink(node, "uvcoords") != nullptr;
-}
-
-static void finish(RtNode* node)
-{
-    RvFree_func(imageData(node));
-    node->local_data = nullptr;
 }
 
 // ---- Evaluation ----
@@ -108,7 +92,7 @@ static RtTextureParams textureParams(RtNode* node, RtShaderGlobals* sg)
     params.swap_st = in.flag(p_swap_st);
     params.scale_s = in.flt(p_sscale);
     params.scale_t = in.flt(p_tscale);
-    params.mipmap_bias = RvShaderEvalParamFuncInt(sg, node, p_mipmap_bias);
+    params.mipmap_bias = in.integer(p_mipmap_bias);
     params.wrap_s = in.choice(p_swrap);
     params.wrap_t = in.choice(p_twrap);
     // Required: diffuse rays do not read the parameter.
@@ -152,8 +136,7 @@ static RtRGBA lookUp(RtNode* node, RtShaderGlobals* sg, const RtTextureParams& p
 static void evaluate(RtNode* node, RtShaderGlobals* sg)
 {
     const RtTextureParams params = textureParams(node, sg);
-    const ImageData* const data = imageData(node);
-    if (!data || !data->is_uv_linked) {
+    if (!recordOrDefault<ImageData>(node).is_uv_linked) {
         sg->out.RGBA = lookUp(node, sg, params);
         return;
     }
@@ -165,7 +148,7 @@ static const RtCommonMethods common = {
     .Parameters = parameters,
     .Initialize = initialize,
     .Update = update,
-    .Finish = finish,
+    .Finish = freeRecord,
 };
 
 static const RtShaderMethods shader = {
