@@ -12,6 +12,15 @@
 
 namespace rv {
 
+static RtShaderGlobals makeNowhere()
+{
+    RtShaderGlobals sg;
+    sg.state = nullptr;
+    resetContext(&sg);
+    return sg;
+}
+const RtShaderGlobals nowhere_context = makeNowhere();
+
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray)
 {
     if (sg->state) {

@@ -8,6 +8,11 @@
 
 namespace rv {
 
+// Where contexts seem to be reached from that no ray leads to: points of clouds, colours of lights.
+// A shader that waits for them, whose context may have no parent either, is thus not taken for the
+// same evaluation.
+extern const RtShaderGlobals nowhere_context;
+
 // Everything that a context takes over from the ray that reached it, and a fresh private state if
 // there is a place for one.
 void fillFromRay(RtShaderGlobals* sg, const RtRay& ray);

@@ -243,17 +243,6 @@ private:
 
 } // namespace
 
-// Where the contexts of points seem to be reached from. A shader that waits for the cloud, whose
-// context may have no parent either, is thus not taken for the same evaluation.
-static RtShaderGlobals makeNowhere()
-{
-    RtShaderGlobals sg;
-    sg.state = nullptr;
-    resetContext(&sg);
-    return sg;
-}
-static const RtShaderGlobals nowhere = makeNowhere();
-
 // As if a ray had come down onto the outside of the surface. Like a camera ray's hit it has no
 // depth; the number of the point is its pixel, so that bounces differ from point to point.
 void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index) const
@@ -272,7 +261,7 @@ void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, ui
     ray.time = cloud.time;
     ray.origin = point.position;
     fillHitContext(sg, ray, hit, 0);
-    sg->parent = &nowhere;
+    sg->parent = &nowhere_context;
     sg->state->pass = RV_PASS_SSS;
     sg->ray_dir = sg->normal * -1.0f;
     sg->facing_normal = sg->normal;

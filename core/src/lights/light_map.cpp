@@ -3,6 +3,7 @@
 
 #include "cache_flags.h"
 #include "duration.h"
+#include "hit_context.h"
 #include "message_passing.h"
 #include "msg.h"
 #include "options.h"
@@ -216,23 +217,12 @@ static thread_local bool is_coloring = false;
 bool isColoringLight() { return is_coloring; }
 bool isHiddenLight(const RtLightMap& map) { return map.is_linked && is_coloring; }
 
-// Where the contexts of colours seem to be reached from. A shader that is being evaluated at the
-// lit point, whose context may have no parent either, is thus not taken for the same evaluation.
-static RtShaderGlobals makeNowhere()
-{
-    RtShaderGlobals sg;
-    sg.state = nullptr;
-    resetContext(&sg);
-    return sg;
-}
-static const RtShaderGlobals nowhere = makeNowhere();
-
 LightColor::LightColor(const RtLightMap& light_map, int thread, float time) : map(light_map)
 {
     resetState(&state, nullptr);
     sg.state = &state;
     resetContext(&sg);
-    sg.parent = &nowhere;
+    sg.parent = &nowhere_context;
     sg.thread_index = uint8_t(thread);
     sg.time = time;
 }
