@@ -1,10 +1,10 @@
 // What do the importance tables of lights cost, and how much noise do they spare? Measures the time
-// to make the table of a skydome from a map of 2048 by 1024 pixels, the variance of its samples
-// under a sky with a small sun beside directions that are uniform over the sphere, and the noise of
-// the two ways to sample a quad.
+// to make the table of a skydome from a map of 2048 by 1024 pixels, which a shader has in memory
+// and which the "image" shader reads from a file; the variance of its samples under a sky with a
+// small sun beside directions that are uniform over the sphere; and the noise of the two ways to
+// sample a quad.
 //
-// --threads N makes the table with one thread and with N (2 when not given). --map FILE takes an
-// image in latitude and longitude in place of the generated one, through the "image" shader.
+// --threads N makes the table with one thread and with N (2 when not given).
 #include "bench.h"
 
 #include "lights/light_loop.h"
@@ -18,15 +18,26 @@
 #include "rv_universe.h"
 #include "thread_slot.h"
 
+#include <OpenImageIO/imagebufalgo.h>
 #include <cmath>
+#include <filesystem>
 #include <numbers>
 #include <random>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
 constexpr double pi = std::numbers::pi;
 constexpr int resolution = 1000;
+
+void require(bool is_true, const char* what)
+{
+    if (is_true)
+        return;
+    fprintf(stderr, "light_bench: %s\n", what);
+    exit(1);
+}
 
 // ---- A sky in memory ----
 
@@ -92,18 +103,39 @@ void lookUp(RtNode*, RtShaderGlobals* sg)
     sg->out.RGB = sum * (1 / 9.0f);
 }
 
-RtNode* makeMapShader(const char* file)
-{
-    if (file) {
-        RtNode* const image = RvNode("image");
-        RvNodeSetStr(image, "filename", file);
-        return image;
+// The map as a file, which goes with the object.
+class MapFile {
+public:
+    MapFile()
+        : path(std::filesystem::temp_directory_path() /
+               ("light_bench_" + std::to_string(getpid()) + ".tx"))
+    {
+        OIIO::ImageBuf image(OIIO::ImageSpec(map_width, map_height, 3, OIIO::TypeDesc::FLOAT));
+        image.set_pixels(image.roi(), OIIO::TypeDesc::FLOAT, map.data());
+        require(OIIO::ImageBufAlgo::make_texture(OIIO::ImageBufAlgo::MakeTxTexture, image, path,
+                                                 OIIO::ImageSpec()),
+                "the map cannot be written");
     }
+    ~MapFile() { std::filesystem::remove(path); }
+    MapFile(const MapFile&) = delete;
+    MapFile& operator=(const MapFile&) = delete;
+
+    const std::string path;
+};
+
+RtNode* makeImageShader(const std::string& file)
+{
+    RtNode* const image = RvNode("image");
+    RvNodeSetStr(image, "filename", file.c_str());
+    return image;
+}
+
+RtNode* makeMapShader()
+{
     static const RtCommonMethods common = {};
     static const RtShaderMethods shader = { .Evaluate = lookUp };
     static const RtNodeMethods methods = { &common, &shader };
     RvNodeInstall(RV_NODE_SHADER, RV_TYPE_RGB, "memory_map", "", &methods, RV_VERSION);
-    map = makeMap();
     return RvNode("memory_map");
 }
 
@@ -139,14 +171,6 @@ struct Surface {
     RtShadingState state;
     RtShaderGlobals sg;
 };
-
-void require(bool is_true, const char* what)
-{
-    if (is_true)
-        return;
-    fprintf(stderr, "light_bench: %s\n", what);
-    exit(1);
-}
 
 void prepareScene()
 {
@@ -193,12 +217,13 @@ double buildSeconds(int threads)
     return time;
 }
 
-void measureTable(bench::Report& figures, const bench::Options& options)
+void measureTable(bench::Report& figures, const bench::Options& options, const char* source)
 {
     double single = 0;
     for (const int threads : { 1, std::max(2, options.threads) }) {
         const double ms = 1e3 * bench::median(options.runs, [&] { return buildSeconds(threads); });
-        const std::string name = "light.skydome.table_1000x1000." + std::to_string(threads);
+        const std::string name =
+            std::string("light.skydome.table.") + source + "." + std::to_string(threads) + "t";
         if (threads == 1)
             figures.add(name, single = ms, "ms");
         else
@@ -228,15 +253,18 @@ Moments uniformMoments(RtNode* sky, Surface* surface)
     return { mean, squares / (double(n) * n) - mean * mean };
 }
 
-void measureSky(bench::Report& figures, const bench::Options& options, const char* file)
+RtNode* makeSky(RtNode* shader)
 {
     RtNode* const sky = RvNode("skydome_light");
     RvNodeSetInt(sky, "resolution", resolution);
     RvNodeSetStr(sky, "format", "latlong");
-    RvNodeLink(makeMapShader(file), "color", sky);
+    RvNodeLink(shader, "color", sky);
     prepareScene();
-    measureTable(figures, options);
+    return sky;
+}
 
+void measureNoise(bench::Report& figures, RtNode* sky)
+{
     Surface surface({ 0, 0, 0 }, { 0, 1, 0 });
     RvLightsPrepare(&surface.sg);
     require(RvLightsGetSample(&surface.sg), "the sky has no samples");
@@ -247,6 +275,21 @@ void measureSky(bench::Report& figures, const bench::Options& options, const cha
     figures.add("light.skydome.irradiance_uniform", uniform.mean, "by uniform directions");
     figures.addTimeWithPeer("light.skydome.variance", table.variance, "of one sample", "uniform",
                             uniform.variance);
+}
+
+void measureSkies(bench::Report& figures, const bench::Options& options)
+{
+    const MapFile file;
+    RvBegin();
+    makeSky(makeImageShader(file.path));
+    measureTable(figures, options, "file");
+    RvEnd();
+
+    RvBegin();
+    RtNode* const sky = makeSky(makeMapShader());
+    measureTable(figures, options, "memory");
+    measureNoise(figures, sky);
+    RvEnd();
 }
 
 // ---- Quads ----
@@ -289,30 +332,14 @@ void measureQuads(bench::Report& figures)
     }
 }
 
-// Takes "--map FILE" out of the arguments.
-const char* takeMap(int* argc, char** argv)
-{
-    for (int i = 1; i + 1 < *argc; ++i)
-        if (!strcmp(argv[i], "--map")) {
-            const char* const file = argv[i + 1];
-            std::copy(argv + i + 2, argv + *argc, argv + i);
-            *argc -= 2;
-            return file;
-        }
-    return nullptr;
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const char* const file = takeMap(&argc, argv);
     const bench::Options options = bench::parseOptions(argc, argv);
     bench::Report figures(options);
-    RvBegin();
-    RvMsgSetConsoleFlags(RV_LOG_ERRORS);
-    measureSky(figures, options, file);
-    RvEnd();
+    map = makeMap();
+    measureSkies(figures, options);
     measureQuads(figures);
     return 0;
 }
