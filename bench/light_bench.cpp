@@ -265,11 +265,15 @@ RtNode* makeSky(RtNode* shader)
 
 void measureNoise(bench::Report& figures, RtNode* sky)
 {
+    constexpr int count = 2000000;
     Surface surface({ 0, 0, 0 }, { 0, 1, 0 });
     RvLightsPrepare(&surface.sg);
     require(RvLightsGetSample(&surface.sg), "the sky has no samples");
-    const Moments table =
-        momentsOf(2000000, [&](float u, float v) { return surface.reflected(u, v); });
+    Moments table;
+    const double time = bench::seconds([&] {
+        table = momentsOf(count, [&](float u, float v) { return surface.reflected(u, v); });
+    });
+    figures.add("light.skydome.sample_time", 1e9 * time / count, "ns");
     const Moments uniform = uniformMoments(sky, &surface);
     figures.add("light.skydome.irradiance", table.mean, "by the table");
     figures.add("light.skydome.irradiance_uniform", uniform.mean, "by uniform directions");
