@@ -213,6 +213,18 @@ static Mapping mappingOf(SkyFormat format)
     }
 }
 
+// Where an image tears, at a pole, the way around it is wider than any filter can be without
+// becoming wide across or leaving the way. A part of it shows as much.
+static void limitWidth(float* du, float* dv)
+{
+    constexpr float most = 0.25f;
+    const float width = hypotf(*du, *dv);
+    if (!(width > most))
+        return;
+    *du *= most / width;
+    *dv *= most / width;
+}
+
 // In light space. Filters over the solid angle of a cell of the table, which all cells share.
 static RtRGB colorTowards(LightColor* place, const SkydomeData& data, const RtVector& dir)
 {
@@ -224,6 +236,8 @@ static RtRGB colorTowards(LightColor* place, const SkydomeData& data, const RtVe
     sg.ray_dir = dir;
     mappingOf(data.format)(&dir, &sg.dDdx, &sg.dDdy, &sg.u, &sg.v, &sg.dudx, &sg.dudy, &sg.dvdx,
                            &sg.dvdy);
+    limitWidth(&sg.dudx, &sg.dvdx);
+    limitWidth(&sg.dudy, &sg.dvdy);
     sg.bary_u = sg.u;
     sg.bary_v = sg.v;
     return place->evaluate();
