@@ -556,6 +556,19 @@ TEST(Noise, cell_noise_is_spread_evenly_from_0_to_1)
         }
 }
 
+TEST(Noise, cell_noise_in_two_dimensions_is_a_plane_of_that_in_three)
+{
+    Points points(300);
+    for (int i = 0; i < 1000; ++i) {
+        Point p = points.next();
+        p[2] = 0.5f;
+        ASSERT_EQ(cellNoises()[0].at(p), cellNoises()[1].at(p)) << describe("plane", p);
+        const RtVector flat = cellVectors()[0].at(p), plane = cellVectors()[1].at(p);
+        for (int c = 0; c < 3; ++c)
+            ASSERT_EQ(component(flat, c), component(plane, c)) << describe("plane", p);
+    }
+}
+
 TEST(Noise, neighbouring_cells_have_nothing_in_common)
 {
     for (const Scalar& noise : cellNoises())

@@ -373,6 +373,8 @@ static bool intersect(RtNode*, RtShaderGlobals* sg, const RtRay* ray)
     const float size = apparentSize(point.quad->area, cosine, hit.distance);
     if (!(size > 0))
         return false;
+    // The cosine counts for "umbrate", too: what a ray sees does not depend on how the light
+    // samples, and only so both techniques have the same mean.
     shine(&point, sg, hit.u, hit.v, cosine);
     sg->state->lights.mis.active = true;
     setMIS(point, sg, size, densityAt(point, hit.u, hit.v));

@@ -96,6 +96,39 @@ TEST_F(LightFilters, filters_also_see_the_samples_of_a_brdf)
     }
 }
 
+TEST_F(LightFilters, filters_of_spots_change_nothing_on_other_lights)
+{
+    for (const char* name : { "point", "ball", "distant", "sun", "quad", "skydome" }) {
+        RtNode* const light = lightNamed(name);
+        RvNodeSetBool(light, "cast_shadows", false);
+        prepare();
+        RtShaderGlobals plain = surface();
+        plain.front_hemisphere_only = 0;
+        const auto before = samplesAt(plain);
+        ASSERT_EQ(before.size(), 1u) << name;
+        RtNode* const doors = named("barndoor", "doors"); // shut
+        RvNodeSetFlt(doors, "barndoor_left_top", 2);
+        RvNodeSetFlt(doors, "barndoor_left_bottom", 2);
+        RtNode* const slide = named("gobo", "slide"); // black
+        RvNodeSetRGB(slide, "slidemap", 0, 0, 0);
+        setFilters(light, { doors, slide });
+        prepare();
+        messages().clear();
+        RtShaderGlobals sg = surface();
+        sg.front_hemisphere_only = 0;
+        const auto all = samplesAt(sg);
+        ASSERT_EQ(all.size(), 1u) << name;
+        EXPECT_EQ(text(all[0].radiance), text(before[0].radiance)) << name;
+        EXPECT_EQ(text(all[0].shadow), text(before[0].shadow)) << name;
+        Names warnings; // doors warn once in a process, which may have been before
+        for (const std::string& problem : takeProblems())
+            if (problem.find("doors") == std::string::npos)
+                warnings.push_back(problem);
+        EXPECT_EQ(warnings, Names{ "Gobo `slide' hooked up to non-spotlight node `light'" });
+        startAnew();
+    }
+}
+
 TEST_F(LightFilters, several_decays_multiply)
 {
     RtNode* const light = pointLight({ 0, 0, 4 });

@@ -161,6 +161,31 @@ TEST(QuadGeometry, area_samples_are_even)
     }
 }
 
+// And not the density at u.
+TEST(QuadGeometry, v_deliberately_follows_the_strip_from_0_to_u)
+{
+    const rv::QuadGeometry q = quadOf(kite);
+    constexpr int steps = 400;
+    double farthest = 0; // from where the density at u would lead
+    for (const float su : { 0.2f, 0.5f, 0.9f })
+        for (const float sv : { 0.1f, 0.6f, 0.95f }) {
+            const rv::QuadSample s = rv::sampleQuadArea(q.jacobian, su, sv);
+            double whole = 0, below = 0; // area of the strip
+            for (int i = 0; i < steps; ++i)
+                for (int j = 0; j < steps; ++j) {
+                    const float u = s.u * (float(i) + 0.5f) / steps, v = (float(j) + 0.5f) / steps;
+                    whole += double(q.jacobian.at(u, v));
+                    below += double(q.jacobian.at(u, v * s.v)) * double(s.v);
+                }
+            EXPECT_NEAR(below / whole, sv, 1e-5) << su << " " << sv;
+            const double v = s.v, b = q.jacobian.b,
+                         c = double(q.jacobian.a) * double(s.u) + double(q.jacobian.c);
+            const double at_u = (c * v + b * v * v / 2) / (c + b / 2);
+            farthest = std::max(farthest, std::fabs(at_u - double(sv)));
+        }
+    EXPECT_GT(farthest, 0.01);
+}
+
 TEST(QuadGeometry, equations_without_a_solution_keep_the_sample)
 {
     const rv::QuadSample s = rv::sampleQuadArea({ -4, 0, 0.5f }, 0.25f, 0.75f);

@@ -332,6 +332,61 @@ TEST_F(QuadLights, samples_and_rays_agree_on_light_and_density)
         }
 }
 
+// Over the square of the table's cells, in each of which the density is the same everywhere.
+TEST_F(QuadLights, places_of_a_textured_quad_follow_their_density)
+{
+    constexpr int n = 16, count = 1000000;
+    makeEmitter({ kite }, false, 1);
+    RvNodeSetInt(node, "resolution", n);
+    colorBy(
+        [](RtShaderGlobals* sg) { return rv::grey(expf(3 * sg->u) * (1.2f + sinf(9 * sg->v))); });
+    prepare();
+    const rv::QuadGeometry q = quad_tools::quadOf(kite);
+    const RtPoint p = q.centre + q.normal * 1.5f;
+    RtShaderGlobals sg = ready(p, q.normal * -1.0f);
+    std::vector<double> expected, observed(n * n);
+    for (int row = 0; row < n; ++row)
+        for (int column = 0; column < n; ++column) {
+            const float u = (float(column) + 0.5f) / n, v = (float(row) + 0.5f) / n;
+            ASSERT_TRUE(ask(sg, rv::unitPrecise(rv::quadPoint(q, u, v) - p)));
+            const double cosine = std::fabs(double(rv::dot(sg.light_dir, q.normal)));
+            const double by_area = double(sg.state->lights.mis.pdf) * cosine /
+                                   (double(sg.light_dist) * double(sg.light_dist));
+            expected.push_back(by_area * double(q.jacobian.at(u, v)) / (n * n) * count);
+        }
+    Uniform uniform(8);
+    for (int i = 0; i < count; ++i) {
+        const float su = uniform(), sv = uniform();
+        ASSERT_TRUE(draw(sg, su, sv));
+        float u, v;
+        if (!rv::placeOnQuad(q, rv::vec3d(p + sg.light_dir * sg.light_dist), &u, &v))
+            continue; // by rounding, on the edge
+        const int column = std::min(int(u * n), n - 1), row = std::min(int(v * n), n - 1);
+        ++observed[size_t(row * n + column)];
+    }
+    const statistics::ChiSquare test = statistics::chiSquareTest(observed, expected);
+    EXPECT_GT(test.degrees_of_freedom, 200);
+    EXPECT_GT(test.p, 0.01) << statistics::worstCells(observed, expected);
+}
+
+// Required by samples of a BRDF, which divide by the same density whatever the light samples.
+TEST_F(QuadLights, rays_see_the_same_light_whether_directions_or_places_are_sampled)
+{
+    float seen[2];
+    for (const bool umbrate : { false, true }) {
+        makeEmitter({ kite }, umbrate, 1);
+        prepare();
+        const rv::QuadGeometry q = quad_tools::quadOf(kite);
+        RtShaderGlobals sg = ready(q.centre + q.normal * 1.5f, q.normal * -1.0f);
+        const RtPoint place = rv::quadPoint(q, 0.9f, 0.2f);
+        ASSERT_TRUE(ask(sg, rv::unitPrecise(place - sg.point)));
+        EXPECT_FLOAT_EQ(sg.state->lights.mis.radiance.g, 1) << umbrate;
+        seen[umbrate] = sg.light_radiance.g;
+        startAnew();
+    }
+    EXPECT_EQ(seen[0], seen[1]);
+}
+
 TEST_F(QuadLights, rays_hit_only_lights_that_want_them)
 {
     quadLight();
@@ -499,6 +554,20 @@ TEST_F(QuadLights, tables_are_reported)
         EXPECT_EQ(takeTexts(), Names{});
         startAnew();
     }
+}
+
+TEST_F(QuadLights, the_time_of_a_table_is_told)
+{
+    quadLight(4, "lamp");
+    colorBy([](RtShaderGlobals* sg) { return rv::grey(sg->u); });
+    prepare();
+    messages().clear();
+    samples({ 0, 0, -1 });
+    ASSERT_EQ(messages().size(), 2u);
+    EXPECT_TRUE(node_tools::matches(messages()[1].text,
+                                    "\\[quad_light\\] lamp quad light table done - "
+                                    "0:0[0-9]\\.[0-9]{2} - average energy 0\\.500000"))
+        << messages()[1].text;
 }
 
 TEST_F(QuadLights, long_names_are_reported_whole)

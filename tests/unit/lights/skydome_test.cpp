@@ -366,6 +366,37 @@ TEST_F(Skydomes, directions_follow_their_density_through_every_matrix)
     }
 }
 
+// Within a cell of the table the density is the same everywhere.
+TEST_F(Skydomes, directions_of_a_rough_sky_follow_their_density)
+{
+    constexpr int n = 24, count = 1000000;
+    skydome(n);
+    colorBy(roughSky);
+    prepare();
+    RtShaderGlobals sg = surface();
+    sg.front_hemisphere_only = 0;
+    RvLightsPrepare(&sg);
+    ASSERT_TRUE(RvLightsGetSample(&sg));
+    std::vector<double> expected, observed(n * n);
+    for (int row = 0; row < n; ++row)
+        for (int column = 0; column < n; ++column) {
+            ASSERT_TRUE(
+                ask(sg, rv::skyDirection((float(column) + 0.5f) / n, (float(row) + 0.5f) / n)));
+            expected.push_back(double(sg.state->lights.mis.pdf) * 4 * M_PI / (n * n) * count);
+        }
+    Uniform uniform(7);
+    for (int i = 0; i < count; ++i) {
+        const float u = uniform(), v = uniform();
+        draw(sg, u, v);
+        const RtPoint2 at = rv::skySquare(sg.light_dir);
+        const int column = std::min(int(at.x * n), n - 1), row = std::min(int(at.y * n), n - 1);
+        ++observed[size_t(row * n + column)];
+    }
+    const statistics::ChiSquare test = statistics::chiSquareTest(observed, expected);
+    EXPECT_GT(test.degrees_of_freedom, 500);
+    EXPECT_GT(test.p, 0.01) << statistics::worstCells(observed, expected);
+}
+
 // ---- Matrices ----
 
 TEST_F(Skydomes, the_matrix_turns_the_sky)
@@ -513,6 +544,20 @@ TEST_F(Skydomes, a_constant_sky_is_reported_as_too_homogenous)
                       "[skydome_light] table done - * - average energy 0.500000" }));
     samples();
     EXPECT_EQ(takeTexts(), Names{});
+}
+
+TEST_F(Skydomes, the_time_of_a_table_is_told)
+{
+    skydome(4);
+    colorBy(roughSky);
+    prepare();
+    messages().clear();
+    samples();
+    ASSERT_EQ(messages().size(), 2u);
+    EXPECT_TRUE(node_tools::matches(messages()[1].text,
+                                    "\\[skydome_light\\] table done - 0:0[0-9]\\.[0-9]{2} - "
+                                    "average energy [0-9]\\.[0-9]{6}"))
+        << messages()[1].text;
 }
 
 TEST_F(Skydomes, a_sky_of_many_colours_is_not)
