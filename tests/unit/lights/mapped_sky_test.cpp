@@ -210,8 +210,8 @@ TEST_F(MappedSkies, every_direction_shows_its_place_in_the_image)
     for (const auto& [name, direction] : backwards) {
         const std::string file = folder.file((std::string(name) + ".exr").c_str());
         // A colour for every direction.
-        const auto value = [direction](int x, int y, int c) {
-            const RtVector d = direction((float(x) + 0.5f) / width, 1 - (float(y) + 0.5f) / height);
+        const auto value = [backward = direction](int x, int y, int c) {
+            const RtVector d = backward((float(x) + 0.5f) / width, 1 - (float(y) + 0.5f) / height);
             return 0.5f + 0.4f * (c == 0 ? d.x : c == 1 ? d.y : d.z);
         };
         texture_tools::writeImage(file, width, height, 3, OIIO::TypeDesc::FLOAT, value);

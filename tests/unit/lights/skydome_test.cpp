@@ -189,10 +189,10 @@ TEST_F(Skydomes, the_format_places_directions_in_the_image)
         RvNodeSetInt(node, "samples", 8);
         RvNodeSetStr(node, "format", name);
         RtVector differential = {};
-        colorBy([&](RtShaderGlobals* sg) {
+        colorBy([&, format = name](RtShaderGlobals* sg) {
             differential = sg->dDdx;
-            EXPECT_TRUE(std::isfinite(sg->dudx) && std::isfinite(sg->dvdy)) << name;
-            EXPECT_TRUE(sg->dudx != 0 || sg->dvdx != 0 || sg->dudy != 0) << name;
+            EXPECT_TRUE(std::isfinite(sg->dudx) && std::isfinite(sg->dvdy)) << format;
+            EXPECT_TRUE(sg->dudx != 0 || sg->dvdx != 0 || sg->dudy != 0) << format;
             EXPECT_EQ(sg->bary_u, sg->u);
             return RtRGB{ 1 + sg->u, 1 + sg->v, 1 };
         });
