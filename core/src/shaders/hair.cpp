@@ -9,6 +9,7 @@
 #include "rv_gi.h"
 #include "rv_lights.h"
 #include "rv_rays.h"
+#include "shaders/kept_coordinates.h"
 #include "shaders/shaders.h"
 #include "userdefs.h"
 
@@ -84,28 +85,7 @@ static float userOpacity(const RtShaderGlobals* sg)
     return opacity;
 }
 
-// Shows textures user data of those names in place of u and v, for the length of a scope.
-class UserCoordinates {
-public:
-    UserCoordinates(RtShaderGlobals* context, const Hair& hair)
-        : sg(context), u(context->u), v(context->v)
-    {
-        readUserFloat(hair.uparam, sg, &sg->u);
-        readUserFloat(hair.vparam, sg, &sg->v);
-    }
-    ~UserCoordinates()
-    {
-        sg->u = u;
-        sg->v = v;
-    }
-    UserCoordinates(const UserCoordinates&) = delete;
-    UserCoordinates& operator=(const UserCoordinates&) = delete;
-
-private:
-    RtShaderGlobals* sg;
-    const float u, v;
-};
-
+// The inputs whose textures see user data in place of u and v.
 struct HairLook {
     float ambdiff, gloss, spec;
     RtRGB spec_color, rootcolor, tipcolor;
@@ -113,7 +93,10 @@ struct HairLook {
 
 static HairLook lookAt(const RtNode* node, RtShaderGlobals* sg)
 {
-    const UserCoordinates coordinates(sg, *static_cast<const Hair*>(node->params));
+    const Hair& hair = *static_cast<const Hair*>(node->params);
+    const KeptCoordinates kept(sg);
+    readUserFloat(hair.uparam, sg, &sg->u);
+    readUserFloat(hair.vparam, sg, &sg->v);
     const ShaderInputs in(node, sg);
     return { .ambdiff = in.flt(p_ambdiff),
              .gloss = in.flt(p_gloss),

@@ -1,7 +1,9 @@
 // sky: the "sky" shader node, the usual background.
 #include "color.h"
+#include "maths.h"
 #include "rv_rays.h"
 #include "rv_textures.h"
+#include "shaders/kept_coordinates.h"
 #include "shaders/local_record.h"
 #include "shaders/shaders.h"
 
@@ -28,6 +30,7 @@ struct Sky {
     const char* name;
 };
 
+// Places in the order of declaration, of those that are evaluated.
 enum SkyParam { p_color, p_intensity, p_visibility, p_opaque_alpha, p_format };
 
 // Fixed while workers run.
@@ -128,34 +131,15 @@ static Mapping mappingOf(int format)
     }
 }
 
-// The texture coordinates of a context, set to those of a direction within a scope.
-class MappedCoordinates {
-public:
-    MappedCoordinates(RtShaderGlobals* context, int format, const RtMatrix& to_map)
-        : sg(context), point(sg->object_point), u(sg->u), v(sg->v), dudx(sg->dudx), dudy(sg->dudy),
-          dvdx(sg->dvdx), dvdy(sg->dvdy)
-    {
-        sg->u = sg->v = sg->dudx = sg->dudy = sg->dvdx = sg->dvdy = 0;
-        const Direction d = mapDirection(*sg, to_map);
-        if (const Mapping map = mappingOf(format))
-            map(&d.dir, &d.dx, &d.dy, &sg->u, &sg->v, &sg->dudx, &sg->dudy, &sg->dvdx, &sg->dvdy);
-        sg->object_point = { sg->u, sg->v, 0 };
-    }
-    ~MappedCoordinates()
-    {
-        sg->object_point = point;
-        sg->u = u, sg->v = v;
-        sg->dudx = dudx, sg->dudy = dudy;
-        sg->dvdx = dvdx, sg->dvdy = dvdy;
-    }
-    MappedCoordinates(const MappedCoordinates&) = delete;
-    MappedCoordinates& operator=(const MappedCoordinates&) = delete;
-
-private:
-    RtShaderGlobals* const sg;
-    const RtPoint point;
-    const float u, v, dudx, dudy, dvdx, dvdy;
-};
+// Moves a context to the place of its ray's direction in the image.
+static void mapCoordinates(RtShaderGlobals* sg, int format, const RtMatrix& to_map)
+{
+    sg->u = sg->v = sg->dudx = sg->dudy = sg->dvdx = sg->dvdy = 0;
+    const Direction d = mapDirection(*sg, to_map);
+    if (const Mapping map = mappingOf(format))
+        map(&d.dir, &d.dx, &d.dy, &sg->u, &sg->v, &sg->dudx, &sg->dudy, &sg->dvdx, &sg->dvdy);
+    sg->object_point = { sg->u, sg->v, 0 };
+}
 
 // ---- Colour ----
 
@@ -163,7 +147,8 @@ static RtRGB color(const ShaderInputs& in) { return in.rgb(p_color) * in.flt(p_i
 
 static RtRGB texturedColor(const ShaderInputs& in, RtShaderGlobals* sg, const RtMatrix& to_map)
 {
-    const MappedCoordinates mapped(sg, in.choice(p_format), to_map);
+    const KeptCoordinates kept(sg);
+    mapCoordinates(sg, in.choice(p_format), to_map);
     return color(in);
 }
 
