@@ -73,8 +73,7 @@ static RtRGB occlusion(const RtNode* node, RtShaderGlobals* sg)
 static void evaluate(RtNode* node, RtShaderGlobals* sg)
 {
     const ShaderInputs in(node, sg);
-    if (RvShaderGlobalsApplyOpacity(sg, in.rgb(p_opacity)) || (sg->ray_type & RV_RAY_SHADOW) ||
-        isNegligible(sg->out_opacity))
+    if (!applyOpacity(sg, in.rgb(p_opacity)))
         return;
     sg->out.RGB = RV_RGB_BLACK;
     if (sg->ray_type & RV_RAY_DIFFUSE) // too costly for what it would show

@@ -158,8 +158,7 @@ static RtRGB indirectLight(const RtNode* node, RtShaderGlobals* sg, const RtVect
 static void evaluate(RtNode* node, RtShaderGlobals* sg)
 {
     const ShaderInputs in(node, sg);
-    if (RvShaderGlobalsApplyOpacity(sg, in.rgb(p_opacity) * userOpacity(sg)) ||
-        (sg->ray_type & RV_RAY_SHADOW) || isNegligible(sg->out_opacity))
+    if (!applyOpacity(sg, in.rgb(p_opacity) * userOpacity(sg)))
         return;
     const HairLook look = lookAt(node, sg);
     // Required: by the context's own v, whatever stands in for it in textures.

@@ -17,10 +17,20 @@ bool isLinked(const RtNode* node, int param)
     return node->links && std::ranges::any_of(node->links[param].slot, leadsToNode);
 }
 
+static bool isShaded(const RtShaderGlobals& sg)
+{
+    return !(sg.ray_type & RV_RAY_SHADOW) && !isNegligible(sg.out_opacity);
+}
+
 bool setOpacity(RtShaderGlobals* sg, const RtRGB& opacity)
 {
     sg->out_opacity = opacity;
-    return !(sg->ray_type & RV_RAY_SHADOW) && !isNegligible(opacity);
+    return isShaded(*sg);
+}
+
+bool applyOpacity(RtShaderGlobals* sg, const RtRGB& opacity)
+{
+    return !RvShaderGlobalsApplyOpacity(sg, opacity) && isShaded(*sg);
 }
 
 } // namespace rv

@@ -34,6 +34,9 @@ bool isLinked(const RtNode* node, int param);
 // for nothing else, and where there is nothing to see.
 bool setOpacity(RtShaderGlobals* sg, const RtRGB& opacity);
 
+// The same for surfaces that chance may let a ray pass altogether.
+bool applyOpacity(RtShaderGlobals* sg, const RtRGB& opacity);
+
 extern const RtNodeMethods ray_switch_methods, image_methods, noise_methods, utility_methods,
     wireframe_methods, motion_vector_methods, flat_methods, lambert_methods, standard_methods,
     hair_methods, ambient_occlusion_methods, bump2d_methods, bump3d_methods, sky_methods,
