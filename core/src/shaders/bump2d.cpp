@@ -1,7 +1,6 @@
 // bump2d: the "bump2d" shader node, another shader under a normal bumped in u and v.
 #include "color.h"
 #include "objects/gobject.h"
-#include "options.h"
 #include "rv_rays.h"
 #include "shaders/bump_wrapper.h"
 
@@ -59,8 +58,7 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg)
     const BumpLinks& links = recordOrDefault<BumpLinks>(node);
     const UnbumpedContext unbumped(sg);
     if (links.bump_map && !isUnbumped(*sg)) {
-        const float height =
-            ShaderInputs(node, sg).flt(p_bump_height) * render_options->bump_multiplier;
+        const float height = scaledHeight(ShaderInputs(node, sg), p_bump_height);
         if (fabsf(height) >= negligible) {
             if (!shapeObject(sg->object))
                 return;

@@ -1,7 +1,7 @@
 // bump3d: the "bump3d" shader node, another shader under a normal bumped along the world axes.
 #include "bump.h"
+#include "finite.h"
 #include "objects/gobject.h"
-#include "options.h"
 #include "rv_rays.h"
 #include "shaders/bump_wrapper.h"
 
@@ -64,11 +64,11 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg)
     const UnbumpedContext unbumped(sg);
     if (links.bump_map && !(sg->ray_type & RV_RAY_DIFFUSE)) {
         const ShaderInputs in(node, sg);
-        const float height = in.flt(p_bump_height) * render_options->bump_multiplier;
+        const float height = scaledHeight(in, p_bump_height);
         if (height != 0) {
             const RtVector n =
                 unitPrecise(bumpedNormal(*sg, links.bump_map, in.flt(p_epsilon), height));
-            if (RvIsFinite(n.x + n.y + n.z))
+            if (isFinite(n))
                 unbumped.bump(n);
         }
     }

@@ -1,12 +1,19 @@
 // bump_wrapper: the common parts of the "bump2d" and "bump3d" shader nodes.
 #include "shaders/bump_wrapper.h"
 
+#include "options.h"
+
 namespace rv {
 
 void updateBumpLinks(RtNode* node, void*)
 {
     if (auto* const links = record<BumpLinks>(node))
         *links = { RvNodeGetLink(node, "bump_map"), RvNodeGetLink(node, "shader") };
+}
+
+float scaledHeight(const ShaderInputs& in, int param)
+{
+    return render_options ? in.flt(param) * render_options->bump_multiplier : 0;
 }
 
 float bumpMapHeight(RtNode* bump_map, RtShaderGlobals* sg)

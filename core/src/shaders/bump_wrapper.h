@@ -17,6 +17,9 @@ struct BumpLinks {
 // For Update.
 void updateBumpLinks(RtNode* node, void* params);
 
+// The factor of a bump's heights: its own, which that parameter gives, times that of the options.
+float scaledHeight(const ShaderInputs& in, int param);
+
 // The height that a bump map gives in a context, whose result it replaces.
 float bumpMapHeight(RtNode* bump_map, RtShaderGlobals* sg);
 

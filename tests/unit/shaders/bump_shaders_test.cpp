@@ -528,6 +528,32 @@ TEST_F(BumpShaders, what_is_no_number_does_not_bump)
         }
     RtNode* const node = bump("bump3d", slopeAlongX, 1);
     RvNodeSetFlt(node, "epsilon", 0);
+// Required: bump2d needs a shape only where it bumps, unlike bump3d.
+TEST_F(BumpShaders, without_geometry_and_height_bump2d_is_what_it_wraps)
+{
+    surface();
+    for (const char* type : both)
+        for (RtNode* map : { mapOf(slopeAlongX), static_cast<RtNode*>(nullptr) }) {
+            RtNode* const node = bump(type, map, 0, witness());
+            prepare();
+            sg->object = nullptr;
+            RvShaderEvaluate(node, sg);
+            const bool is_flat = type == std::string("bump2d");
+            EXPECT_EQ(describe(sg->out.RGBA), is_flat ? "0.25 0.5 0.75 1" : "0 0 0 1") << type;
+        }
+}
+
+TEST_F(BumpShaders, without_options_nothing_is_bumped)
+{
+    surface();
+    RtNode* const nodes[] = { bump("bump2d", slopeAlongX, 1), bump("bump3d", slopeAlongX, 1) };
+    prepare();
+    hit({ 0.3f, 0.2f, 10 });
+    RvNodeDestroy(options());
+    for (RtNode* node : nodes)
+        EXPECT_EQ(describe(bumpedBy(node)), describe(sg->normal)) << RvNodeGetName(node);
+}
+
     prepare();
     EXPECT_EQ(describe(bumpedBy(node)), describe(sg->normal));
 }
