@@ -168,7 +168,7 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg)
         sg->out.RGB = sg->out.RGB * albedo;
         return;
     }
-    const RtVector view = sg->ray_dir * -1.0f, strand = unit(sg->dPdv);
+    const RtVector view = sg->ray_dir * -1.0f, strand = unitPrecise(sg->dPdv);
     const HairLight light = lightFrom(sg, look, strand, view);
     const RtRGB diffuse = light.diffuse + indirectLight(node, sg, view);
     sg->out.RGB = light.specular * look.spec_color * look.spec + albedo * diffuse;

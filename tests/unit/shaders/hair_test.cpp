@@ -248,6 +248,17 @@ TEST_F(Strands, a_strand_without_direction_is_lit_from_everywhere)
 // ---- Colours ----
 
 TEST_F(Strands, the_colour_runs_from_root_to_tip)
+TEST_F(Strands, the_length_of_a_strand_does_not_matter)
+{
+    lightFrom({ 0, 0.6f, 0.8f });
+    flt("ambdiff", 1);
+    prepare();
+    for (float length : { 1e-30f, 1e-5f, 1.0f, 1e30f }) {
+        context.dPdv = { 0, length, 0 };
+        EXPECT_NEAR(shadedAgain().r, 0.8f, 1e-5f) << length;
+    }
+}
+
 {
     lightFrom({ 0, 0, 1 });
     prepare();
