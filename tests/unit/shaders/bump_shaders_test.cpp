@@ -458,6 +458,20 @@ TEST_F(BumpShaders, the_facing_normal_turns_with_the_geometric_one)
     }
 }
 
+TEST_F(BumpShaders, along_the_surface_the_facing_normal_is_the_normal)
+{
+    surface();
+    for (const char* type : both) {
+        RtNode* const node = bump(type, slopeAlongX, 1);
+        prepare();
+        hit({ 0.3f, 0.2f, 10 });
+        sg->ray_dir = { 1, 0, 0 };
+        ASSERT_EQ(rv::dot(sg->geometric_normal, sg->ray_dir), 0);
+        const RtVector n = bumpedBy(node);
+        EXPECT_EQ(describe(seen_contexts.at(0).facing_normal), describe(n)) << type;
+    }
+}
+
 // ---- Where there is no bump ----
 
 TEST_F(BumpShaders, diffuse_rays_see_the_wrapped_shader_without_a_bump)
@@ -514,20 +528,6 @@ TEST_F(BumpShaders, without_geometry_there_is_nothing_to_bump)
     }
 }
 
-TEST_F(BumpShaders, what_is_no_number_does_not_bump)
-{
-    surface();
-    for (const char* type : both)
-        for (float bad : { NAN, INFINITY }) {
-            int calls = 0;
-            RtNode* const node = bump(
-                type, [&](const RtShaderGlobals&) { return calls++ ? bad : 0.0f; }, 1);
-            prepare();
-            hit({ 0.3f, 0.2f, 10 });
-            EXPECT_EQ(describe(bumpedBy(node)), describe(sg->normal)) << type << " " << bad;
-        }
-    RtNode* const node = bump("bump3d", slopeAlongX, 1);
-    RvNodeSetFlt(node, "epsilon", 0);
 // Required: bump2d needs a shape only where it bumps, unlike bump3d.
 TEST_F(BumpShaders, without_geometry_and_height_bump2d_is_what_it_wraps)
 {
@@ -554,6 +554,20 @@ TEST_F(BumpShaders, without_options_nothing_is_bumped)
         EXPECT_EQ(describe(bumpedBy(node)), describe(sg->normal)) << RvNodeGetName(node);
 }
 
+TEST_F(BumpShaders, what_is_no_number_does_not_bump)
+{
+    surface();
+    for (const char* type : both)
+        for (float bad : { NAN, INFINITY }) {
+            int calls = 0;
+            RtNode* const node = bump(
+                type, [&](const RtShaderGlobals&) { return calls++ ? bad : 0.0f; }, 1);
+            prepare();
+            hit({ 0.3f, 0.2f, 10 });
+            EXPECT_EQ(describe(bumpedBy(node)), describe(sg->normal)) << type << " " << bad;
+        }
+    RtNode* const node = bump("bump3d", slopeAlongX, 1);
+    RvNodeSetFlt(node, "epsilon", 0);
     prepare();
     EXPECT_EQ(describe(bumpedBy(node)), describe(sg->normal));
 }

@@ -222,6 +222,18 @@ TEST_F(Strands, without_spec_there_is_no_highlight)
     }
 }
 
+TEST_F(Strands, without_spec_not_even_an_endless_highlight_is_worked_out)
+{
+    RvNodeSetFlt(lightFrom({ 0, 0.6f, 0.8f }), "intensity", 1e30f);
+    context.ray_dir = { 0, -0.6f, -0.8f };
+    rgb("rootcolor", 0, 0, 0);
+    flt("gloss", -1e30f);
+    flt("spec", 1);
+    ASSERT_FALSE(isfinite(shaded().r)) << "a highlight beyond all numbers";
+    flt("spec", 0); // which times 0 would be no number
+    EXPECT_EQ(describe(shadedAgain()), "0 0 0");
+}
+
 TEST_F(Strands, light_from_all_sides_is_asked_for)
 {
     lightFrom({ 0, 0, -1 });
@@ -236,6 +248,17 @@ TEST_F(Strands, several_lights_add_up)
     EXPECT_NEAR(shaded().r, 2, 1e-5);
 }
 
+TEST_F(Strands, the_length_of_a_strand_does_not_matter)
+{
+    lightFrom({ 0, 0.6f, 0.8f });
+    flt("ambdiff", 1);
+    prepare();
+    for (float length : { 1e-30f, 1e-5f, 1.0f, 1e30f }) {
+        context.dPdv = { 0, length, 0 };
+        EXPECT_NEAR(shadedAgain().r, 0.8f, 1e-5f) << length;
+    }
+}
+
 TEST_F(Strands, a_strand_without_direction_is_lit_from_everywhere)
 {
     context.dPdv = { 0, 0, 0 };
@@ -248,17 +271,6 @@ TEST_F(Strands, a_strand_without_direction_is_lit_from_everywhere)
 // ---- Colours ----
 
 TEST_F(Strands, the_colour_runs_from_root_to_tip)
-TEST_F(Strands, the_length_of_a_strand_does_not_matter)
-{
-    lightFrom({ 0, 0.6f, 0.8f });
-    flt("ambdiff", 1);
-    prepare();
-    for (float length : { 1e-30f, 1e-5f, 1.0f, 1e30f }) {
-        context.dPdv = { 0, length, 0 };
-        EXPECT_NEAR(shadedAgain().r, 0.8f, 1e-5f) << length;
-    }
-}
-
 {
     lightFrom({ 0, 0, 1 });
     prepare();
@@ -313,6 +325,38 @@ TEST_F(Strands, user_data_stands_in_for_texture_coordinates)
         EXPECT_EQ(context.u, 0.5f);
         EXPECT_EQ(context.v, 0.25f);
         EXPECT_EQ(takeProblem(), "") << row.uparam << " " << row.vparam;
+    }
+}
+
+TEST_F(Strands, the_look_sees_user_data_and_what_comes_before_and_after_does_not)
+{
+    RtNode* const object = disc("disc", 0);
+    RvNodeDeclare(object, "s", "constant FLOAT");
+    RvNodeSetFlt(object, "s", 0.125f);
+    RvNodeSetStr(shader, "uparam", "s");
+    set("GI_diffuse_depth", 1); // asks for kd_ind
+    const struct {
+        const char* param;
+        float u;
+    } rows[] = {
+        { "ambdiff", 0.125f },    { "gloss", 0.125f },     { "spec", 0.125f },
+        { "spec_color", 0.125f }, { "rootcolor", 0.125f }, { "tipcolor", 0.125f },
+        { "opacity", 0.5f },      { "kd_ind", 0.5f },
+    };
+    std::map<std::string, float> seen_by;
+    for (const auto& row : rows)
+        RvNodeLink(shader_tools::shader(row.param, RV_TYPE_FLOAT,
+                                        [&seen_by, &row](RtNode*, RtShaderGlobals* sg) {
+                                            seen_by[row.param] = sg->u;
+                                            sg->out.FLT = *row.param == 'k' ? 0.0f : 1.0f;
+                                        }),
+                   row.param, shader);
+    context.object = object;
+    context.u = 0.5f;
+    shaded();
+    for (const auto& row : rows) {
+        ASSERT_TRUE(seen_by.contains(row.param)) << row.param;
+        EXPECT_EQ(seen_by[row.param], row.u) << row.param;
     }
 }
 

@@ -1,6 +1,7 @@
 // Tests of the shader "utility": its opacity, its shade modes and where colours come from.
 #include "shaders/utility.h"
 
+#include "image_tools.h"
 #include "sampler.h"
 #include "shader_tools.h"
 #include "shaders/node_sampler.h"
@@ -426,6 +427,15 @@ TEST_F(Utilities, only_objects_that_are_not_opaque_may_be_seen_through)
     EXPECT_EQ(shaded().g, 0.5f);
 }
 
+TEST_F(Utilities, opaque_objects_keep_the_opacity_that_they_have)
+{
+    context.object = sphere("wall", {}, 1);
+    prepare();
+    context.out_opacity = { 0.25f, 0.5f, 0.75f }; // of a shader before this one
+    RvShaderEvaluate(shader, &context);
+    EXPECT_EQ(describe(context.out_opacity), "0.25 0.5 0.75");
+}
+
 TEST_F(Utilities, lit_modes_tell_shadow_rays_their_opacity_alone)
 {
     RtNode* const glass = sphere("glass", { 0, 0, 0 }, 1);
@@ -501,6 +511,21 @@ TEST_F(Utilities, lambert_leaves_out_lights_that_do_not_shine_on_diffuse_surface
     expectColor(seen(), { 0, 0, 0 });
 }
 
+TEST_F(Utilities, the_side_that_faces_the_viewer_is_lit)
+{
+    distantLight();
+    setModes("color", "lambert");
+    prepare();
+    context.lights = RvUniverseGetLights();
+    context.light_count = RvUniverseGetNumLights();
+    context.normal = context.geometric_normal = { 0, 0, -1 };
+    expectColor(shaded(), rv::grey(0.7f * one_over_pi));
+    context.normal = context.geometric_normal = { 0, 0, 1 };
+    context.facing_normal = context.facing_geometric_normal = { 0, 0, -1 };
+    state.lights = {};
+    expectColor(shaded(), { 0, 0, 0 });
+}
+
 TEST_F(Utilities, black_is_not_lit)
 {
     surface();
@@ -547,6 +572,19 @@ TEST_F(Utilities, ambocc_beside_a_wall_is_half_covered)
     expectColor(shaded(), { 0.5f, 0.5f, 0.5f }, 0.01f);
 }
 
+TEST_F(Utilities, ambocc_is_measured_on_the_side_that_faces_the_viewer)
+{
+    setModes("color", "ambocc");
+    disc("ceiling", 0.001f); // close above
+    prepare();
+    update();
+    context.normal = context.geometric_normal = { 0, 0, -1 };
+    expectColor(shaded(), { 0, 0, 0 }, 0.01f);
+    context.normal = context.geometric_normal = { 0, 0, 1 };
+    context.facing_normal = context.facing_geometric_normal = { 0, 0, -1 };
+    expectColor(shaded(), { 1, 1, 1 }, 0.01f);
+}
+
 TEST_F(Utilities, only_ambocc_has_a_sampler_which_updates_replace)
 {
     const struct {
@@ -577,6 +615,37 @@ TEST_F(Utilities, without_a_sampler_nothing_is_covered)
     EXPECT_EQ(rv::nodeSampler(shader), nullptr);
     EXPECT_NE(takeProblem(), "");
     expectColor(shaded(), { 1, 1, 1 });
+}
+
+// ---- In whole images ----
+
+struct MeshMaker : Meshes {
+    using Meshes::polygons;
+};
+
+class UtilityImage : public image_tools::Image {};
+
+TEST_F(UtilityImage, faces_keep_their_colours_from_render_to_render)
+{
+    makeScene(8, 8);
+    RtNode* const prims = named("utility", "prims");
+    RvNodeSetStr(prims, "color_mode", "prims");
+    RvNodeSetStr(prims, "shade_mode", "flat");
+    RtNode* const mesh = MeshMaker::polygons(
+        { { -3, -3, -4 }, { 0, -3, -4 }, { 3, -3, -4 }, { 3, 3, -4 }, { 0, 3, -4 }, { -3, 3, -4 } },
+        { { 0, 1, 4 }, { 0, 4, 5 }, { 1, 2, 3 }, { 1, 3, 4 } });
+    RvNodeSetArray(mesh, "shader", RvArray(1, 1, RV_TYPE_NODE, prims));
+    RvNodeDestroy(RvNodeLookUpByName("sphere"));
+    set("AA_samples", 1);
+    const std::vector<RtRGBA> first = imageOf(1);
+    Names colors;
+    for (const RtRGBA& pixel : first)
+        colors.push_back(describe(pixel));
+    std::sort(colors.begin(), colors.end());
+    colors.erase(std::unique(colors.begin(), colors.end()), colors.end());
+    EXPECT_EQ(colors.size(), 4u) << "one colour for each face";
+    EXPECT_TRUE(areSame(imageOf(1), first));
+    EXPECT_TRUE(areSame(imageOf(3), first));
 }
 
 } // namespace
