@@ -551,11 +551,11 @@ TEST_F(Utilities, ambocc_darkens_what_is_covered)
     setModes("color", "ambocc");
     rgb("color", 1, 0.5f, 0.25f);
     set("GI_diffuse_samples", 20);
-    RtNode* const cover = sphere("around", { 0, 0, 0 }, 1e5f); // beyond the reach of 100
+    RtNode* const cover = sphere("around", { 0, 0, 0 }, 101); // beyond the reach of 100
     prepare();
     update();
     expectColor(shaded(), { 1, 0.5f, 0.25f });
-    RvNodeSetArray(cover, "radius", RvArray(1, 1, RV_TYPE_FLOAT, 50.0));
+    RvNodeSetArray(cover, "radius", RvArray(1, 1, RV_TYPE_FLOAT, 99.0));
     prepare();
     expectColor(shaded(), { 0, 0, 0 });
 }
