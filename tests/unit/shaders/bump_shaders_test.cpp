@@ -28,7 +28,7 @@ protected:
     {
         return shader_tools::shader(
             unique("map").c_str(), RV_TYPE_FLOAT,
-            [height](RtNode*, RtShaderGlobals* sg) { sg->out.FLT = height(*sg); });
+            [height](RtNode*, RtShaderGlobals* at) { at->out.FLT = height(*at); });
     }
     // A wrapped shader that keeps the contexts it is called with.
     RtNode* witness(int type = RV_TYPE_RGB)
