@@ -12,7 +12,7 @@ from pathlib import Path
 FLOORS = [
     ("foundation", "frame hooks msg memory strpool shash hash list duration version counters"
                    " text thread_slot tag_group simd color work_queue function_ref joint_work hemi_tables number_text sample_sink"
-                   " report_once texture_wrap system/"),
+                   " report_once texture_wrap environment_formats system/"),
     ("node model", "maths finite vec3d array paramentry metadata nodeentry declare nodes node_access links userdefs"
                    " shading_state universe options message_passing scene node_watch"
                    " image_geometry camera_data texture_flush cache_flags"),

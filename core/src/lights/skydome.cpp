@@ -2,13 +2,13 @@
 #include "lights/skydome.h"
 
 #include "array.h"
+#include "environment_formats.h"
 #include "lights/light_keys.h"
 #include "lights/light_loop.h"
 #include "lights/light_map.h"
 #include "maths.h"
 #include "rays.h"
 #include "rv_brdf.h"
-#include "rv_textures.h"
 #include "vec3d.h"
 
 #include <algorithm>
@@ -17,13 +17,9 @@ static const char* const module_path = "core\\src\\lights\\skydome";
 
 namespace rv {
 
-static const char* const format_names[] = { "mirrored_ball", "angular", "latlong", "cubic",
-                                            nullptr };
-enum SkyFormat { mirrored_ball, angular, latlong, cubic };
-
 struct SkydomeLight {
     int resolution; // side of the importance table; below 1 the light is disabled
-    int format;     // index of format_names
+    int format;     // EnvironmentFormat
     LightParams common;
     const char* name;
 };
@@ -32,8 +28,7 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
 {
     declareLayout<SkydomeLight>(metadata);
     RvNodeParamINT(params, RV_FIELD(SkydomeLight, resolution), 1000);
-    RvNodeParamENUM(params, RV_FIELD(SkydomeLight, format), RvEnumGetValue(format_names, "angular"),
-                    format_names);
+    RvNodeParamENUM(params, RV_FIELD(SkydomeLight, format), angular, environment_format_names);
 }
 
 // ---- The square and the sphere ----
@@ -134,7 +129,7 @@ struct SkydomeData {
     SkydomeData& operator=(const SkydomeData&) = delete;
 
     RtLightMap map;
-    SkyFormat format = angular;
+    int format = angular;
     bool is_disabled = false;
     bool is_identity = false; // at every key
     LightKeyArray<RtMatrix> matrices = {};
@@ -193,25 +188,12 @@ static void update(RtNode* node, void* params)
     data->is_disabled = light.resolution < 1;
     if (light.format != data->format) {
         invalidateLightMap(&data->map);
-        data->format = SkyFormat(light.format);
+        data->format = light.format;
     }
     updateLightMap(&data->map, light.resolution);
 }
 
 // ---- Colour ----
-
-using Mapping = void (*)(const RtVector* dir, const RtVector* dDdx, const RtVector* dDdy, float* u,
-                         float* v, float* dudx, float* dudy, float* dvdx, float* dvdy);
-
-static Mapping mappingOf(SkyFormat format)
-{
-    switch (format) {
-    case mirrored_ball: return RvMappingMirroredBallDerivs;
-    case latlong: return RvMappingLatLongDerivs;
-    case cubic: return RvMappingCubicMapDerivs;
-    default: return RvMappingAngularMapDerivs;
-    }
-}
 
 // Where an image tears, at a pole, the way around it is wider than any filter can be without
 // becoming wide across or leaving the way. A part of it shows as much.
@@ -234,8 +216,8 @@ static RtRGB colorTowards(LightColor* place, const SkydomeData& data, const RtVe
     sg.dDdx = sg.dDdx * width;
     sg.dDdy = sg.dDdy * width;
     sg.ray_dir = dir;
-    mappingOf(data.format)(&dir, &sg.dDdx, &sg.dDdy, &sg.u, &sg.v, &sg.dudx, &sg.dudy, &sg.dvdx,
-                           &sg.dvdy);
+    if (const EnvironmentMapping map = environmentMapping(data.format))
+        map(&dir, &sg.dDdx, &sg.dDdy, &sg.u, &sg.v, &sg.dudx, &sg.dudy, &sg.dvdx, &sg.dvdy);
     limitWidth(&sg.dudx, &sg.dvdx);
     limitWidth(&sg.dudy, &sg.dvdy);
     sg.bary_u = sg.u;

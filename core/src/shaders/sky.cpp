@@ -1,8 +1,8 @@
 // sky: the "sky" shader node, the usual background.
 #include "color.h"
+#include "environment_formats.h"
 #include "maths.h"
 #include "rv_rays.h"
-#include "rv_textures.h"
 #include "shaders/kept_coordinates.h"
 #include "shaders/local_record.h"
 #include "shaders/shaders.h"
@@ -11,16 +11,12 @@ static const char* const module_path = "core\\src\\shaders\\sky";
 
 namespace rv {
 
-static const char* const format_names[] = { "mirrored_ball", "angular", "latlong", "cubic",
-                                            nullptr };
-
 struct Sky {
-    enum Format { mirrored_ball, angular, latlong, cubic };
     RtRGB color;
     float intensity;
     int visibility; // RV_RAY_* bits
     bool opaque_alpha;
-    int format;    // Format
+    int format;    // EnvironmentFormat
     float X_angle; // degrees
     float Y_angle;
     float Z_angle;
@@ -47,7 +43,7 @@ static void parameters(RtList* params, RtMetaDataStore* metadata)
     RvNodeParamFLT(params, RV_FIELD(Sky, intensity), 0);
     RvNodeParamINT(params, RV_FIELD(Sky, visibility), RV_RAY_ALL);
     RvNodeParamBOOL(params, RV_FIELD(Sky, opaque_alpha), true);
-    RvNodeParamENUM(params, RV_FIELD(Sky, format), Sky::angular, format_names);
+    RvNodeParamENUM(params, RV_FIELD(Sky, format), angular, environment_format_names);
     RvNodeParamFLT(params, RV_FIELD(Sky, X_angle), 0);
     RvNodeParamFLT(params, RV_FIELD(Sky, Y_angle), 0);
     RvNodeParamFLT(params, RV_FIELD(Sky, Z_angle), 0);
@@ -117,26 +113,12 @@ static Direction mapDirection(const RtShaderGlobals& sg, const RtMatrix& to_map)
 
 // ---- Texture coordinates ----
 
-using Mapping = void (*)(const RtVector* dir, const RtVector* dDdx, const RtVector* dDdy, float* u,
-                         float* v, float* dudx, float* dudy, float* dvdx, float* dvdy);
-
-static Mapping mappingOf(int format)
-{
-    switch (format) {
-    case Sky::mirrored_ball: return RvMappingMirroredBallDerivs;
-    case Sky::angular: return RvMappingAngularMapDerivs;
-    case Sky::latlong: return RvMappingLatLongDerivs;
-    case Sky::cubic: return RvMappingCubicMapDerivs;
-    default: return nullptr;
-    }
-}
-
 // Moves a context to the place of its ray's direction in the image.
 static void mapCoordinates(RtShaderGlobals* sg, int format, const RtMatrix& to_map)
 {
     sg->u = sg->v = sg->dudx = sg->dudy = sg->dvdx = sg->dvdy = 0;
     const Direction d = mapDirection(*sg, to_map);
-    if (const Mapping map = mappingOf(format))
+    if (const EnvironmentMapping map = environmentMapping(format))
         map(&d.dir, &d.dx, &d.dy, &sg->u, &sg->v, &sg->dudx, &sg->dudy, &sg->dvdx, &sg->dvdy);
     sg->object_point = { sg->u, sg->v, 0 };
 }
