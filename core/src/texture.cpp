@@ -7,12 +7,21 @@
 // A lookup takes no lock and allocates nothing: every thread remembers the files it has met, and
 // finds them by the address of their name. Whatever is remembered is checked against the name
 // itself and the generation of the texture system.
+//
+// What the library could not read of a file it shows as black from the second lookup on, and to
+// threads that wait for the first, without a word. So a file that fails once counts as broken for
+// the rest of the render. Which lookups come before the first failure depends on the threads, and
+// so does the picture, if errors do not stop the render. Better is not to be had at the price: the
+// library does not tell which of its tiles are black; reading every file whole before its first use
+// costs more than the render's lookups; and making it read a tile anew by forgetting the file takes
+// the time of opening it for every lookup, with files without tiles that of decoding it.
 #include "msg.h"
 #include "options.h"
 #include "rv_node.h"
 #include "rv_rays.h"
 #include "rv_shaderglobals.h"
 #include "rv_textures.h"
+#include "texture_files.h"
 #include "texture_system.h"
 
 #include <algorithm>
@@ -27,86 +36,79 @@ using OIIO::TextureSystem;
 
 // ---- Files that a thread has met ----
 
+static constexpr int whole_name = -1; // instead of the number of a tile
+
+// A line of the processor's cache.
 struct KnownTexture {
     const char* address = nullptr; // of the name, as a caller passed it
     const char* name = nullptr;    // a copy that lasts
     unsigned generation = 0;
-    TextureSystem::TextureHandle* handle = nullptr;
-    bool is_broken = false;
-    bool is_reported = false;  // something was said about this file that needs saying once only
-    bool is_described = false; // the rest is filled
-    bool has_short_integers = false;
-    bool has_grey_and_alpha = false;
-    bool has_pixels = false;
-    int channels = 0, full_width = 0, full_height = 0; // of the display window
+    int tile = whole_name; // of the set that the name stands for
+    TextureFile* file = nullptr;
+    TextureContent content;
+
+    bool isBroken() const { return file->broken_in == generation; }
 };
 
 // Constant-initialised, so that no access pays for a check whether it was constructed.
 struct ThreadTextures {
-    static constexpr unsigned size_bits = 8;
+    static constexpr unsigned set_bits = 9, ways = 4;
     TextureSystem::Perthread* perthread = nullptr; // the library's own record of this thread
-    KnownTexture known[1 << size_bits];
+    unsigned next_victim = 0;
+    KnownTexture known[1 << set_bits][ways];
 };
 static thread_local constinit ThreadTextures thread_textures = {};
 
-// Fibonacci hashing: the top bits of the product depend on all bits of the address.
-static unsigned slotOf(const char* address)
+// Where a name may be remembered. Fibonacci hashing: the top bits of the product depend on all bits
+// of the address.
+static KnownTexture* placesOf(const char* address, int tile)
 {
-    return unsigned(reinterpret_cast<uintptr_t>(address) * 0x9E3779B97F4A7C15u >>
-                    (64 - ThreadTextures::size_bits));
+    const uint64_t key = reinterpret_cast<uintptr_t>(address) + unsigned(tile);
+    const uint64_t hash = key * 0x9E3779B97F4A7C15u;
+    return thread_textures.known[hash >> (64 - ThreadTextures::set_bits)];
 }
 
-// Breaks the file for all threads, of which the first says why.
-static void refuse(KnownTexture& file, const char* reason)
+// What counts no more goes first.
+static KnownTexture& placeToForget(KnownTexture* places, unsigned generation)
 {
-    file.is_broken = true;
-    file.is_reported = true;
-    if (markBroken(file.name))
-        RvMsgError("[%s] \"%s\" %s", texture_prefix, file.name, reason);
+    for (unsigned i = 0; i < ThreadTextures::ways; ++i)
+        if (places[i].generation != generation)
+            return places[i];
+    return places[thread_textures.next_victim++ % ThreadTextures::ways];
 }
 
-static KnownTexture& findTexture(TextureSystem& system, const char* filename)
+static KnownTexture& learnTexture(TextureSystem& system, const char* filename, int tile,
+                                  unsigned generation)
 {
-    ThreadTextures& mine = thread_textures;
-    KnownTexture& file = mine.known[slotOf(filename)];
+    TextureSystem::Perthread*& perthread = thread_textures.perthread;
+    if (!perthread)
+        perthread = system.get_perthread_info();
+    const char* const name = OIIO::ustring(filename).c_str();
+    TextureFile& file = textureFile(
+        system,
+        tile == whole_name ? name : tileName(name, tile % tile_columns, tile / tile_columns));
+    const TextureContent content = textureContent(system, perthread, file, generation);
+    KnownTexture& place = placeToForget(placesOf(filename, tile), generation);
+    place = { .address = filename,
+              .name = name,
+              .generation = generation,
+              .tile = tile,
+              .file = &file,
+              .content = content };
+    return place;
+}
+
+static KnownTexture& findTexture(TextureSystem& system, const char* filename, int tile)
+{
     const unsigned generation = texture_generation.load(std::memory_order_acquire);
-    if (file.address == filename && file.generation == generation && !strcmp(file.name, filename))
-        return file;
-    if (!mine.perthread)
-        mine.perthread = system.get_perthread_info();
-    announceFile(system, filename);
-    const OIIO::ustring name(filename);
-    const char* const reason = refusal(system, name.c_str());
-    file = { .address = filename,
-             .name = name.c_str(),
-             .generation = generation,
-             .handle = reason ? nullptr : system.get_texture_handle(name, mine.perthread),
-             .is_broken = isBroken(name.c_str()) };
-    if (reason)
-        refuse(file, reason);
-    return file;
-}
-
-// Learns what the file holds; false when it cannot be opened, or could not be read before.
-static bool describe(TextureSystem& system, KnownTexture& file)
-{
-    if (file.is_described)
-        return !file.is_broken;
-    const OIIO::ImageSpec* const spec =
-        file.handle ? system.imagespec(file.handle, thread_textures.perthread) : nullptr;
-    if (!spec)
-        return false;
-    file.is_described = true;
-    file.has_short_integers = spec->format.size() <= 2 && !spec->format.is_floating_point();
-    file.has_grey_and_alpha = spec->nchannels == 2 && spec->alpha_channel == 1;
-    file.channels = spec->nchannels;
-    file.has_pixels =
-        spec->width > 0 && spec->height > 0 && spec->full_width > 0 && spec->full_height > 0;
-    file.full_width = spec->full_width;
-    file.full_height = spec->full_height;
-    if (const char* const reason = refusal(system, file.name, *spec))
-        refuse(file, reason);
-    return !file.is_broken;
+    KnownTexture* const places = placesOf(filename, tile);
+    for (unsigned i = 0; i < ThreadTextures::ways; ++i) {
+        KnownTexture& known = places[i];
+        if (known.address == filename && known.tile == tile && known.generation == generation &&
+            !strcmp(known.name, filename))
+            return known;
+    }
+    return learnTexture(system, filename, tile, generation);
 }
 
 // ---- Failures ----
@@ -122,17 +124,16 @@ static RtRGBA errorColor()
     return { c.r, c.g, c.b, 1 };
 }
 
-// Once for every thread and file in a render.
 template <class... Values>
-static void reportOnce(KnownTexture& file, const char* format, Values... values)
+static void reportOnce(const KnownTexture& known, TextureNotice notice, const char* format,
+                       Values... values)
 {
-    if (!file.is_reported)
+    if (isFirstNotice(*known.file, notice, known.generation))
         RvMsgError(format, texture_prefix, values...);
-    file.is_reported = true;
 }
 
 // The library says no more after a number of failures with one file.
-static RtRGBA failedLookup(TextureSystem& system, KnownTexture& file)
+static RtRGBA failedLookup(TextureSystem& system, const KnownTexture& known)
 {
     const std::string text = takeTextureError(system);
     for (size_t start = 0; start < text.size();) {
@@ -142,14 +143,27 @@ static RtRGBA failedLookup(TextureSystem& system, KnownTexture& file)
         start = end + 1;
     }
     if (text.empty())
-        reportOnce(file, "[%s] \"%s\" failed again; its errors are no longer listed", file.name);
+        reportOnce(known, TextureNotice::failed_again,
+                   "[%s] \"%s\" failed again; its errors are no longer listed", known.file->name);
     return errorColor();
 }
 
-static RtRGBA failedRead(TextureSystem& system, KnownTexture& file)
+static RtRGBA failedRead(TextureSystem& system, const KnownTexture& known)
 {
-    markBroken(file.name);
-    return failedLookup(system, file);
+    known.file->broken_in = known.generation;
+    return failedLookup(system, known);
+}
+
+// For files that must not be looked up in, or cannot be opened.
+static RtRGBA unusable(TextureSystem& system, const KnownTexture& known)
+{
+    if (const char* const reason = known.file->refusal) {
+        reportOnce(known, TextureNotice::refused, "[%s] \"%s\" %s", known.file->name, reason);
+        return errorColor();
+    }
+    if (!known.content.is_readable && known.content.handle)
+        system.imagespec(known.content.handle, thread_textures.perthread); // says why
+    return failedLookup(system, known);
 }
 
 // ---- Coordinates ----
@@ -181,6 +195,39 @@ static TextureCoords textureCoords(const RtShaderGlobals& sg, const RtTexturePar
     // The t axis of the file runs downwards.
     return { c.s * params.scale_s,     1 - c.t * params.scale_t, c.dsdx * params.scale_s,
              c.dtdx * -params.scale_t, c.dsdy * params.scale_s,  c.dtdy * -params.scale_t };
+}
+
+// ---- Tiles ----
+
+// The tile that the coordinates lie in, or null when there is none; the coordinates become those
+// within it. On the edge between a tile and none it is the tile, so that u = 1 and v = 1 are within
+// the first.
+static const KnownTexture* enterTile(TextureSystem& system, const KnownTexture& set,
+                                     const char* filename, TextureCoords* c)
+{
+    const float s = c->s, up = 1 - c->t; // tiles are counted upwards
+    if (!(s >= 0 && s <= tile_columns && up >= 0 && up <= tile_rows)) {
+        reportOnce(set, TextureNotice::outside_of_tiles,
+                   "[%s] \"%s\" has no tile for the coordinates %f %f", set.name, double(s),
+                   double(up));
+        return nullptr;
+    }
+    const int column = std::min(int(s), tile_columns - 1), row = std::min(int(up), tile_rows - 1);
+    const int first_column = column > 0 && s == float(column) ? column - 1 : column;
+    const int first_row = row > 0 && up == float(row) ? row - 1 : row;
+    for (int y = row; y >= first_row; --y)
+        for (int x = column; x >= first_column; --x) {
+            const KnownTexture& tile = findTexture(system, filename, y * tile_columns + x);
+            if (tile.content.is_missing)
+                continue;
+            c->s -= float(x);
+            c->t += float(y);
+            return &tile;
+        }
+    const KnownTexture& missing = findTexture(system, filename, row * tile_columns + column);
+    reportOnce(missing, TextureNotice::missing_tile, "[%s] \"%s\" does not exist",
+               missing.file->name);
+    return nullptr;
 }
 
 // ---- Options of a lookup ----
@@ -237,23 +284,24 @@ static void setUpLookup(int ray_type, const RtTextureParams& params, const RtOpt
 // ---- Colours ----
 
 // What a file with few channels, or a lookup of one, shows.
-static RtRGBA completeChannels(const KnownTexture& file, bool single_channel, const float found[4])
+static RtRGBA completeChannels(const TextureContent& content, bool single_channel,
+                               const float found[4])
 {
     const float first = found[0];
-    if (single_channel || file.channels == 1)
+    if (single_channel || content.channels == 1)
         return { first, first, first, found[3] };
-    if (file.has_grey_and_alpha)
+    if (content.has_grey_and_alpha)
         return { first, first, first, found[1] };
-    return { first, found[1], file.channels == 2 ? 0 : found[2], found[3] };
+    return { first, found[1], content.channels == 2 ? 0 : found[2], found[3] };
 }
 
 static float encoded(float value, float gamma) { return value > 0 ? powf(value, gamma) : value; }
 
-static RtRGBA textureColor(const KnownTexture& file, bool single_channel, float gamma,
+static RtRGBA textureColor(const TextureContent& content, bool single_channel, float gamma,
                            const float found[4])
 {
-    RtRGBA c = completeChannels(file, single_channel, found);
-    if (gamma != 1 && file.has_short_integers) {
+    RtRGBA c = completeChannels(content, single_channel, found);
+    if (gamma != 1 && content.has_short_integers) {
         c.r = encoded(c.r, gamma);
         c.g = encoded(c.g, gamma);
         c.b = encoded(c.b, gamma);
@@ -271,12 +319,12 @@ struct ImageSize {
     int width, height;
 };
 
-static void placeImage(const KnownTexture& file, const ImageSize& image, TextureCoords* c)
+static void placeImage(const TextureContent& content, const ImageSize& image, TextureCoords* c)
 {
     if (image.width <= 0 || image.height <= 0)
         return;
-    const float x = float(image.width) / float(file.full_width);
-    const float y = float(image.height) / float(file.full_height);
+    const float x = float(image.width) / float(content.full_width);
+    const float y = float(image.height) / float(content.full_height);
     *c = { c->s * x, c->t * y, c->dsdx * x, c->dtdx * y, c->dsdy * x, c->dtdy * y };
 }
 
@@ -284,33 +332,45 @@ static RtRGBA lookUp(const RtShaderGlobals& sg, const char* filename, const RtTe
                      const ImageSize& image)
 {
     TextureSystem& system = readyTextureSystem();
-    KnownTexture& file = findTexture(system, filename);
-    if (!describe(system, file))
-        return failedLookup(system, file);
-    if (!file.has_pixels) { // the library would divide by their number
-        reportOnce(file, "[%s] \"%s\" has no pixels", file.name);
+    const KnownTexture* known = &findTexture(system, filename, whole_name);
+    TextureCoords c = textureCoords(sg, params);
+    const bool is_tile = known->content.is_tile_set;
+    if (is_tile) {
+        known = enterTile(system, *known, filename, &c);
+        if (!known)
+            return errorColor();
+    }
+    const TextureContent& content = known->content;
+    if (!content.is_readable || known->isBroken())
+        return unusable(system, *known);
+    if (!content.has_pixels) { // the library would divide by their number
+        reportOnce(*known, TextureNotice::no_pixels, "[%s] \"%s\" has no pixels",
+                   known->file->name);
         return errorColor();
     }
-    TextureCoords c = textureCoords(sg, params);
-    placeImage(file, image, &c);
+    placeImage(content, image, &c);
     if (!isfinite(c.s) || !isfinite(c.t)) {
-        reportOnce(file, "[%s] %s infinite texture coords: %f %f", objectName(sg), double(c.s),
+        reportOnce(*known, TextureNotice::infinite_coordinates,
+                   "[%s] %s infinite texture coords: %f %f", objectName(sg), double(c.s),
                    double(c.t));
         return errorColor();
     }
     const RtOptions& options = *render_options;
     TextureOpt opt;
     setUpLookup(sg.ray_type, params, options, &opt);
+    if (is_tile) // beyond its edges lies another tile, not this one again
+        opt.swrap = opt.twrap = TextureOpt::WrapClamp;
     float found[4] = { 0, 0, 0, 1 };
-    if (!system.texture(file.handle, thread_textures.perthread, opt, c.s, c.t,
+    if (!system.texture(content.handle, thread_textures.perthread, opt, c.s, c.t,
                         usableDerivative(c.dsdx), usableDerivative(c.dtdx),
                         usableDerivative(c.dsdy), usableDerivative(c.dtdy),
                         params.single_channel ? 1 : 4, found))
-        return failedRead(system, file);
-    const RtRGBA color = textureColor(file, params.single_channel, options.texture_gamma, found);
+        return failedRead(system, *known);
+    const RtRGBA color = textureColor(content, params.single_channel, options.texture_gamma, found);
     if (!hasNaN(color))
         return color;
-    reportOnce(file, "[%s] \"%s\" holds pixels that are not a number", file.name);
+    reportOnce(*known, TextureNotice::not_a_number,
+               "[%s] \"%s\" holds pixels that are not a number", known->file->name);
     return errorColor();
 }
 

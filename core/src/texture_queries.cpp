@@ -2,6 +2,7 @@
 // system, which keeps them open for the lookups to come.
 #include "msg.h"
 #include "rv_textures.h"
+#include "texture_files.h"
 #include "texture_system.h"
 
 #include <exception>
@@ -27,12 +28,15 @@ template <class Ask> static bool query(const char* function, const char* filenam
         return false;
     try {
         TextureSystem& system = readyTextureSystem();
-        announceFile(system, filename);
-        if (const char* const reason = refusal(system, filename)) {
+        const char* const file =
+            isTileSet(filename) ? firstTile(system, filename) : filename; // one for all
+        const char* const reason = file ? refusal(system, file) : "has no tiles";
+        if (reason) {
             reportFailure(function, filename, reason);
             return false;
         }
-        if (ask(system, ustring(filename)))
+        textureFile(system, file);
+        if (ask(system, ustring(file)))
             return true;
         reportFailure(function, filename, takeTextureError(system));
     } catch (const std::exception& e) {

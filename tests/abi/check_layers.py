@@ -19,7 +19,7 @@ FLOORS = [
     ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_values dotrvs_blocks dotrvs_write override plugins obj"
                                 " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
     ("shading and lights", "shaderglobals shader_eval shader_geometry wireframe bump radiosity importance brdf brdf_mis"
-                           " integrators noise mappings texture texture_system texture_queries sss sss_cloud sss_build sss_distribution sss_octree"
+                           " integrators noise mappings texture texture_files texture_system texture_queries sss sss_cloud sss_build sss_distribution sss_octree"
                            " shaders/ lights/ cameras/"),
     ("output", "aovs/ filters/ drivers/ render_session"),
     ("render control", "render buckets bucket_order stats stats_lines stats_report stats_warnings builtin scene_passes sample_tables region render_steps"),
