@@ -112,6 +112,55 @@ TEST_F(Textures, matrices_are_those_of_the_file)
     EXPECT_EQ(memcmp(&got_camera, camera, sizeof camera), 0);
 }
 
+TEST_F(Textures, matrices_are_found_under_their_other_names)
+{
+    float screen[16], camera[16];
+    for (int i = 0; i < 16; ++i) {
+        screen[i] = float(i);
+        camera[i] = float(100 + i);
+    }
+    static const struct {
+        const char* screen_key;
+        const char* camera_key;
+        bool is_found;
+    } cases[] = {
+        { "worldToNDC", "worldToCamera", true }, { "worldtoscreen", "worldToCamera", true },
+        { "worldToNDC", "worldtocamera", true }, { "worldToNDC", "other", false },
+        { "other", "worldToCamera", false },
+    };
+    for (const auto& c : cases) {
+        OIIO::ImageSpec spec(2, 2, 1, T::UINT8);
+        spec.attribute(c.screen_key, OIIO::TypeMatrix, screen);
+        spec.attribute(c.camera_key, OIIO::TypeMatrix, camera);
+        const std::string file = folder.file("shot.invented");
+        InventedInput::write(file, spec);
+        RvUniverseCacheFlush(1);
+        RtMatrix got_screen = RV_M4_IDENTITY, got_camera = RV_M4_IDENTITY;
+        EXPECT_EQ(RvTextureGetMatrices(file.c_str(), &got_screen, &got_camera), c.is_found)
+            << c.screen_key << " " << c.camera_key;
+        const void* const wanted_screen = c.is_found ? screen : &RV_M4_IDENTITY.m[0][0];
+        const void* const wanted_camera = c.is_found ? camera : &RV_M4_IDENTITY.m[0][0];
+        EXPECT_EQ(memcmp(&got_screen, wanted_screen, sizeof screen), 0) << c.screen_key;
+        EXPECT_EQ(memcmp(&got_camera, wanted_camera, sizeof camera), 0) << c.camera_key;
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST(TextureQueries, files_can_be_asked_about_without_a_universe)
+{
+    ASSERT_FALSE(RvUniverseIsActive());
+    const TextureFolder folder;
+    const std::string file = folder.file("a.png");
+    writeImage(file, 12, 7, 3, T::UINT16, constant({ 0, 1, 0 }));
+    int width = 0, height = 0, bits = 0;
+    EXPECT_TRUE(RvTextureGetResolution(file.c_str(), &width, &height));
+    EXPECT_EQ(width, 12);
+    EXPECT_EQ(height, 7);
+    EXPECT_TRUE(RvTextureGetBitDepth(file.c_str(), &bits));
+    EXPECT_EQ(bits, 16);
+    EXPECT_FALSE(RvTextureGetResolution(folder.file("none.png").c_str(), &width, &height));
+}
+
 TEST_F(Textures, a_file_without_matrices_has_none_and_that_is_no_error)
 {
     const std::string file = folder.file("plain.exr");

@@ -5,6 +5,7 @@
 #include "texture_tools.h"
 
 #include <sys/resource.h>
+#include <thread>
 
 using namespace texture_tools;
 
@@ -170,6 +171,50 @@ TEST_F(Textures, files_are_found_along_the_search_path)
     EXPECT_EQ(takeProblem(), "");
 }
 
+// Writes images of one name and different colours in two folders.
+void writeRedAndGreen(const TextureFolder& red, const TextureFolder& green)
+{
+    writeImage(red.file("same.tif"), 4, 4, 3, u8, constant({ 1, 0, 0 }));
+    writeImage(green.file("same.tif"), 4, 4, 3, u8, constant({ 0, 1, 0 }));
+}
+
+TEST_F(Textures, options_count_at_once_between_renders_and_are_those_of_the_universe)
+{
+    const TextureFolder other;
+    writeRedAndGreen(folder, other);
+    for (int round = 0; round < 2; ++round) {
+        RvNodeSetStr(options(), "texture_searchpath", folder.path().c_str());
+        EXPECT_EQ(look("same.tif", 0.5f, 0.5f).r, 1);
+        RvNodeSetStr(options(), "texture_searchpath", other.path().c_str());
+        RvUniverseCacheFlush(1);
+        EXPECT_EQ(look("same.tif", 0.5f, 0.5f).g, 1);
+        EXPECT_EQ(takeProblem(), "");
+        // Here the options were met before, and in another thread.
+        std::thread([&] { EXPECT_EQ(look("same.tif", 0.5f, 0.5f).g, 1); }).join();
+        TearDown();
+        Universe::SetUp();
+        RvUniverseCacheFlush(1);
+        expectColor(look("same.tif", 0.5f, 0.5f), error_color, 0, "the next universe");
+        EXPECT_NE(takeProblem(), "");
+        EXPECT_EQ(SharedSystem().value<std::string>("searchpath"), "");
+    }
+}
+
+TEST_F(Textures, options_that_another_thread_put_in_force_are_noticed)
+{
+    RvNodeSetInt(options(), "texture_autotile", 32);
+    look("none.tif", 0, 0);
+    std::thread([] {
+        RvNodeSetInt(options(), "texture_autotile", 16);
+        look("none.tif", 0, 0);
+    }).join();
+    EXPECT_EQ(SharedSystem().value<int>("autotile"), 16);
+    RvNodeSetInt(options(), "texture_autotile", 32); // as this thread saw it last
+    look("none.tif", 0, 0);
+    EXPECT_EQ(SharedSystem().value<int>("autotile"), 32);
+    takeProblems();
+}
+
 // So that the change shows in the time of the file, whose steps may be seconds.
 void makeOlder(const std::string& file)
 {
@@ -307,6 +352,26 @@ TEST_F(TexturedImage, flushes_and_lookups_of_many_threads_do_not_meet)
     is_over = true;
     host.join();
     EXPECT_EQ(wrong, 0);
+}
+
+TEST_F(TexturedImage, a_render_looks_along_the_search_path_of_its_own_options)
+{
+    const TextureFolder red, green;
+    writeRedAndGreen(red, green);
+    makeScene(8, 8);
+    RtNode* const image = node_tools::named("image", "image");
+    RvNodeSetStr(image, "filename", "same.tif");
+    RtNode* const flat = node_tools::named("flat", "flat");
+    RvNodeLink(image, "color", flat);
+    for (const char* shape : { "sphere", "wall" })
+        RvNodeSetArray(RvNodeLookUpByName(shape), "shader", RvArray(1, 1, RV_TYPE_NODE, flat));
+    for (const TextureFolder* folder : { &red, &green, &red }) {
+        RvNodeSetStr(RvUniverseGetOptions(), "texture_searchpath", folder->path().c_str());
+        RvUniverseCacheFlush(1);
+        ASSERT_EQ(shoot(), RV_SUCCESS);
+        EXPECT_EQ(image_tools::film().pixels[5].r, float(folder == &red));
+        EXPECT_EQ(image_tools::film().pixels[5].g, float(folder == &green));
+    }
 }
 
 TEST_F(TexturedImage, the_report_tells_of_textures_and_of_every_file_on_request)

@@ -94,6 +94,18 @@ TEST_F(TexturesDeathTest, coordinates_that_are_not_numbers_end_the_process)
         "\\[texturesys\\] ball invalid texture coords: 0.250000 nan");
 }
 
+TEST_F(TexturesDeathTest,
+       coordinates_that_are_not_numbers_end_the_process_even_if_textures_are_ignored)
+{
+    RvNodeSetBool(options(), "ignore_textures", true);
+    EXPECT_DEATH(
+        {
+            RvMsgSetCallback([](int, int, const char* text, int) { fprintf(stderr, "%s", text); });
+            look("a.tx", NAN, 0.5f);
+        },
+        "\\[texturesys\\]  invalid texture coords: nan 0.500000");
+}
+
 TEST_F(Textures, bad_coordinates_whose_message_nobody_reads_give_the_error_color)
 {
     RvMsgSetConsoleFlags(0);
@@ -241,6 +253,23 @@ TEST_F(Textures, a_resized_image_lies_at_the_top_left_of_its_file)
     EXPECT_NE(takeProblem().find("[texturesys] "), std::string::npos);
 }
 
+TEST_F(Textures, a_resized_image_has_a_resized_footprint)
+{
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 64, 64, 3, f32, pattern);
+    RtShaderGlobals sg = contextAt(0.4f, 0.7f);
+    sg.dudx = 0.2f, sg.dvdx = 0.1f, sg.dudy = -0.05f, sg.dvdy = 0.15f;
+    // Half as wide and a quarter as high, at the top left.
+    RtShaderGlobals part = contextAt(0.2f, 1 - 0.25f * (1 - sg.v));
+    part.dudx = 0.1f, part.dvdx = 0.025f, part.dudy = -0.025f, part.dvdy = 0.0375f;
+    RtShaderGlobals wide = part;
+    wide.dudx = sg.dudx, wide.dvdx = sg.dvdx, wide.dudy = sg.dudy, wide.dvdy = sg.dvdy;
+    const RtTextureParams params = defaults();
+    const RtRGBA got = RvTextureAccessResized(&sg, file.c_str(), &params, 32, 16);
+    expectColor(got, RvTextureAccess(&part, file.c_str(), &params), 1e-5f);
+    EXPECT_GT(fabsf(got.r - RvTextureAccess(&wide, file.c_str(), &params).r), 1e-3f);
+}
+
 TEST_F(Textures, a_resized_image_is_measured_against_the_display_window)
 {
     const std::string file = folder.file("window.exr");
@@ -252,6 +281,76 @@ TEST_F(Textures, a_resized_image_is_measured_against_the_display_window)
     params.filter = 0;
     const RtShaderGlobals sg = contextAt(0.75f, 0.5f);
     expectColor(RvTextureAccessResized(&sg, file.c_str(), &params, 8, 16), { 0, 1, 0, 1 });
+}
+
+// ---- Footprints ----
+
+// How much lookups with that footprint differ along a line; the second derivative is narrow and
+// lies across the first.
+float contrast(const std::string& file, RtPoint2 along, const RtTextureParams& params)
+{
+    float least = INFINITY, most = -INFINITY;
+    for (int i = 0; i < 64; ++i) {
+        RtShaderGlobals sg = contextAt(0.3f + float(i) / 256, 0.6f + float(i) / 1024);
+        sg.dudx = along.x, sg.dvdx = along.y;
+        sg.dudy = -along.y / 32, sg.dvdy = along.x / 32;
+        const float value = RvTextureAccess(&sg, file.c_str(), &params).r;
+        least = std::min(least, value);
+        most = std::max(most, value);
+    }
+    return most - least;
+}
+
+// Footprints 32 times as long as wide see lines that they lie along, and blur those they lie
+// across.
+TEST_F(Textures, swap_flips_and_scales_turn_the_footprint_too)
+{
+    const std::string columns = folder.file("columns.tif"),
+                      diagonals = folder.file("diagonals.tif");
+    writeImage(columns, 256, 256, 1, u8, [](int x, int, int) { return float((x / 4) & 1); });
+    // From the lower left to the upper right.
+    writeImage(diagonals, 256, 256, 1, u8,
+               [](int x, int y, int) { return float(((x + y) / 6) & 1); });
+    static const RtPoint2 right = { 0.125f, 0 }, up = { 0, 0.125f }, rising = { 0.09f, 0.09f },
+                          falling = { 0.09f, -0.09f };
+    const struct {
+        const char* name;
+        const std::string& file;
+        RtPoint2 along;
+        bool swap, flip_s, flip_t;
+        float scale_s, scale_t;
+        bool is_sharp;
+    } cases[] = {
+        { "up a column", columns, up, false, false, false, 1, 1, true },
+        { "across a column", columns, right, false, false, false, 1, 1, false },
+        { "swap up", columns, up, true, false, false, 1, 1, false },
+        { "swap across", columns, right, true, false, false, 1, 1, true },
+        { "along a diagonal", diagonals, rising, false, false, false, 1, 1, true },
+        { "across a diagonal", diagonals, falling, false, false, false, 1, 1, false },
+        { "flip s along", diagonals, rising, false, true, false, 1, 1, false },
+        { "flip s across", diagonals, falling, false, true, false, 1, 1, true },
+        { "flip t along", diagonals, rising, false, false, true, 1, 1, false },
+        { "flip t across", diagonals, falling, false, false, true, 1, 1, true },
+        { "both flips along", diagonals, rising, false, true, true, 1, 1, true },
+        { "both flips across", diagonals, falling, false, true, true, 1, 1, false },
+        { "swap and flip s", diagonals, falling, true, true, false, 1, 1, true },
+        { "negative scale s", diagonals, falling, false, false, false, -1, 1, true },
+        { "negative scale t", diagonals, falling, false, false, false, 1, -1, true },
+        { "small scale t", columns, up, false, false, false, 1, 0.5f, true },
+    };
+    for (const auto& c : cases) {
+        RtTextureParams params = defaults();
+        params.swap_st = c.swap;
+        params.flip_s = c.flip_s;
+        params.flip_t = c.flip_t;
+        params.scale_s = c.scale_s;
+        params.scale_t = c.scale_t;
+        const float seen = contrast(c.file, c.along, params);
+        if (c.is_sharp)
+            EXPECT_GT(seen, 0.6f) << c.name;
+        else
+            EXPECT_LT(seen, 0.25f) << c.name;
+    }
 }
 
 // ---- Channels ----
@@ -338,6 +437,66 @@ TEST_F(Textures, gamma_changes_the_colours_of_short_integers)
     expectColor(look(folder.file("grey.tif"), 0.5f, 0.5f), { 0.25f, 0.25f, 0.25f, 1 }, 0.003f);
     RvNodeSetFlt(options(), "texture_gamma", 1);
     expectColor(look(folder.file("8.tif"), 0.5f, 0.5f), { 0.2f, 0.4f, 0.5f, 0.6f }, 0.003f);
+}
+
+TEST_F(Textures, gamma_is_exact_for_short_integers_and_leaves_half_floats_alone)
+{
+    using T = OIIO::TypeDesc;
+    static const struct {
+        const char* file;
+        T::BASETYPE type;
+        float steps; // of the stored values; 0: not changed
+    } cases[] = { { "8.tif", T::UINT8, 255 },
+                  { "16.tif", T::UINT16, 65535 },
+                  { "half.exr", T::HALF, 0 } };
+    const float values[] = { 0.125f, 0.5f, 0.75f };
+    RvNodeSetFlt(options(), "texture_gamma", 2.2f);
+    for (const auto& c : cases) {
+        writeImage(folder.file(c.file), 8, 8, 3, c.type,
+                   constant({ values[0], values[1], values[2] }));
+        const RtRGBA got = look(folder.file(c.file), 0.5f, 0.5f);
+        const float seen[] = { got.r, got.g, got.b };
+        for (size_t i = 0; i < 3; ++i) {
+            const float wanted =
+                c.steps > 0 ? powf(roundf(values[i] * c.steps) / c.steps, 2.2f) : values[i];
+            EXPECT_NEAR(seen[i], wanted, 1e-5f) << c.file << " " << i;
+        }
+    }
+}
+
+TEST_F(Textures, gamma_leaves_negative_values_alone)
+{
+    const std::string file = folder.file("signed.tif");
+    writeImage(file, 8, 8, 3, OIIO::TypeDesc::INT16, constant({ -0.5f, 0.5f, 0 }));
+    RvNodeSetFlt(options(), "texture_gamma", 2.2f);
+    expectColor(look(file, 0.5f, 0.5f), { -0.5f, powf(0.5f, 2.2f), 0, 1 }, 1e-4f);
+    EXPECT_EQ(takeProblem(), "");
+}
+
+// ---- Formats ----
+
+TEST_F(Textures, jpeg_and_radiance_files_are_textures)
+{
+    static const struct {
+        const char* file;
+        OIIO::TypeDesc::BASETYPE type;
+        RtRGBA stored, with_gamma;
+    } cases[] = {
+        { "a.jpg", u8, { 0.2f, 0.4f, 0.6f, 1 }, { 0.04f, 0.16f, 0.36f, 1 } },
+        { "a.hdr", f32, { 0.5f, 4, 16, 1 }, { 0.5f, 4, 16, 1 } },
+    };
+    for (const auto& c : cases) {
+        const std::string file = folder.file(c.file);
+        // The lower half is black.
+        writeImage(file, 32, 32, 3, c.type,
+                   [&](int, int y, int channel) { return y < 16 ? (&c.stored.r)[channel] : 0; });
+        RvNodeSetFlt(options(), "texture_gamma", 1);
+        expectColor(look(file, 0.5f, 0.75f), c.stored, 0.02f, c.file);
+        expectColor(look(file, 0.5f, 0.25f), { 0, 0, 0, 1 }, 0.02f, c.file);
+        RvNodeSetFlt(options(), "texture_gamma", 2);
+        expectColor(look(file, 0.5f, 0.75f), c.with_gamma, 0.02f, c.file);
+    }
+    EXPECT_EQ(takeProblem(), "");
 }
 
 // ---- The image library itself ----
@@ -605,6 +764,16 @@ TEST_F(Textures, pixels_that_are_no_numbers_are_an_error)
     for (int call = 0; call < 3; ++call)
         expectColor(look(file, 0.5f, 0.5f), error_color);
     EXPECT_EQ(takeProblem(), "[texturesys] \"" + file + "\" holds pixels that are not a number");
+}
+
+TEST_F(Textures, an_image_without_pixels_is_an_error_told_once)
+{
+    const std::string file = folder.file("none.invented");
+    OIIO::ImageSpec spec(0, 0, 3, u8);
+    InventedInput::write(file, spec);
+    for (int call = 0; call < 3; ++call)
+        std::thread([&] { expectColor(look(file, 0.5f, 0.5f), error_color); }).join();
+    EXPECT_EQ(takeProblem(), "[texturesys] \"" + file + "\" has no pixels");
 }
 
 TEST_F(Textures, infinite_pixels_are_seen)

@@ -10,6 +10,7 @@
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
+#include <OpenImageIO/imageio.h>
 #include <OpenImageIO/texture.h>
 #include <atomic>
 #include <filesystem>
@@ -69,6 +70,41 @@ inline PixelFunction constant(std::vector<float> color)
 {
     return [=](int, int, int c) { return color[size_t(c)]; };
 }
+
+// A format of files without contents, ".invented": what they hold is what a test says.
+class InventedInput : public OIIO::ImageInput {
+public:
+    static OIIO::ImageSpec& contents()
+    {
+        static OIIO::ImageSpec spec;
+        return spec;
+    }
+    // Writes such a file; there is one kind at a time.
+    static void write(const std::string& path, const OIIO::ImageSpec& spec)
+    {
+        static const char* extensions[] = { "invented", nullptr };
+        OIIO::declare_imageio_format(
+            "invented", [] { return static_cast<OIIO::ImageInput*>(new InventedInput); },
+            extensions, nullptr, nullptr, "of the tests");
+        contents() = spec;
+        std::ofstream(path) << "invented";
+    }
+
+    const char* format_name() const override { return "invented"; }
+    bool open(const std::string& path, OIIO::ImageSpec& spec) override
+    {
+        if (!path.ends_with(".invented")) // the library offers all that it cannot read
+            return false;
+        spec = m_spec = contents();
+        return true;
+    }
+    bool close() override { return true; }
+    bool read_native_scanline(int, int, int, int, void* pixels) override
+    {
+        memset(pixels, 0, m_spec.scanline_bytes(true));
+        return true;
+    }
+};
 
 // Different in every pixel and channel.
 inline float pattern(int x, int y, int c) { return float((x * 37 + y * 91 + c * 53) % 251) / 250; }

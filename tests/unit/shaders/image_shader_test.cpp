@@ -1,6 +1,7 @@
 // Tests of shaders/image.cpp: the shader that looks up an image file.
 #include "texture_tools.h"
 
+#include "allocation_failures.h"
 #include "image_tools.h"
 #include "node_tools.h"
 
@@ -76,6 +77,20 @@ TEST_F(ImageShader, an_empty_file_name_gives_the_error_color_in_silence)
     messages().clear();
     expectColor(shade(contextAt(0.5f, 0.5f)), error_color, 0);
     EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(ImageShader, without_memory_the_node_says_so_and_sees_the_texture_all_the_same)
+{
+    withAllocations(0, [&] { rv::RvNodeInitialize(image); });
+    const std::string problem = withoutLines(takeProblem());
+    EXPECT_EQ(problem.rfind("can't allocate ", 0), 0u) << problem;
+    EXPECT_NE(problem.find(" bytes in core\\src\\shaders\\image:Initialize()"), std::string::npos)
+        << problem;
+    const RtShaderGlobals sg = contextAt(0.3f, 0.4f, 0.02f);
+    const RtTextureParams params = defaults();
+    expectColor(shade(sg), RvTextureAccess(&sg, file.c_str(), &params), 0);
+    prepare();
+    expectColor(shade(sg), RvTextureAccess(&sg, file.c_str(), &params), 0);
 }
 
 TEST_F(ImageShader, diffuse_rays_do_not_read_the_filter)
