@@ -1,4 +1,5 @@
 // `ruvell convert`: reads a scene or an OBJ file and writes a scene.
+#include "activity.h"
 #include "command.h"
 #include "outputs.h"
 #include "report.h"
@@ -70,6 +71,7 @@ static bool loadInput()
 // The library replaces an older file in one step, once the new one is complete.
 static bool writeOutput()
 {
+    const Activity activity("writing " + settings.output, settings.scene.log.quiet);
     int result = 0;
     const auto messages = captureMessages([&] {
         result = RvRVSWrite(settings.output.c_str(), RV_NODE_ALL, isObjFile(settings.input));

@@ -1,4 +1,5 @@
 // `ruvell info`: what is in a scene.
+#include "activity.h"
 #include "command.h"
 #include "outputs.h"
 #include "report.h"
@@ -114,6 +115,7 @@ static std::vector<NamedNode> namedNodes(unsigned int mask)
 // Bounds exist once the scene is prepared for tracing.
 static void addBounds(SceneInfo& info)
 {
+    const Activity activity("measuring the scene", settings.scene.log.quiet);
     if (RvRender(RV_RENDER_MODE_SETUP) != RV_SUCCESS)
         return;
     info.bounds = RvUniverseGetSceneBounds();

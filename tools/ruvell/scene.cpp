@@ -1,5 +1,6 @@
 // Opening universes and loading scenes.
 #include "scene.h"
+#include "activity.h"
 #include "option_values.h"
 #include "report.h"
 #include "text.h"
@@ -106,6 +107,7 @@ TrustedPaths trustedPaths(const SceneSettings& settings)
 
 static bool loadAndShow(const SceneSettings& settings, const SceneSource& source)
 {
+    const Activity activity("loading " + source.shown, settings.log.quiet);
     int result = 0;
     std::vector<LoadMessage> messages =
         captureMessages([&] { result = loadScene(settings, source.path); });
@@ -121,10 +123,16 @@ static bool loadAndShow(const SceneSettings& settings, const SceneSource& source
     return result == 0;
 }
 
+static bool lookAtScenes(const SceneSettings& settings, const SceneSources& sources)
+{
+    const Activity activity("looking at the scene", settings.log.quiet);
+    return prepareScenes(sources, settings.safety, trustedPaths(settings));
+}
+
 bool loadScenes(const SceneSettings& settings, const std::vector<std::string>& files)
 {
     const SceneSources sources(files);
-    if (!prepareScenes(sources, settings.safety, trustedPaths(settings)))
+    if (!lookAtScenes(settings, sources))
         return false;
     return std::all_of(sources.list().begin(), sources.list().end(),
                        [&](const SceneSource& source) { return loadAndShow(settings, source); });

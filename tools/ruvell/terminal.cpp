@@ -1,8 +1,11 @@
 // Lines and the status line on standard error.
 #include "terminal.h"
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -10,7 +13,7 @@ namespace ruvell {
 
 // What is on the screen. One mutex keeps lines whole and the status line below them.
 static std::mutex screen_mutex;
-static bool status_is_shown = false;
+static std::atomic<bool> status_is_shown = false; // a signal may ask, too
 
 static const char* const erase_line = "\r\033[K";
 
@@ -29,7 +32,7 @@ static size_t terminalWidth()
 }
 
 // Bytes of UTF-8 pass; what moves the cursor or talks to the terminal does not.
-static std::string printable(std::string text)
+std::string printable(std::string text)
 {
     const auto is_control = [](char c) {
         const auto byte = static_cast<unsigned char>(c);
@@ -68,6 +71,25 @@ void clearStatus()
     const std::lock_guard guard(screen_mutex);
     eraseStatus();
     std::fflush(stderr);
+}
+
+// A pipe that is ready takes whole lines of this length.
+static void writeNow(const char* text)
+{
+    pollfd output = { STDERR_FILENO, POLLOUT, 0 };
+    if (poll(&output, 1, 0) != 1 || !(output.revents & POLLOUT))
+        return;
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text, std::strlen(text));
+}
+
+void writeLastLine(const char* text)
+{
+    if (status_is_shown)
+        writeNow(erase_line);
+    if (!text)
+        return;
+    writeNow(text);
+    writeNow("\n");
 }
 
 } // namespace ruvell

@@ -19,6 +19,13 @@ void showStatus(const std::string& text);
 // Takes the status line away.
 void clearStatus();
 
+// What writeLine() makes of control characters.
+std::string printable(std::string text);
+
+// One line as the process ends, from any thread or signal handler: it takes no lock, needs no
+// memory and never waits for whoever reads. Null only takes the status line away.
+void writeLastLine(const char* text);
+
 } // namespace ruvell
 
 #endif
