@@ -1,5 +1,6 @@
 """What the tests of the command share: running it as a user would, in an empty folder, and reading
-back the images that it writes. RUVELL names the program under test."""
+back the images that it writes. RUVELL names the program under test, PLUGINS the folder of the plug-ins
+of the tests."""
 import os
 import shutil
 import struct
@@ -11,6 +12,7 @@ import zlib
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
 RUVELL = os.environ["RUVELL"]
+PLUGINS = os.environ["PLUGINS"]
 BALL = os.path.join(HERE, "scenes", "ball.rvs")
 
 

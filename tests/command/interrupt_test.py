@@ -9,9 +9,10 @@ import signal
 import struct
 import subprocess
 import termios
+import threading
 import time
 import unittest
-from command_case import BALL, RUVELL, CommandCase
+from command_case import BALL, PLUGINS, RUVELL, CommandCase
 
 # Minutes of work in small buckets, those with something to see first.
 ENDLESS = ["-r", "400x400", "--aa", "60", "-t", "2", "-D", "options.bucket_scanning=spiral"]
@@ -157,6 +158,64 @@ class Stopping(CommandCase):
         self.assertLess(time.monotonic() - start, 40)
         self.assertEqual(self.png("ball.png").width, 400)
 
+    def start_that_hangs(self, *arguments, grace="1s"):
+        self.write("endless.rvs", "endless_shader { name endless }\n")
+        process = self.start("endless.rvs", "-D", "ball.shader=endless", "--plugins", PLUGINS,
+                             "--grace", grace, "-v", *arguments)
+        self.wait_for(process, "bucket workers of size")
+        return process
+
+    def assert_ends_without_image(self, process, code):
+        _, messages = process.communicate(timeout=30)
+        self.assertEqual(process.returncode, code)
+        self.assertIn("error: the render did not end within 0:01 of being told to (see --grace)",
+                      messages)
+        self.assertEqual(os.listdir(self.folder), ["endless.rvs"])
+
+    def test_a_worker_that_never_returns_is_ended_after_the_grace_of_a_timeout(self):
+        self.assert_ends_without_image(self.start_that_hangs("--timeout", "2s"), 124)
+
+    def test_a_worker_that_never_returns_is_ended_after_the_grace_of_a_signal(self):
+        for number in signal.SIGINT, signal.SIGTERM:
+            with self.subTest(number):
+                process = self.start_that_hangs()
+                time.sleep(0.3)
+                process.send_signal(number)
+                self.assert_ends_without_image(process, 128 + number)
+
+    def test_the_grace_is_not_begun_again_by_a_signal_after_the_timeout(self):
+        process = self.start_that_hangs("--timeout", "2s", grace="2s")
+        self.wait_for(process, "out of time")
+        time.sleep(1)
+        process.send_signal(signal.SIGINT)
+        told = time.monotonic()
+        self.assertEqual(process.wait(timeout=30), 124)
+        self.assertLess(time.monotonic() - told, 1.8)
+
+    def test_a_timeout_ends_a_command_whose_messages_nobody_reads(self):
+        reading, writing = os.pipe()
+        self.addCleanup(os.close, reading)
+        os.set_blocking(writing, False)
+        try:
+            while True:
+                os.write(writing, b"x" * 4096)
+        except BlockingIOError:
+            os.set_blocking(writing, True)
+        process = subprocess.Popen([RUVELL, "render", BALL, "-v", "--timeout", "1s", "--grace",
+                                    "1s"], cwd=self.folder, stderr=writing)
+        os.close(writing)
+        self.addCleanup(process.kill)
+        self.assertEqual(process.wait(timeout=30), 124)
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_an_image_that_would_take_for_ever_to_write_is_given_up(self):
+        process = self.start("-D", "options.xres=999999", "-D", "options.yres=999999", "-D",
+                             "options.bucket_size=64", "--timeout", "1s", "--grace", "1s")
+        _, messages = process.communicate(timeout=30)
+        self.assertEqual(process.returncode, 124, messages)
+        self.assertIn("(see --grace); its unfinished images are removed", messages)
+        self.assertEqual(os.listdir(self.folder), [])
+
     def test_a_timeout_that_is_not_reached_changes_nothing(self):
         self.run_command("render", BALL, "--timeout", "1h30m")
         self.assertEqual(self.png("ball.png").width, 64)
@@ -202,6 +261,29 @@ class Terminal(CommandCase):
         for line in output.split("\r\n"):
             visible = line.split("\x1b[K")[-1]
             self.assertNotRegex(visible, r"left.+rendering|% .*render done")
+
+    def test_other_commands_show_what_takes_long(self):
+        rows = [("info", "loading slow.rvs"), ("check", "loading the scene")]
+        for command, expected in rows:
+            with self.subTest(command):
+                os.mkfifo(self.path("slow.rvs"))
+                feeder = threading.Thread(target=self.feed_slowly, daemon=True)
+                feeder.start()
+                output, _ = self.run_on_terminal(command, "slow.rvs")
+                feeder.join(timeout=60)
+                os.remove(self.path("slow.rvs"))
+                self.assertIn(f"\r\x1b[K{expected}  0:00 elapsed\r\x1b[K", output)
+
+    def test_quiet_commands_show_nothing(self):
+        os.mkfifo(self.path("slow.rvs"))
+        threading.Thread(target=self.feed_slowly, daemon=True).start()
+        output, _ = self.run_on_terminal("info", "-q", "slow.rvs")
+        self.assertNotIn("elapsed", output)
+
+    def feed_slowly(self):
+        with open(self.path("slow.rvs"), "w", encoding="utf-8") as file:
+            time.sleep(1)
+            file.write("sphere { radius 1 }\n")
 
     def test_the_line_fits_the_terminal(self):
         output, _ = self.run_on_terminal("render", BALL, columns=20)

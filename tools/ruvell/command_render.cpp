@@ -34,6 +34,8 @@ struct RenderSettings {
     std::vector<std::string> assignments;
     std::string frames;
     std::string timeout;
+    std::string grace = "1m";
+    uint64_t max_pixels = 1 << 28;
     bool shows_statistics = false;
     std::string statistics_file;
 };
@@ -123,6 +125,12 @@ static void setupSceneOptions(CLI::App& app)
         ->type_name("A-BxSTEP")
         ->check(checkFrames);
     addSceneOptions(app, settings.scene);
+    app.add_option("--max-pixels", settings.max_pixels,
+                   "With --safe: bound of the pixels of an image; 268435456, which is 16384x16384, "
+                   "unless given")
+        ->type_name("N")
+        ->check(wholeNumber(1, INT64_MAX))
+        ->needs(app.get_option("--safe"));
 }
 
 static void setupRunOptions(CLI::App& app)
@@ -133,6 +141,11 @@ static void setupRunOptions(CLI::App& app)
             ->check(wholeNumber(0, 64));
     app.add_option("--timeout", settings.timeout,
                    "Stop as Ctrl-C does when DURATION has passed: 90s, 2m, 1h30m")
+        ->type_name("DURATION")
+        ->check(checkDuration);
+    app.add_option("--grace", settings.grace,
+                   "How long the render may take to stop, once --timeout or Ctrl-C has told it to, "
+                   "before the command ends without the image; 1m unless given")
         ->type_name("DURATION")
         ->check(checkDuration);
     app.add_flag("--stats", settings.shows_statistics, "Print the statistics report");
@@ -215,6 +228,21 @@ static std::vector<std::string> filesOfFrame(std::optional<int> frame)
     return files;
 }
 
+// Of a scene from strangers: its images grow on the disk.
+static bool checkPixels()
+{
+    const RtNode* options = RvUniverseGetOptions();
+    const int64_t width = std::max(RvNodeGetInt(options, "xres"), 0);
+    const int64_t height = std::max(RvNodeGetInt(options, "yres"), 0);
+    const auto pixels = static_cast<uint64_t>(width * height);
+    if (!settings.scene.safety.is_on || pixels <= settings.max_pixels)
+        return true;
+    reportError("not allowed in safe mode: an image of " + std::to_string(width) + " x " +
+                std::to_string(height) + " pixels, more than the " +
+                std::to_string(settings.max_pixels) + " of --max-pixels");
+    return false;
+}
+
 // All that must be in order before the first bucket.
 static bool prepareScene(std::optional<int> frame)
 {
@@ -222,7 +250,8 @@ static bool prepareScene(std::optional<int> frame)
     if (!loadScenes(settings.scene, filesOfFrame(frame)))
         return false;
     applyOptions();
-    if (!applyAssignments(settings.assignments) || !applyCamera() || !applyOutput())
+    if (!applyAssignments(settings.assignments) || !checkPixels() || !applyCamera() ||
+        !applyOutput())
         return false;
     if (frame)
         numberOutputs(*frame);
@@ -358,7 +387,8 @@ static int renderFrames(const Frames& frames)
     Renders renders;
     if (!renders.file.open(settings.statistics_file))
         return exit_failure;
-    Watch watch(parseDuration(settings.timeout), [&] { renders.progress.refresh(); });
+    Watch watch(parseDuration(settings.timeout), *parseDuration(settings.grace),
+                [&] { renders.progress.refresh(); });
     listen(renders);
     int code = exit_success;
     for (size_t i = 0; i < frames.size() && code == exit_success; ++i)

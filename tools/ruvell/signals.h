@@ -2,6 +2,7 @@
 #ifndef RUVELL_SIGNALS_H
 #define RUVELL_SIGNALS_H
 
+#include "duration.h"
 #include <csignal>
 
 namespace ruvell {
@@ -17,6 +18,13 @@ sigset_t stopSignals();
 // Ends the process at once, from any thread or signal handler. Files that the library has not
 // finished are removed; older ones in their places stay.
 [[noreturn]] void leave(int code);
+
+// Does so later and says why, whatever the threads of the process do or wait for by then. Asked
+// again, the last time counts.
+void leaveAfter(Milliseconds time, int code, const std::string& why);
+
+// Never mind.
+void cancelLeaving();
 
 } // namespace ruvell
 

@@ -21,11 +21,15 @@ static int openSignals(const sigset_t& stop_signals)
     return signalfd(-1, &stop_signals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-Watch::Watch(std::optional<Milliseconds> timeout, std::function<void()> on_tick)
-    : deadline(timeout ? std::optional(Clock::now() + *timeout) : std::nullopt),
+Watch::Watch(std::optional<Milliseconds> timeout, Milliseconds grace_time,
+             std::function<void()> on_tick)
+    : grace(grace_time), deadline(timeout ? std::optional(Clock::now() + *timeout) : std::nullopt),
       tick(std::move(on_tick)), stop_signals(stopSignals()), signals(openSignals(stop_signals)),
       finished(eventfd(0, EFD_CLOEXEC)), thread([this] { run(); })
 {
+    const std::lock_guard guard(mutex);
+    if (deadline) // set already now: the watch itself may wait, for a pipe that is full
+        leaveAt(*deadline + grace, exit_timeout);
 }
 
 Watch::~Watch()
@@ -36,6 +40,7 @@ Watch::~Watch()
     }
     eventfd_write(finished, 1);
     thread.join();
+    cancelLeaving();
     close(signals);
     close(finished);
     pthread_sigmask(SIG_UNBLOCK, &stop_signals, nullptr);
@@ -63,6 +68,17 @@ int Watch::render()
     return result;
 }
 
+// Once the process is to leave, nothing puts it off.
+void Watch::leaveAt(Clock::time_point time, int late_code)
+{
+    if (last_moment && *last_moment <= time)
+        return;
+    last_moment = time;
+    leaveAfter(std::chrono::duration_cast<Milliseconds>(time - Clock::now()), late_code,
+               "the render did not end within " + clockText(grace) +
+                   " of being told to (see --grace); its unfinished images are removed");
+}
+
 void Watch::stop(int stop_code, const char* why)
 {
     code = stop_code;
@@ -70,6 +86,7 @@ void Watch::stop(int stop_code, const char* why)
         clearStatus();
         leave(code);
     }
+    leaveAt(Clock::now() + grace, code);
     reportWarning(why);
 }
 

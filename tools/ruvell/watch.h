@@ -3,8 +3,8 @@
 //
 // During a render the first Ctrl-C, or the end of the time, asks the library to finish the running
 // buckets; the image is then written as far as it got. At other times there is nothing to save and
-// the process ends. A second Ctrl-C ends it at once, whatever goes on. SIGTERM and SIGHUP count as
-// Ctrl-C.
+// the process ends. A second Ctrl-C ends it at once, whatever goes on, and so does the end of the
+// grace after the first. SIGTERM and SIGHUP count as Ctrl-C.
 #ifndef RUVELL_WATCH_H
 #define RUVELL_WATCH_H
 
@@ -19,9 +19,9 @@ namespace ruvell {
 
 class Watch {
 public:
-    // Starts watching; create it before any other thread. tick is called about five times a second
-    // while a render runs.
-    Watch(std::optional<Milliseconds> timeout, std::function<void()> tick);
+    // Starts watching; create it before any other thread. What does not end within the grace, once
+    // it is told to, is ended. tick is called about five times a second while a render runs.
+    Watch(std::optional<Milliseconds> timeout, Milliseconds grace, std::function<void()> tick);
     ~Watch();
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
@@ -39,7 +39,9 @@ private:
     void waitForEvent();
     void receiveSignal();
     void stop(int code, const char* why);
+    void leaveAt(Clock::time_point time, int code);
 
+    const Milliseconds grace;
     const std::optional<Clock::time_point> deadline;
     const std::function<void()> tick;
     const sigset_t stop_signals;
@@ -50,6 +52,7 @@ private:
     bool is_rendering = false;
     bool has_ended = false;
     int code = 0;
+    std::optional<Clock::time_point> last_moment; // when the process leaves, come what may
 
     std::thread thread;
 };
