@@ -69,6 +69,39 @@ class Maketx(CommandCase):
         self.assertEqual([tags[WIDTH] for tags in tiff_directories(self.read("made/safe.tx"))],
                          [tags[WIDTH] for tags in tiff_directories(self.read("made/plain.tx"))])
 
+    def test_an_image_that_is_too_large_is_refused_by_its_header(self):
+        with open(self.path("large.ppm"), "wb") as file:
+            file.write(b"P6\n300000 300000\n255\n" + bytes(38))
+        self.image("good.ppm")
+        for arguments, bound in ([], r"\d+ MB of this machine"), \
+                (["--safe"], r"\d+ MB of --max-memory"), \
+                (["--safe", "--max-memory", "500M"], "500 MB of --max-memory"):
+            with self.subTest(arguments):
+                start = time.monotonic()
+                result = self.run_command("maketx", "large.ppm", "good.ppm", *arguments, code=1)
+                self.assertLess(time.monotonic() - start, 20)
+                self.assertRegex(result.stderr,
+                                 r"^ruvell: error: large.ppm: an image of 300000 x 300000 pixels "
+                                 rf"needs more memory than the {bound}\n$")
+                self.assertEqual(result.stdout, "good.tx\n")
+                os.remove(self.path("good.tx"))
+                self.assertEqual(sorted(os.listdir(self.folder)), ["good.ppm", "large.ppm"])
+
+    def test_memory_that_runs_out_ends_the_command_tidily(self):
+        self.image("large.ppm", 3000, 2000)  # 72 MB in floating point, and more for the rest
+        for bound in "75M", "110M", "150M", "200M":
+            with self.subTest(bound):
+                result = self.run_command("maketx", "--safe", "--max-memory", bound, "large.ppm",
+                                          code=1)
+                self.assertRegex(result.stderr, r"^ruvell: error: large.ppm: .*needs more memory "
+                                 rf"than the {bound[:-1]} MB of --max-memory\n$")
+                self.assertEqual(os.listdir(self.folder), ["large.ppm"])
+        self.run_command("maketx", "--safe", "--max-memory", "500M", "large.ppm")
+
+    def test_the_bound_of_the_memory_needs_safe_mode(self):
+        self.image("a.ppm")
+        self.run_command("maketx", "--max-memory", "1G", "a.ppm", code=2)
+
     def test_links_stay_and_lead_to_the_texture(self):
         os.mkdir(self.path("kept"))
         self.image("a.ppm")

@@ -1,4 +1,5 @@
 // `ruvell check`: every problem of a scene, with file and line, without rendering it.
+#include "activity.h"
 #include "command.h"
 #include "findings.h"
 #include "load_findings.h"
@@ -35,8 +36,12 @@ static void scanScenes(const SceneSources& sources, const UniverseState& univers
 {
     options.search_dirs = settings.scene.search_dirs;
     SceneScan scan(std::move(options), universe, findings);
-    for (const SceneSource& source : sources.list())
+    const bool is_quiet = settings.scene.log.quiet;
+    for (const SceneSource& source : sources.list()) {
+        const Activity activity("reading " + source.shown, is_quiet);
         scan.scanScene(source.path, source.shown);
+    }
+    const Activity activity("looking for files and names", is_quiet);
     scan.finish();
 }
 
@@ -44,6 +49,7 @@ static void loadAll(const SceneSources& sources, const UniverseState& universe, 
 {
     RvMsgSetMaxWarnings(INT_MAX);
     std::vector<LoadMessage> messages = captureMessages([&] {
+        const Activity activity("loading the scene", settings.scene.log.quiet);
         for (const SceneSource& source : sources.list())
             if (loadScene(settings.scene, source.path) != 0)
                 break;
@@ -64,8 +70,7 @@ static void findProblems(Findings& findings)
     ScanOptions options = settings.scene.safety.is_on ? rules.scanOptions() : ScanOptions();
     options.load_plugins = !settings.scene.safety.is_on;
 
-    if (settings.scene.safety.is_on)
-        rules.boundMemory();
+    boundMemory(settings.scene.safety);
     // What loading plug-ins says now it says again when the scene is loaded, with its line.
     captureMessages([&] { scanScenes(sources, universe, options, findings); });
     if (findings.has(Effect::endless) || findings.has(Effect::forbidden))

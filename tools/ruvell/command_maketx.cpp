@@ -1,19 +1,25 @@
 // `ruvell maketx`: makes tiled, MIP-mapped textures of images, with the image library's own maker.
+#include "activity.h"
 #include "command.h"
+#include "confine.h"
 #include "outputs.h"
 #include "report.h"
 #include "safe.h"
 #include "signals.h"
+#include "terminal.h"
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <map>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -51,18 +57,28 @@ static void setup(CLI::App& app)
     app.add_option(
            "-o,--output", settings.output,
            "The texture to write, for one image; otherwise beside each image, ending in .tx")
-        ->type_name("OUT");
-    app.add_option("--wrap", settings.wrap,
-                   "What lookups with the wrap \"file\" see beyond the edges")
+        ->type_name("FILE");
+    app.add_option(
+           "--wrap", settings.wrap,
+           "What lookups with the wrap \"file\" see beyond the edges: black (unless given), "
+           "clamp, periodic or mirror")
+        ->type_name("MODE")
         ->check(CLI::IsMember({ "black", "clamp", "periodic", "mirror" }))
         ->capture_default_str();
-    app.add_option("--filter", settings.filter, "The filter that makes the smaller levels")
+    app.add_option(
+           "--filter", settings.filter,
+           "The filter that makes the smaller levels: box (unless given), triangle or lanczos3")
+        ->type_name("NAME")
         ->check(CLI::IsMember({ "box", "triangle", "lanczos3" }))
         ->capture_default_str();
-    app.add_option("--format", settings.format,
-                   "The type of the pixels: uint8, uint16, half or float (default: as the image)")
+    app.add_option(
+           "--format", settings.format,
+           "The type of the pixels: uint8, uint16, half or float; as the image unless given")
+        ->type_name("TYPE")
         ->check(CLI::IsMember({ "uint8", "uint16", "half", "float" }));
-    app.add_option("--tile", settings.tile, "The side of the tiles in pixels")
+    app.add_option("--tile", settings.tile,
+                   "The side of the tiles in pixels: 16, 32, 64 (unless given), 128, 256 or 512")
+        ->type_name("N")
         ->check(CLI::IsMember({ 16, 32, 64, 128, 256, 512 }))
         ->capture_default_str();
     app.add_flag("--env", settings.is_environment,
@@ -72,7 +88,7 @@ static void setup(CLI::App& app)
     app.add_flag("-u,--update", settings.update,
                  "Leave a texture alone that is newer than its image");
     app.add_flag("-q,--quiet", settings.is_quiet, "Do not list the textures that were written");
-    addSafeFlag(app, settings.safety);
+    addMemoryOption(app, settings.safety, addSafeFlag(app, settings.safety));
 }
 
 // The file itself, where a link leads to it, so that the link stays.
@@ -115,14 +131,45 @@ static std::string firstLine(const std::string& text)
     return start == std::string::npos ? "" : text.substr(start, text.find('\n', start) - start);
 }
 
+// ---- Memory ----
+
+static uint64_t memoryBound()
+{
+    return settings.safety.is_on ? maxMemory(settings.safety) : physicalMemory();
+}
+
+static std::string memoryProblem(const std::string& what)
+{
+    return what + " needs more memory than the " + std::to_string(memoryBound() >> 20) +
+           (settings.safety.is_on ? " MB of --max-memory" : " MB of this machine");
+}
+
+// The maker holds all pixels, as they are or in floating point, and more: a header is enough to
+// tell what will not do.
+static std::string checkMemoryFor(OIIO::ImageSpec pixels)
+{
+    const uint64_t size = pixels.image_bytes(true);
+    pixels.set_format(OIIO::TypeFloat);
+    if (std::max<uint64_t>(size, pixels.image_bytes()) <= memoryBound())
+        return "";
+    return memoryProblem("an image of " + std::to_string(pixels.width) + " x " +
+                         std::to_string(pixels.height) + " pixels");
+}
+
+// ---- The work ----
+
 // Makes the texture under another name; what is wrong, or nothing.
 static std::string make(const std::string& input, const std::string& part)
 {
     OIIO::ImageBuf image(input);
+    if (!image.init_spec(input, 0, 0))
+        return firstLine(image.geterror());
+    if (image.nativespec().width < 1 || image.nativespec().height < 1)
+        return "the image has no pixels";
+    if (const std::string problem = checkMemoryFor(image.nativespec()); !problem.empty())
+        return problem;
     if (!image.read())
         return firstLine(image.geterror());
-    if (image.spec().width < 1 || image.spec().height < 1)
-        return "the image has no pixels";
     const MakeTextureMode mode = settings.is_environment ? OIIO::ImageBufAlgo::MakeTxEnvLatl
                                                          : OIIO::ImageBufAlgo::MakeTxTexture;
     OIIO::ImageSpec config = configuration();
@@ -147,38 +194,48 @@ static std::string partName(const std::string& output)
 }
 
 // The maker has a file of its own beside the part, whose name only begins as we know.
-static void removeUnfinished()
+static void removeUnfinishedBeside(const std::string& output)
 {
     std::error_code error;
-    for (const std::string& input : settings.inputs) {
-        const fs::path folder = fs::absolute(textureName(input), error).parent_path();
-        for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
-            if (entry.path().filename().string().rfind(unfinishedPrefix(), 0) == 0)
-                fs::remove(entry.path(), error);
-    }
+    const fs::path folder = fs::absolute(output, error).parent_path();
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder, error))
+        if (entry.path().filename().string().rfind(unfinishedPrefix(), 0) == 0)
+            fs::remove(entry.path(), error);
 }
 
-// Waits for the signals that end the command in a thread of its own, where files can be removed.
-// Call it before there are other threads.
-static void removeUnfinishedOnSignals()
+static void removeUnfinished() noexcept
+try {
+    for (const std::string& input : settings.inputs)
+        removeUnfinishedBeside(textureName(input));
+} catch (const std::exception&) { // there may be no memory left
+}
+
+// Files are removed when the process leaves early. Of the signals that end the command a thread of
+// its own waits, because no handler could do that. Call it before there are other threads.
+static void removeUnfinishedOnLeaving()
 {
+    std::at_quick_exit(removeUnfinished);
     const sigset_t signals = stopSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     std::thread([signals] {
         int number = 0;
         sigwait(&signals, &number);
-        removeUnfinished();
         leave(exit_signal + number);
     }).detach();
 }
 
 // True once the texture is in its place, whole; an older one stays as it was until then.
-static bool makeTexture(const std::string& input, const std::string& output)
+static bool makeTexture(const std::string& input, const std::string& output,
+                        const std::string& which)
 {
+    leaveWithoutMemory(memoryProblem(input + ": making the texture"));
+    const Activity activity(which + input, settings.is_quiet);
     const std::string part = partName(output);
     std::string problem;
     try {
         problem = make(input, part);
+    } catch (const std::system_error&) { // there is no place for the stacks of threads
+        problem = memoryProblem("making the texture");
     } catch (const std::exception& e) {
         problem = e.what();
     }
@@ -186,7 +243,7 @@ static bool makeTexture(const std::string& input, const std::string& output)
         problem = "cannot write " + output;
     if (problem.empty())
         return true;
-    unlink(part.c_str());
+    removeUnfinishedBeside(output);
     reportError(input + ": " + problem);
     return false;
 }
@@ -196,7 +253,11 @@ static bool checkFiles(const std::string& input, const std::string& output)
 {
     std::error_code error;
     if (!fs::exists(input, error)) {
-        reportError(input + ": no such file");
+        reportError(input + ": No such file or directory");
+        return false;
+    }
+    if (fs::is_directory(input, error)) {
+        reportError(input + ": Is a directory");
         return false;
     }
     if (!fs::is_regular_file(input, error)) {
@@ -214,14 +275,14 @@ static bool checkFiles(const std::string& input, const std::string& output)
     return checkImageFile(output);
 }
 
-static bool process(const std::string& input)
+static bool process(const std::string& input, const std::string& which)
 {
     const std::string output = textureName(input);
     if (!checkFiles(input, output))
         return false;
     if (settings.update && isUpToDate(input, output))
         return true;
-    if (!makeTexture(input, output))
+    if (!makeTexture(input, output, which))
         return false;
     if (!settings.is_quiet)
         std::printf("%s\n", output.c_str());
@@ -248,10 +309,14 @@ static int run(CLI::App&)
     for (const std::string& input : settings.inputs)
         trusted.written.push_back(textureName(input));
     confineWithoutScenes(settings.safety, trusted);
-    removeUnfinishedOnSignals();
+    removeUnfinishedOnLeaving();
+    boundMemory(settings.safety);
     bool has_failed = false;
-    for (const std::string& input : settings.inputs)
-        has_failed |= !process(input);
+    const size_t count = settings.inputs.size();
+    for (size_t i = 0; i < count; ++i) {
+        const std::string which = std::to_string(i + 1) + " of " + std::to_string(count) + ": ";
+        has_failed |= !process(settings.inputs[i], count > 1 ? which : "");
+    }
     return has_failed ? exit_failure : exit_success;
 }
 

@@ -1,5 +1,6 @@
 // Safe mode: rules, what they refuse before loading, and what the system enforces afterwards.
 #include "safe.h"
+#include "command.h"
 #include "confine.h"
 #include "duration.h"
 #include "frames.h"
@@ -7,12 +8,15 @@
 #include "option_values.h"
 #include "report.h"
 #include "scene_paths.h"
+#include "signals.h"
+#include "terminal.h"
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <memory>
 #include <new>
 #include <set>
 #include <stdexcept>
@@ -24,9 +28,20 @@ namespace ruvell {
 
 // ---- Options ----
 
-void addSafeFlag(CLI::App& app, SafetySettings& settings)
+CLI::Option* addSafeFlag(CLI::App& app, SafetySettings& settings)
 {
-    app.add_flag("--safe", settings.is_on, "Give up access to files and programs before the work");
+    return app.add_flag("--safe", settings.is_on,
+                        "Give up access to files and programs before the work");
+}
+
+void addMemoryOption(CLI::App& app, SafetySettings& settings, CLI::Option* safe)
+{
+    app.add_option("--max-memory", settings.max_memory,
+                   "With --safe: bound of the memory, such as 500M or 4G; half of the machine's "
+                   "unless given")
+        ->type_name("SIZE")
+        ->check(checkMemory)
+        ->needs(safe);
 }
 
 void addSafetyOptions(CLI::App& app, SafetySettings& settings)
@@ -40,12 +55,7 @@ void addSafetyOptions(CLI::App& app, SafetySettings& settings)
                   "it, below the folders of the scenes",
                   "DIR", CLI::ExistingDirectory)
         ->needs(safe);
-    app.add_option("--max-memory", settings.max_memory,
-                   "With --safe: bound of the memory, such as 500M or 4G; half of the machine's "
-                   "unless given")
-        ->type_name("SIZE")
-        ->check(checkMemory)
-        ->needs(safe);
+    addMemoryOption(app, settings, safe);
     app.add_option("--max-nodes", settings.max_nodes,
                    "With --safe: bound of the number of nodes; 1000000 unless given")
         ->type_name("N")
@@ -59,12 +69,16 @@ void addSafetyOptions(CLI::App& app, SafetySettings& settings)
         ->needs(safe);
 }
 
+uint64_t maxMemory(const SafetySettings& settings)
+{
+    return parseMemory(settings.max_memory).value_or(physicalMemory() / 2);
+}
+
 // ---- Rules ----
 
 SafetyRules::SafetyRules(const SafetySettings& safety, const SceneSources& sources,
                          const TrustedPaths& trusted_paths)
-    : settings(safety), max_memory(parseMemory(safety.max_memory).value_or(physicalMemory() / 2)),
-      trusted(trusted_paths)
+    : settings(safety), trusted(trusted_paths)
 {
     for (const std::string& root : settings.roots)
         roots.push_back(realPath(root));
@@ -129,14 +143,31 @@ ScanOptions SafetyRules::scanOptions() const
 
 // ---- Enforcement ----
 
-static char out_of_memory[160];
+static char out_of_memory[1024];
+static std::unique_ptr<char[]> last_reserve; // memory to clean up with
 
-// C++ code that runs out of memory, in whatever library, ends here.
-static void reportNoMemory()
+// The first thread to come leaves; what it still does may fail. The others wait for the end.
+static void endForLackOfMemory()
 {
-    [[maybe_unused]] const ssize_t written =
-        write(STDERR_FILENO, out_of_memory, std::strlen(out_of_memory));
-    std::_Exit(1);
+    static thread_local bool is_leaving = false;
+    static std::atomic_flag is_taken;
+    if (std::exchange(is_leaving, true))
+        throw std::bad_alloc();
+    while (is_taken.test_and_set())
+        pause();
+    last_reserve.reset();
+    writeLastLine(out_of_memory);
+    leave(exit_failure);
+}
+
+void leaveWithoutMemory(const std::string& message)
+{
+    static constexpr size_t reserve_size = 1 << 20;
+    if (!last_reserve)
+        last_reserve = std::make_unique<char[]>(reserve_size);
+    std::snprintf(out_of_memory, sizeof out_of_memory, "ruvell: error: %s",
+                  printable(message).c_str());
+    std::set_new_handler(endForLackOfMemory);
 }
 
 void explainLackOfMemory(const std::string& message)
@@ -145,7 +176,7 @@ void explainLackOfMemory(const std::string& message)
     const bool is_meant = message.find("can't allocate") != std::string::npos ||
                           message.find("can't reallocate") != std::string::npos;
     if (is_meant && !is_said.test_and_set())
-        std::fputs(out_of_memory, stderr);
+        writeLine(out_of_memory);
 }
 
 // The metadata file beside the library is read for every universe.
@@ -156,15 +187,14 @@ static std::string libraryFolder()
     return is_known && info.dli_fname ? folderOf(info.dli_fname) : "";
 }
 
-void SafetyRules::boundMemory() const
+void boundMemory(const SafetySettings& settings)
 {
     static bool is_bounded = false;
-    if (std::exchange(is_bounded, true))
+    if (!settings.is_on || std::exchange(is_bounded, true))
         return;
-    std::snprintf(out_of_memory, sizeof out_of_memory,
-                  "ruvell: error: the scene needs more memory than the %llu MB of --max-memory\n",
-                  static_cast<unsigned long long>(max_memory >> 20));
-    std::set_new_handler(reportNoMemory);
+    const uint64_t max_memory = maxMemory(settings);
+    leaveWithoutMemory("the scene needs more memory than the " + std::to_string(max_memory >> 20) +
+                       " MB of --max-memory");
     setListener(RV_LOG_ERRORS,
                 [](int, const std::string& text, int) { explainLackOfMemory(text); });
     if (!limitMemory(max_memory))
@@ -268,7 +298,7 @@ static bool reportObstacles(const Findings& findings)
     bool is_clean = true;
     for (const Finding& finding : findings.sorted())
         if (finding.effect != Effect::none) {
-            std::fprintf(stderr, "%s\n", describe(finding).c_str());
+            writeLine(describe(finding));
             is_clean = false;
         }
     return is_clean;
@@ -281,8 +311,7 @@ bool prepareScenes(const SceneSources& sources, const SafetySettings& settings,
     Findings findings;
     ScanOptions options = settings.is_on ? rules.scanOptions() : ScanOptions();
     options.search_dirs = trusted.searched;
-    if (settings.is_on)
-        rules.boundMemory(); // scenes of strangers may be large to read, too
+    boundMemory(settings); // scenes of strangers may be large to read, too
     SceneScan scan(std::move(options), UniverseState::now(), findings);
     for (const SceneSource& source : sources.list())
         scan.scanScene(source.path, source.shown);
@@ -320,7 +349,7 @@ void confineToFrames(const SafetySettings& settings, const std::vector<FrameFile
     for (const FrameFiles& frame : frames) {
         const SceneSources sources(frame.scenes);
         const SafetyRules rules(settings, sources, frame.trusted);
-        rules.boundMemory();
+        boundMemory(settings);
         if (!scanned || *scanned != frame.scenes)
             outputs = outputsOf(rules, sources, frame.trusted.searched);
         scanned = &frame.scenes;

@@ -25,7 +25,16 @@ struct SafetySettings {
 void addSafetyOptions(CLI::App& app, SafetySettings& settings);
 
 // Declares --safe alone, for commands without a scene.
-void addSafeFlag(CLI::App& app, SafetySettings& settings);
+CLI::Option* addSafeFlag(CLI::App& app, SafetySettings& settings);
+
+// Declares --max-memory, which needs --safe.
+void addMemoryOption(CLI::App& app, SafetySettings& settings, CLI::Option* safe);
+
+// Bytes.
+uint64_t maxMemory(const SafetySettings& settings);
+
+// In safe mode bounds the memory of the process, once and for all.
+void boundMemory(const SafetySettings& settings);
 
 // Files and folders that the person at the command line named, scenes aside.
 struct TrustedPaths {
@@ -72,8 +81,6 @@ public:
     std::string refuseWriting(const std::string& path) const;
 
     ScanOptions scanOptions() const;
-    // Bounds the memory of the process, once and for all.
-    void boundMemory() const;
     // What the process may do under the other rules, when the scene writes these outputs. Places
     // for the number of the frame are filled.
     Confinement confinement(const std::vector<std::string>& outputs) const;
@@ -82,7 +89,6 @@ private:
     bool isReadable(const std::string& real) const;
 
     SafetySettings settings;
-    uint64_t max_memory; // bytes
     TrustedPaths trusted;
     std::vector<std::string> roots, files; // real paths
 };
@@ -92,6 +98,10 @@ void confineOnce(const Confinement& confinement);
 
 // The same, in safe mode, for a command that reads no scene and only what was trusted.
 void confineWithoutScenes(const SafetySettings& settings, const TrustedPaths& trusted);
+
+// From here on the process says this and leaves when C++ code, in whatever library, finds no
+// memory. Called again, the last message counts. Call it while no other thread asks for memory.
+void leaveWithoutMemory(const std::string& message);
 
 // When a message of the library tells that memory has run out, says once whose bound that is.
 void explainLackOfMemory(const std::string& message);
