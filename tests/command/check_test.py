@@ -212,11 +212,33 @@ class Names(SceneCase):
         self.assertEqual(self.check_text('options { texture_searchpath "lib" }\n'
                                          'image { filename "a.tx" }\n'), [])
 
-    def test_sets_of_tiles_are_reported(self):
-        self.write_bytes("a.1001.tx", b"")
-        for name in "a.<UDIM>.tx", "a.%(UDIM)d.tx":
-            found = self.check_text(f'image {{ filename "{name}" }}\n')
-            self.assert_finds(found, 1, "names a set of tiles, which cannot be looked up")
+    def test_sets_of_tiles_need_one_tile(self):
+        rows = [("a.<UDIM>.tx", "a.1001.tx"), ("a.<UDIM>.tx", "a.1012.tx"),
+                ("a.<UDIM>.tx", "lib/a.2000.tx"), ("a.%(UDIM)d.tx", "a.1011.tx"),
+                ("<UDIM>/a.tx", "1001/a.tx"), ("a.<UVTILE>.tx", "a.u1_v1.tx"),
+                ("a.<uvtile>.tx", "a.u0_v1.tx")]
+        for name, tile in rows:
+            with self.subTest(name=name, tile=tile):
+                scene = ('options { texture_searchpath "lib" }\n'
+                         f'image {{ filename "{name}" }}\n')
+                os.makedirs(self.path("lib"), exist_ok=True)
+                found = self.check_text(scene)
+                self.assert_finds(found, 2, f'texture "{name}": no tile found (the first would be')
+                self.assertEqual(len(found), 1)
+                self.write_bytes(tile, b"")
+                self.assertEqual(self.check_text(scene), [])
+                os.remove(self.path(tile))
+
+    def test_what_is_no_tile_does_not_count(self):
+        for tile in "a.1000.tx", "a.2001.tx", "a.101.tx", "a.10011.tx", "a.<UDIM>.tx":
+            self.write_bytes(tile, b"")
+        self.assert_finds(self.check_text('image { filename "a.<UDIM>.tx" }\n'), 1,
+                          'no tile found (the first would be "a.1001.tx")')
+
+    def test_sets_of_tiles_that_cannot_be_looked_up_are_reported(self):
+        self.write_bytes("a.<u>.tx", b"")
+        self.assert_finds(self.check_text('image { filename "a.<u>.tx" }\n'), 1,
+                          "names a set of tiles that cannot be looked up (a name with <UDIM> can)")
 
     def test_ignored_types_are_passed_over(self):
         self.assertEqual(self.check_text('options { ignore_list 1 1 STRING "sphere" }\n'

@@ -109,11 +109,23 @@ class Refusals(SafeCase):
 
     def test_textures_are_plain_files(self):
         os.mkfifo(self.path("scene/pipe.png"))
+        self.write_bytes("scene/t.1001.png", b"")
+        os.mkfifo(self.path("scene/t.1002.png"))
         self.write_bytes("scene/a.null?RES=9x9", b"")
         for name in ("scene/pipe.png", "scene/lost.png", "scene", "scene/a.null?RES=9x9",
-                     "scene/b.NULL?RES=9x9", "scene/a.<UDIM>.png"):
+                     "scene/b.NULL?RES=9x9", "scene/t.<UDIM>.png"):
             with self.subTest(name):
                 self.refused(f'image {{ filename "{name}" }}\n', "which is no plain file")
+
+    def test_every_tile_of_a_set_is_looked_at(self):
+        self.write_bytes("scene/a.1001.png", b"")
+        self.allowed('image { filename "scene/a.<UDIM>.png" }\n')
+        self.write_bytes("outside/a.1012.png", b"")
+        os.symlink(self.path("outside/a.1012.png"), self.path("scene/a.1012.png"))
+        self.refused('image { filename "scene/a.<UDIM>.png" }\n',
+                     'reading "scene/a.1012.png", which is')
+        self.refused('image { filename "outside/a.<UDIM>.png" }\n', "outside of the roots")
+        self.refused('image { filename "/etc/none.<UDIM>.png" }\n', "outside of the roots")
 
     def test_every_place_of_a_texture_is_looked_at(self):
         os.mkdir(self.path("scene/a.png"))
@@ -260,6 +272,17 @@ class Permissions(SafeCase):
 
 
 class Limits(SafeCase):
+    def test_the_pixels_of_an_image_are_bounded(self):
+        self.write("scene.rvs", PLAIN.replace("xres 8 yres 8", "xres 999999 yres 999999"))
+        self.refuses("render", "--safe", "scene.rvs", code=1,
+                     message="error: not allowed in safe mode: an image of 999999 x 999999 pixels, "
+                             "more than the 268435456 of --max-pixels")
+        render = ["render", "--safe", "-q", "scene.rvs", "-r", "8x8", "--max-pixels"]
+        self.refuses(*render, "63", code=1, message="more than the 63 of --max-pixels")
+        self.assertFalse(self.exists("out.png"))
+        self.run_command(*render, "64")
+        self.assertEqual(self.png("out.png").width, 8)
+
     def test_the_number_of_nodes_is_bounded(self):
         nodes = "sphere { radius 1 }\n"
         self.allowed(nodes * 10, "--max-nodes", "10")

@@ -223,6 +223,8 @@ private:
     void checkFile(const FileUse& use);
     std::vector<std::string> textureCandidates(const std::string& name) const;
     void checkTexture(const FileUse& use);
+    void checkTextureFile(const FileUse& use);
+    void checkTiles(const FileUse& use);
     void checkProcedural(const FileUse& use);
     void checkOutputFile(const FileUse& use);
     void checkFolders(const FileUse& use);

@@ -392,13 +392,52 @@ std::vector<std::string> SceneScan::textureCandidates(const std::string& name) c
     return paths;
 }
 
-// Names that the texture system takes for a set of files, one for each tile of the coordinates.
+static bool holdsAny(const std::string& name, std::initializer_list<const char*> marks)
+{
+    return std::any_of(marks.begin(), marks.end(),
+                       [&](const char* mark) { return name.find(mark) != std::string::npos; });
+}
+
+// Names that the library takes for a set of files, one for each tile of the coordinates.
 static bool isTileSet(const std::string& name)
 {
-    static const char* const places[] = { "<UDIM>", "%(UDIM)d", "<uvtile>", "<UVTILE>",
-                                          "<u>",    "<v>",      "<U>",      "<V>" };
-    return std::any_of(std::begin(places), std::end(places),
-                       [&](const char* place) { return name.find(place) != std::string::npos; });
+    return holdsAny(name, { "<UDIM>", "%(UDIM)d", "<uvtile>", "<UVTILE>" });
+}
+
+// Names that only the image library takes for such a set, which nobody can look up.
+static bool isForeignTileSet(const std::string& name)
+{
+    return holdsAny(name, { "<u>", "<v>", "<U>", "<V>" });
+}
+
+static void replaceAll(std::string& text, const std::string& mark, const std::string& value)
+{
+    for (size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += value.size())
+        text.replace(at, mark.size(), value);
+}
+
+static std::string tileName(std::string set, int column, int row)
+{
+    const std::string number = std::to_string(1001 + column + 10 * row);
+    const auto tile = [](int u, int v) {
+        return "u" + std::to_string(u) + "_v" + std::to_string(v);
+    };
+    replaceAll(set, "<UDIM>", number);
+    replaceAll(set, "%(UDIM)d", number);
+    replaceAll(set, "<UVTILE>", tile(column + 1, row + 1));
+    replaceAll(set, "<uvtile>", tile(column, row));
+    return set;
+}
+
+// Those that a look-up may open, in the order of the coordinates.
+static std::vector<std::string> tileNames(const std::string& set)
+{
+    static constexpr int columns = 10, rows = 100;
+    std::vector<std::string> names;
+    for (int row = 0; row < rows; ++row)
+        for (int column = 0; column < columns; ++column)
+            names.push_back(tileName(set, column, row));
+    return names;
 }
 
 // Names of which the image library makes pixels, of any number, although a file may be called so.
@@ -407,12 +446,41 @@ static bool isMadeUp(const std::string& name)
     return lowered(name).find(".null?") != std::string::npos;
 }
 
-// In safe mode a texture has to be a plain file: what is none may be a pipe that never ends, or
-// something that the image library looks for elsewhere than among files.
 void SceneScan::checkTexture(const FileUse& use)
 {
     if (use.name.empty())
         return;
+    if (isTileSet(use.name))
+        checkTiles(use);
+    else
+        checkTextureFile(use);
+}
+
+// Of a set only those tiles count that are there.
+void SceneScan::checkTiles(const FileUse& use)
+{
+    bool is_any = false;
+    for (const std::string& name : tileNames(use.name)) {
+        if (isOutOfTime())
+            return;
+        if (firstExisting(textureCandidates(name)).empty())
+            continue;
+        checkTextureFile({ use.kind, name, use.place });
+        is_any = true;
+    }
+    if (is_any)
+        return;
+    const std::string first = tileName(use.name, 0, 0);
+    if (mayRead(first, use.place))
+        report(Topic::missing_file, Weight::error, use.place,
+               "texture " + inQuotes(use.name) + ": no tile found",
+               "the first would be " + inQuotes(first));
+}
+
+// In safe mode a texture has to be a plain file: what is none may be a pipe that never ends, or
+// something that the image library looks for elsewhere than among files.
+void SceneScan::checkTextureFile(const FileUse& use)
+{
     const std::vector<std::string> paths = textureCandidates(use.name);
     const bool is_somewhere = !firstExisting(paths).empty();
     if (!is_somewhere && !mayRead(use.name, use.place))
@@ -424,10 +492,9 @@ void SceneScan::checkTexture(const FileUse& use)
     const std::string what = "texture " + inQuotes(use.name);
     if (options.safe && (found == paths.end() || isMadeUp(use.name)))
         forbid(use.place, what + ", which is no plain file");
-    else if (isTileSet(use.name))
+    else if (isForeignTileSet(use.name))
         report(Topic::missing_file, Weight::error, use.place,
-               what + " names a set of tiles, which cannot be looked up",
-               "give every tile a texture of its own");
+               what + " names a set of tiles that cannot be looked up", "a name with <UDIM> can");
     else if (found == paths.end())
         report(Topic::missing_file, Weight::error, use.place,
                what + (is_somewhere ? " cannot be read" : " not found"));
