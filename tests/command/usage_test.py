@@ -6,7 +6,7 @@ import unittest
 from command_case import BALL, RUVELL, CommandCase
 
 
-COMMANDS = ("render", "check", "info", "convert", "nodes", "version", "completion")
+COMMANDS = ("render", "check", "info", "convert", "maketx", "nodes", "version", "completion")
 
 
 class Usage(CommandCase):
@@ -24,13 +24,27 @@ class Usage(CommandCase):
                 self.assertIn(f"Usage: ruvell {command}", result.stdout)
                 self.assertEqual(result.stderr, "")
 
+    def test_help_is_a_command_too(self):
+        self.assertEqual(self.run_command("help").stdout, self.run_command("--help").stdout)
+        self.assertEqual(self.run_command("help", "check").stdout,
+                         self.run_command("check", "--help").stdout)
+
+    def test_help_of_maketx_lists_the_values(self):
+        text = " ".join(self.run_command("maketx", "--help").stdout.split())
+        for words in ("--wrap MODE", "black (unless given), clamp, periodic or mirror",
+                      "--filter NAME", "box (unless given), triangle or lanczos3",
+                      "--format TYPE", "uint8, uint16, half or float", "--tile N",
+                      "16, 32, 64 (unless given), 128, 256 or 512", "--max-memory SIZE"):
+            self.assertIn(words, text)
+
     def test_help_of_render_has_every_option(self):
         text = self.run_command("render", "--help").stdout
         for option in ("-o,--output FILE", "-r,--resolution WxH", "--crop X0 Y0 X1 Y1", "--aa N",
                        "-t,--threads N", "--camera NAME", "-D,--define NODE.PARAM=VALUE",
                        "--seed N", "--plugins DIR", "--search DIR", "--frames A-BxSTEP",
                        "-v,--verbose", "-q,--quiet", "--log-file FILE", "--stats",
-                       "--stats-json FILE", "--timeout DURATION"):
+                       "--stats-json FILE", "--timeout DURATION", "--grace DURATION",
+                       "--max-pixels N"):
             self.assertIn(option, text)
 
     def test_help_of_commands_with_scenes_has_the_options_of_safe_mode(self):
@@ -57,7 +71,16 @@ class Usage(CommandCase):
 
     def test_wrong_use_ends_with_2_and_says_why(self):
         rows = [
-            ([], "A subcommand is required"),
+            ([], "which command? There are render, check, info, convert, maketx, nodes, version, "
+                 "completion"),
+            (["--hlp"], "there is no option '--hlp' (did you mean --help?)"),
+            (["render", BALL, "--resoluton", "3x3"],
+             "there is no option '--resoluton' (did you mean --resolution?)"),
+            (["render", BALL, "--otput=a.png"],
+             "there is no option '--otput' (did you mean --output?)"),
+            (["check", BALL, "-x"], "there is no option '-x'"),
+            (["version", "extra"], "there is no place for 'extra'"),
+            (["help", "rendr"], "there is no command 'rendr' (did you mean render?)"),
             (["rendr"], "there is no command 'rendr' (did you mean render?)"),
             (["render"], "SCENE is required"),
             (["render", BALL, "--no-such-option"], "--no-such-option"),
