@@ -36,7 +36,11 @@ using OIIO::TextureSystem;
 
 // ---- Files that a thread has met ----
 
-static constexpr int whole_name = -1; // instead of the number of a tile
+// Instead of the number of a tile. With 0 a table of empty places costs no memory before it is
+// used.
+static constexpr int whole_name = 0;
+
+static int tileNumber(int column, int row) { return 1 + row * tile_columns + column; }
 
 // A line of the processor's cache.
 struct KnownTexture {
@@ -84,9 +88,10 @@ static KnownTexture& learnTexture(TextureSystem& system, const char* filename, i
     if (!perthread)
         perthread = system.get_perthread_info();
     const char* const name = OIIO::ustring(filename).c_str();
-    TextureFile& file = textureFile(
-        system,
-        tile == whole_name ? name : tileName(name, tile % tile_columns, tile / tile_columns));
+    TextureFile& file =
+        textureFile(system, tile == whole_name ? name
+                                               : tileName(name, (tile - 1) % tile_columns,
+                                                          (tile - 1) / tile_columns));
     const TextureContent content = textureContent(system, perthread, file, generation);
     KnownTexture& place = placeToForget(placesOf(filename, tile), generation);
     place = { .address = filename,
@@ -217,14 +222,14 @@ static const KnownTexture* enterTile(TextureSystem& system, const KnownTexture& 
     const int first_row = row > 0 && up == float(row) ? row - 1 : row;
     for (int y = row; y >= first_row; --y)
         for (int x = column; x >= first_column; --x) {
-            const KnownTexture& tile = findTexture(system, filename, y * tile_columns + x);
+            const KnownTexture& tile = findTexture(system, filename, tileNumber(x, y));
             if (tile.content.is_missing)
                 continue;
             c->s -= float(x);
             c->t += float(y);
             return &tile;
         }
-    const KnownTexture& missing = findTexture(system, filename, row * tile_columns + column);
+    const KnownTexture& missing = findTexture(system, filename, tileNumber(column, row));
     reportOnce(missing, TextureNotice::missing_tile, "[%s] \"%s\" does not exist",
                missing.file->name);
     return nullptr;

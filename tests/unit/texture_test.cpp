@@ -501,10 +501,44 @@ TEST_F(Textures, jpeg_and_radiance_files_are_textures)
 
 // ---- The image library itself ----
 
-struct Expectation {
-    int ray_type;
-    RtTextureParams params;
+// A texture system of its own, that reads plain files as ours does.
+struct LibrarySystem {
+    LibrarySystem() : system(OIIO::TextureSystem::create(true))
+    {
+        system->attribute("automip", 1);
+        system->attribute("autotile", 64);
+    }
+    ~LibrarySystem() { OIIO::TextureSystem::destroy(system); }
+    LibrarySystem(const LibrarySystem&) = delete;
+    LibrarySystem& operator=(const LibrarySystem&) = delete;
+
+    OIIO::TextureSystem* const system;
 };
+
+// What a lookup of the library depends on.
+struct LibraryCoords {
+    float s, t, dsdx, dtdx, dsdy, dtdy;
+};
+
+RtRGBA askLibrary(OIIO::TextureSystem& system, const std::string& file, OIIO::TextureOpt opt,
+                  const LibraryCoords& at)
+{
+    RtRGBA c = { 0, 0, 0, 1 };
+    EXPECT_TRUE(system.texture(OIIO::ustring(file), opt, at.s, at.t, at.dsdx, at.dtdx, at.dsdy,
+                               at.dtdy, 4, &c.r))
+        << system.geterror();
+    return c;
+}
+
+// Those of a camera ray with default parameters.
+OIIO::TextureOpt defaultOptions()
+{
+    OIIO::TextureOpt opt;
+    opt.swrap = opt.twrap = OIIO::TextureOpt::WrapPeriodic;
+    opt.interpmode = OIIO::TextureOpt::InterpSmartBicubic;
+    opt.fill = 1;
+    return opt;
+}
 
 // What the library says when it is asked directly.
 RtRGBA askLibrary(OIIO::TextureSystem& system, const std::string& file, const RtShaderGlobals& sg,
@@ -530,13 +564,10 @@ RtRGBA askLibrary(OIIO::TextureSystem& system, const std::string& file, const Rt
         opt.interpmode = OIIO::TextureOpt::InterpBilinear;
         opt.sblur = opt.tblur = options.texture_glossy_blur;
     }
-    RtRGBA c = { 0, 0, 0, 1 };
-    EXPECT_TRUE(system.texture(OIIO::ustring(file), opt, sg.u * params.scale_s,
-                               1 - sg.v * params.scale_t, sg.dudx * params.scale_s,
-                               -sg.dvdx * params.scale_t, sg.dudy * params.scale_s,
-                               -sg.dvdy * params.scale_t, 4, &c.r))
-        << system.geterror();
-    return c;
+    return askLibrary(system, file, opt,
+                      { sg.u * params.scale_s, 1 - sg.v * params.scale_t, sg.dudx * params.scale_s,
+                        -sg.dvdx * params.scale_t, sg.dudy * params.scale_s,
+                        -sg.dvdy * params.scale_t });
 }
 
 TEST_F(Textures, lookups_agree_with_the_image_library)
@@ -546,9 +577,7 @@ TEST_F(Textures, lookups_agree_with_the_image_library)
     OIIO::ImageBuf source(plain);
     ASSERT_TRUE(OIIO::ImageBufAlgo::make_texture(OIIO::ImageBufAlgo::MakeTxTexture, source, tiled,
                                                  OIIO::ImageSpec()));
-    OIIO::TextureSystem* const direct = OIIO::TextureSystem::create(true);
-    direct->attribute("automip", 1);
-    direct->attribute("autotile", 64);
+    const LibrarySystem direct;
     std::mt19937 random(11);
     std::uniform_real_distribution<float> anywhere(-1.5f, 2.5f), exponent(-10, 0);
     static const uint16_t rays[] = { RV_RAY_CAMERA, RV_RAY_SHADOW, RV_RAY_DIFFUSE, RV_RAY_GLOSSY,
@@ -572,13 +601,58 @@ TEST_F(Textures, lookups_agree_with_the_image_library)
                         params.scale_t = 0.75f;
                         const RtRGBA got = RvTextureAccess(&sg, file.c_str(), &params);
                         const RtRGBA wanted =
-                            askLibrary(*direct, file, sg, params, *rv::render_options);
+                            askLibrary(*direct.system, file, sg, params, *rv::render_options);
                         EXPECT_EQ(memcmp(&got, &wanted, sizeof got), 0)
                             << file << " " << ray << " " << filter << " " << wrap;
                     }
     }
-    OIIO::TextureSystem::destroy(direct);
     EXPECT_EQ(takeProblem(), "");
+}
+
+// The numbers that golden vectors give for a lookup, handed to the library, show the same colour.
+TEST_F(Textures, golden_coordinates)
+{
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 64, 64, 4, u8, pattern);
+    const LibrarySystem direct;
+    const OIIO::TextureOpt opt = defaultOptions();
+    for (const auto& vector : goldenVectors("shading", "texture_coordinates")) {
+        const auto& in = vector.at("in");
+        const auto& out = vector.at("out");
+        RtShaderGlobals sg = contextAt(in.at("u"), in.at("v"));
+        const auto rates = goldenFloats(in.at("dst")); // of s, then of t
+        sg.dudx = rates[0], sg.dudy = rates[1], sg.dvdx = rates[2], sg.dvdy = rates[3];
+        RtTextureParams params = defaults();
+        params.swap_st = in.at("swap_st");
+        params.flip_s = in.at("flip_s");
+        params.flip_t = in.at("flip_t");
+        params.scale_s = in.at("scale_s");
+        params.scale_t = in.at("scale_t");
+        const auto ds = goldenFloats(out.at("ds")), dt = goldenFloats(out.at("dt"));
+        expectColor(RvTextureAccess(&sg, file.c_str(), &params),
+                    askLibrary(*direct.system, file, opt,
+                               { out.at("s"), out.at("t"), ds[0], dt[0], ds[1], dt[1] }),
+                    1e-3f, vector.at("id").get<std::string>());
+    }
+    EXPECT_EQ(takeProblem(), "");
+}
+
+TEST_F(Textures, golden_filter_widths)
+{
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 64, 64, 4, u8, pattern);
+    const LibrarySystem direct;
+    OIIO::TextureOpt opt = defaultOptions();
+    for (const auto& vector : goldenVectors("shading", "mipmap_bias_width")) {
+        RtTextureParams params = defaults();
+        params.mipmap_bias = vector.at("in").at("mipmap_bias");
+        opt.swidth = opt.twidth = vector.at("out").at("width");
+        RtShaderGlobals sg = contextAt(0.3f, 0.6f);
+        sg.dudx = sg.dvdy = 0.05f;
+        expectColor(RvTextureAccess(&sg, file.c_str(), &params),
+                    askLibrary(*direct.system, file, opt, { 0.3f, 0.4f, 0.05f, 0, 0, -0.05f }),
+                    1e-3f, vector.at("id").get<std::string>());
+    }
 }
 
 TEST_F(Textures, a_bias_widens_the_filter_by_powers_of_two)
