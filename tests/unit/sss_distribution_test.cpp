@@ -1,6 +1,6 @@
 // Tests of core/src/sss_distribution.cpp: points scattered over surfaces.
 #include "gather_tools.h"
-#include "sss_cloud.h"
+#include "sss_tools.h"
 #include "statistics.h"
 
 #include <numeric>
@@ -263,6 +263,36 @@ TEST_F(Distribution, points_depend_on_the_seed_alone)
     EXPECT_EQ(positions(), first);
     RvNodeSetInt(RvUniverseGetOptions(), "AA_seed", 2);
     EXPECT_NE(positions(), first);
+}
+
+// Images stay the same from version to version.
+TEST_F(Distribution, points_are_the_same_to_the_last_bit_as_ever)
+{
+    Soup coarse; // whose coordinates are so few that many distances are equal
+    coarse.add({ 30000, 30000, 30000 }, { 30001, 30000, 30000 }, { 30000, 30001, 30000 });
+    Soup sheets; // many in one place
+    for (int i = 0; i < 200; ++i)
+        sheets.add({ 0, 0, 0 }, { 1, 0, 0 }, { 0, 1, 0 });
+    Soup ribbon = randomSoup(20, 3); // one large triangle after many that are tiny
+    for (RtPoint& p : ribbon.points)
+        p = rv::operator*(p, 1e-3f);
+    ribbon.add({ -20, 0, 0 }, { 20, 0, 0 }, { 20, 0.1f, 0 });
+    const struct {
+        const char* name;
+        Soup soup;
+        int max_samples;
+        uint64_t hash;
+    } rows[] = {
+        { "one triangle", randomSoup(1, 1), 1000, 0x5130BE4E8DE061D9 },
+        { "triangles of all sizes", randomSoup(3000, 3), 20000, 0xBEA16D25CCAE4B62 },
+        { "a square", square(2), 10000, 0xFF9B97CB001837A2 },
+        { "coarse", coarse, 5000, 0x5F32F47716412E99 },
+        { "sheets", sheets, 3000, 0x36459190075EAE66 },
+        { "ribbon", ribbon, 2000, 0x05A28F4192C831EE },
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(sss_tools::hashOf(scatter(row.soup, 0, row.max_samples).points), row.hash)
+            << row.name;
 }
 
 TEST_F(Distribution, a_stop_ends_it_at_once)

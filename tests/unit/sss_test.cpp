@@ -572,6 +572,21 @@ TEST_F(Clouds, nothing_of_the_asking_point_or_thread_enters_a_cloud)
     EXPECT_EQ(describe(lookUp(sg, { 1, 1, 1 })), describe(expected));
 }
 
+// Images stay the same from version to version.
+TEST_F(Clouds, clouds_are_the_same_to_the_last_bit_as_ever)
+{
+    RtNode* const node = sheet(4, 0.05f, 7);
+    distantLight();
+    disc("shade", 1.5f);
+    setBackground({ 0.25f, 0.5f, 1 });
+    set("GI_diffuse_depth", 1);
+    set("GI_diffuse_samples", 2);
+    prepare();
+    const Cloud cloud = cloudOf(node);
+    EXPECT_EQ(hashOf(cloud->points), 0x2B82096A5708CCEFu);
+    EXPECT_EQ(cloud->lit_count, 3419u);
+}
+
 TEST_F(Clouds, neighbours_see_other_parts_of_a_lamp)
 {
     RtNode* const node = sheet(2, 0.02f);

@@ -67,6 +67,16 @@ inline RtRGB lookUp(RtShaderGlobals sg, const RtRGB& radius)
     return RvSSSPointCloudLookup(&sg, &radius);
 }
 
+// FNV-1a over all bits of records without gaps.
+template <class Records> uint64_t hashOf(const Records& records)
+{
+    uint64_t hash = 0xCBF29CE484222325;
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(records.data());
+    for (size_t i = 0; i < records.size() * sizeof records[0]; ++i)
+        hash = (hash ^ bytes[i]) * 0x100000001B3;
+    return hash;
+}
+
 class Clouds : public Surfaces {
 protected:
     // The cloud of a node as lookups get it.
