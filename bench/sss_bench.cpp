@@ -65,7 +65,7 @@ using Cloud = std::unique_ptr<rv::RtSSSPointCloud>;
 
 Cloud build(const RtNode* mesh)
 {
-    return Cloud(rv::buildPointCloud({ rv::objectOf(mesh), 0, rv::show_no_samples, nullptr }));
+    return Cloud(rv::buildPointCloud({ rv::objectOf(mesh), rv::show_no_samples }));
 }
 
 // So many samples that as many points are found as are wanted.

@@ -5,8 +5,8 @@ namespace rv {
 
 void JointWork::enter(State next_state)
 {
-    state = next_state;
-    state.notify_all();
+    phase = ((phase | 3) + 1) | next_state;
+    phase.notify_all();
 }
 
 void JointWork::work(int thread)
@@ -20,13 +20,14 @@ void JointWork::work(int thread)
 // looks whether the work is open: so either the leader waits for the helper or the helper leaves.
 bool JointWork::lead(int thread, int count_, const Piece& piece_)
 {
+    const State before = stateOf(phase);
     piece = &piece_;
     count = count_;
     next = 0;
     is_given_up = false;
     enter(open);
     work(thread);
-    enter(idle);
+    enter(before);
     for (int present; (present = helpers) != 0;)
         helpers.wait(present);
     return !is_given_up;
@@ -34,12 +35,15 @@ bool JointWork::lead(int thread, int count_, const Piece& piece_)
 
 void JointWork::join(int thread)
 {
-    ++helpers;
-    state.wait(announced);
-    if (state == open)
-        work(thread);
-    if (--helpers == 0)
-        helpers.notify_one();
+    for (unsigned seen; stateOf(seen = phase) != idle; phase.wait(seen)) {
+        if (stateOf(seen) != open)
+            continue;
+        ++helpers;
+        if (phase == seen)
+            work(thread);
+        if (--helpers == 0)
+            helpers.notify_one();
+    }
 }
 
 } // namespace rv

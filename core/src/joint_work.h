@@ -15,19 +15,20 @@ public:
     // False gives the whole work up: no further piece is begun.
     using Piece = FunctionRef<bool(int thread, int index)>;
 
-    // From the first to the second, threads that join wait for work to begin. For the thread that
-    // is going to lead it.
+    // From the first to the second, threads that join wait for work to begin, and for more when it
+    // is done. For the thread that is going to lead it, once or several times.
     void announce() { enter(announced); }
     void cancel() { enter(idle); }
 
     // Does the pieces 0 to count - 1 along with the threads that join, and returns when all are
     // done, or false when one of them gave up. For one thread at a time.
     bool lead(int thread, int count, const Piece& piece);
-    // Helps the thread that leads, if there is one, until no piece is left to begin.
+    // Helps the thread that leads, for as long as work is announced or under way.
     void join(int thread);
 
 private:
-    enum State { idle, announced, open };
+    enum State : unsigned { idle, announced, open };
+    static State stateOf(unsigned phase) { return State(phase & 3); }
     void enter(State next_state);
     void work(int thread);
 
@@ -35,7 +36,9 @@ private:
     int count = 0;
     std::atomic<int> next = 0; // piece that nobody has begun
     std::atomic<bool> is_given_up = false;
-    std::atomic<State> state = idle;
+    // The State in the last two bits, and how often it was entered, so that who waits for its end
+    // does not take a later one for the same. Changed by the leader.
+    std::atomic<unsigned> phase = idle;
     std::atomic<int> helpers = 0;
 };
 

@@ -1,13 +1,14 @@
 // sss: who owns which point cloud, who builds it, and looking up scattered light (sss.h).
 //
 // Each object keeps one cloud for each way of showing its points, so that a change of that option
-// between renders finds the right one. The first thread that needs a cloud builds it and all others
-// wait. How this ends for any order of events:
+// between renders finds the right one. The first thread that needs a cloud builds it, and all
+// others that come to need it meanwhile help. How this ends for any order of events:
 // - The owner's lock guards only who builds; nobody holds it while building or waiting. So a build
 //   may take the locks of structures, textures and lights, one at a time, like any shading.
-// - A thread that builds a cloud looks up nothing: its points, and whatever is shaded for them on
-//   the same or on other objects, have no scattered light. So it never waits for another cloud, and
-//   two clouds never wait for each other.
+// - A thread that builds a cloud, or helps, looks up nothing: its points, and whatever is shaded
+// for
+//   them on the same or on other objects, have no scattered light. So it never waits for another
+//   cloud, and two clouds never wait for each other.
 // - Nor does a thread look up anything that builds a structure for rays or loads a procedural, or
 //   that works out the colour of a light: others may need its locks for their clouds. The colour
 //   would also depend on which lights its own shaders may ask, and so would a cloud made there.
@@ -36,6 +37,7 @@ enum CloudState : int { absent, being_built, ready };
 
 struct CloudPlace {
     std::atomic<int> state{ absent }; // CloudState; leaves `absent` under the owner's lock
+    JointWork work;                   // announced while being built
     RtSSSPointCloud* cloud = nullptr; // fixed once ready; null when there was no memory at all
 };
 
@@ -65,6 +67,15 @@ static bool isStopping()
 
 static thread_local bool builds_cloud;
 
+// For the length of a scope in which the thread builds a cloud, alone or with others.
+class CloudBuilder {
+public:
+    CloudBuilder() { builds_cloud = true; }
+    ~CloudBuilder() { builds_cloud = false; }
+    CloudBuilder(const CloudBuilder&) = delete;
+    CloudBuilder& operator=(const CloudBuilder&) = delete;
+};
+
 // The clouds of an object, made now if need be; null without memory. Under the object's lock.
 static PointClouds* cloudsOf(RtGObject* owner)
 {
@@ -79,51 +90,61 @@ static PointClouds* cloudsOf(RtGObject* owner)
     }
 }
 
+// Of a work that was announced.
 static void build(const SSSBuildOrder& order, CloudPlace& place)
 {
     RtSSSPointCloud* cloud = nullptr;
     bool is_finished = true;
-    builds_cloud = true;
     try {
+        const CloudBuilder builder;
         cloud = buildPointCloud(order);
         is_finished = cloud;
     } catch (const std::bad_alloc&) { // reported by the allocator
     }
-    builds_cloud = false;
     if (cloud)
         threadStats()->sss_bytes += int64_t(cloud->bytes());
     place.cloud = cloud;
+    place.work.cancel(); // before the next build may announce its own
     place.state = is_finished ? ready : absent;
     place.state.notify_all();
+}
+
+static void help(CloudPlace& place, int thread)
+{
+    const CloudBuilder builder;
+    place.work.join(thread);
+    place.state.wait(being_built);
 }
 
 // By worker slot: a cloud was asked for and not waited for any longer.
 static bool has_given_up[worker_slot_count];
 
-// The cloud of an order, once it is there; null when there will be none.
-static const RtSSSPointCloud* awaitCloud(const SSSBuildOrder& order)
+// The cloud of an owner, once it is there; null when there will be none.
+static const RtSSSPointCloud* awaitCloud(RtGObject* owner, int thread, int show_samples)
 {
     while (!isStopping()) {
         CloudPlace* place = nullptr;
         bool is_ours = false;
         {
-            const CritSecLock guard(&order.owner->lock);
-            PointClouds* const clouds = cloudsOf(order.owner);
+            const CritSecLock guard(&owner->lock);
+            PointClouds* const clouds = cloudsOf(owner);
             if (!clouds)
                 return nullptr;
-            place = &clouds->places[order.show_samples];
+            place = &clouds->places[show_samples];
             is_ours = place->state == absent;
-            if (is_ours)
+            if (is_ours) {
+                place->work.announce();
                 place->state = being_built;
+            }
         }
         if (is_ours)
-            build(order, *place);
+            build({ owner, show_samples, { thread, &place->work, render_stop } }, *place);
         else
-            place->state.wait(being_built);
+            help(*place, thread);
         if (place->state == ready)
             return place->cloud;
     }
-    has_given_up[order.thread] = true;
+    has_given_up[thread] = true;
     return nullptr;
 }
 
@@ -133,7 +154,7 @@ static const RtSSSPointCloud* cloudFor(RtGObject* owner, int thread)
     if (auto* const clouds = static_cast<PointClouds*>(owner->extra.load()))
         if (const CloudPlace& place = clouds->places[show]; place.state == ready)
             return place.cloud;
-    return awaitCloud({ owner, thread, show, render_stop });
+    return awaitCloud(owner, thread, show);
 }
 
 // ---- Points of lookups ----

@@ -1,10 +1,10 @@
 // sss_build: makes the point cloud of an object (sss_cloud.h): scatters points over its mesh,
 // gathers the light that arrives there and sorts them.
 //
-// The result depends on the scene alone. Points are lit in contexts that know nothing of the point
-// that is being shaded: their random numbers come from the number of the point, their time is the
-// middle of the shutter, and what belongs to the thread (rotation of sample loops, scratch memory,
-// messages) is replaced for the length of the build.
+// The result depends on the scene alone, not on the threads that share the work. Points are lit in
+// contexts that know nothing of the point that is being shaded: their random numbers come from the
+// number of the point, their time is the middle of the shutter, and what belongs to the thread
+// (rotation of sample loops, scratch memory, messages) is replaced meanwhile.
 #include "array.h"
 #include "cameras/camera.h"
 #include "color.h"
@@ -229,10 +229,12 @@ public:
           shape(innermost(order.owner)), faces(order.owner, shape)
     {
     }
-    RtRGB irradianceAt(const RtSSSPoint& point, uint32_t index) const;
+    // Of the point with that number, as a thread sees it.
+    RtRGB irradianceAt(const RtSSSPoint& point, uint32_t index, int thread) const;
 
 private:
-    void fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index) const;
+    void fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index,
+                     int thread) const;
 
     const SSSBuildOrder& order;
     const RtSSSPointCloud& cloud;
@@ -245,7 +247,8 @@ private:
 
 // As if a ray had come down onto the outside of the surface. Like a camera ray's hit it has no
 // depth; the number of the point is its pixel, so that bounces differ from point to point.
-void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index) const
+void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, uint32_t index,
+                                int thread) const
 {
     RtHit hit = {};
     hit.object = shape;
@@ -256,7 +259,7 @@ void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, ui
     hit.v = point.v;
     RtRay ray = {};
     ray.type = RV_RAY_CAMERA;
-    ray.tid = uint8_t(order.thread);
+    ray.tid = uint8_t(thread);
     ray.x = int(index);
     ray.time = cloud.time;
     ray.origin = point.position;
@@ -269,7 +272,7 @@ void PointLighting::fillContext(RtShaderGlobals* sg, const RtSSSPoint& point, ui
         sg->geometric_normal * (dot(sg->geometric_normal, sg->normal) < 0 ? -1.0f : 1.0f);
 }
 
-RtRGB PointLighting::irradianceAt(const RtSSSPoint& point, uint32_t index) const
+RtRGB PointLighting::irradianceAt(const RtSSSPoint& point, uint32_t index, int thread) const
 {
     if (!faces.has(point.face))
         return RV_RGB_BLACK;
@@ -278,7 +281,7 @@ RtRGB PointLighting::irradianceAt(const RtSSSPoint& point, uint32_t index) const
     RtShadingState state;
     RtShaderGlobals sg;
     sg.state = &state;
-    fillContext(&sg, point, index);
+    fillContext(&sg, point, index, thread);
     RtRGB light = RvDirectDiffuse(&sg.normal, &sg);
     if (cloud.gi)
         light = light + RvIndirectDiffuse(&sg.normal, &sg);
@@ -315,18 +318,24 @@ public:
 private:
     void scatter();
     void light();
+    bool lightPiece(const PointLighting& lighting, int thread, int piece);
+    void lightPoints(const PointLighting& lighting, int thread, uint32_t first, uint32_t last);
+    void measureLit();
     void leaveOutBlack();
     void sort();
     void finish() const;
-    void reportProgress(uint32_t lit);
-    bool isStopped() const { return order.stop_request && *order.stop_request; }
+    void reportProgress();
+    bool isStopped() const { return order.crew.isStopped(); }
 
     const SSSBuildOrder& order;
     RtSSSPointCloud& cloud;
     const char* const name;
     RtNode* instance = nullptr; // that the points are seen through
     const uint32_t start;
-    uint32_t last_report = start;
+    // While points are lit.
+    std::atomic<uint32_t> last_report = start;
+    std::atomic<uint32_t> done_count = 0;
+    std::atomic<bool> lacks_memory = false;
 };
 
 } // namespace
@@ -343,7 +352,7 @@ void CloudBuild::scatter()
         RvMsgWarning("[sss] %s: limiting the point cloud to %d samples", name, int(budget.points));
     RvMsgDebug("[sss] generating ~%d sample points (spacing=%.2f, gi=%s) - %s", int(budget.points),
                budget.spacing, cloud.gi ? "on" : "off", name);
-    ScatteredPoints scattered = scatterPoints(mesh, distribution, budget, order.stop_request);
+    ScatteredPoints scattered = scatterPoints(mesh, distribution, budget, order.crew);
     const size_t accepted = scattered.points.size(), all = accepted + scattered.rejected;
     RvMsgDebug("[sss] found %d samples, rejected %d - acceptance rate: %.2f%%", int(accepted),
                int(scattered.rejected), all ? double(accepted) * 100 / double(all) : 0);
@@ -352,32 +361,53 @@ void CloudBuild::scatter()
     cloud.generated_count = uint32_t(accepted);
 }
 
-void CloudBuild::reportProgress(uint32_t lit)
+// For the next point.
+void CloudBuild::reportProgress()
 {
-    const uint32_t now = wallMilliseconds();
-    if (uint32_t(now - last_report) < order.progress_interval)
+    const uint32_t done = done_count++, now = wallMilliseconds();
+    uint32_t before = last_report;
+    if (uint32_t(now - before) < order.progress_interval ||
+        !last_report.compare_exchange_strong(before, now)) // another thread reports
         return;
-    last_report = now;
     RvMsgInfoMasked(RV_LOG_PROGRESS, "[sss] %3d%% of %d samples lit - %s",
-                    int(uint64_t{ lit } * 100 / cloud.points.size()), int(cloud.points.size()),
+                    int(uint64_t{ done } * 100 / cloud.points.size()), int(cloud.points.size()),
                     name);
 }
 
-void CloudBuild::light()
+void CloudBuild::lightPoints(const PointLighting& lighting, int thread, uint32_t first,
+                             uint32_t last)
 {
-    const StepTime timed(&RtStats::sss_irradiance_ms);
-    const PointLighting lighting(order, cloud, instance);
-    FreshSlot slot(order.thread);
+    FreshSlot slot(thread);
     if (!slot.isComplete())
         throw std::bad_alloc();
-    PointRotation rotation(order.thread);
-    double radius_sum = 0;
-    for (uint32_t i = 0; i < cloud.points.size() && !isStopped(); ++i) {
-        RtSSSPoint& point = cloud.points[i];
+    PointRotation rotation(thread);
+    for (uint32_t i = first; i < last && !isStopped(); ++i) {
         rotation.turn(i);
-        point.irradiance = packIrradiance(lighting.irradianceAt(point, i));
+        cloud.points[i].irradiance =
+            packIrradiance(lighting.irradianceAt(cloud.points[i], i, thread));
         slot.reset();
-        reportProgress(i);
+        reportProgress();
+    }
+}
+
+static constexpr uint32_t points_per_piece = 256;
+
+bool CloudBuild::lightPiece(const PointLighting& lighting, int thread, int piece)
+{
+    const uint32_t first = uint32_t(piece) * points_per_piece;
+    const uint32_t last = std::min(first + points_per_piece, uint32_t(cloud.points.size()));
+    try {
+        lightPoints(lighting, thread, first, last);
+    } catch (const std::bad_alloc&) { // reported by the allocator
+        lacks_memory = true;
+    }
+    return !isStopped() && !lacks_memory;
+}
+
+void CloudBuild::measureLit()
+{
+    double radius_sum = 0;
+    for (const RtSSSPoint& point : cloud.points) {
         if (!point.irradiance)
             continue;
         ++cloud.lit_count;
@@ -385,6 +415,18 @@ void CloudBuild::light()
     }
     if (cloud.lit_count)
         cloud.average_radius = float(radius_sum / cloud.lit_count);
+}
+
+void CloudBuild::light()
+{
+    const StepTime timed(&RtStats::sss_irradiance_ms);
+    const PointLighting lighting(order, cloud, instance);
+    const size_t pieces = (cloud.points.size() + points_per_piece - 1) / points_per_piece;
+    order.crew.lead(int(pieces),
+                    [&](int thread, int piece) { return lightPiece(lighting, thread, piece); });
+    if (lacks_memory)
+        throw std::bad_alloc();
+    measureLit();
 }
 
 // They scatter nothing, though they count where points themselves are shown.
@@ -439,7 +481,7 @@ bool CloudBuild::run()
 RtSSSPointCloud* buildPointCloud(const SSSBuildOrder& order)
 {
     // A mesh has its triangles once rays may hit it.
-    RvGObjectBuildAccel(order.owner->node, order.thread);
+    RvGObjectBuildAccel(order.owner->node, order.crew.thread);
     try {
         std::unique_ptr<RtSSSPointCloud> cloud(new RtSSSPointCloud);
         return CloudBuild(order, cloud.get()).run() ? cloud.release() : nullptr;

@@ -2,6 +2,7 @@
 #ifndef RV_SSS_CLOUD_H
 #define RV_SSS_CLOUD_H
 
+#include "joint_work.h"
 #include "objects/gobject.h"
 #include "simd.h"
 #include "system/checked_heap.h"
@@ -68,6 +69,23 @@ RtRGB unpackIrradiance(uint32_t packed);
 // The same in three lanes; the fourth means nothing.
 Float4 unpackLanes(uint32_t packed);
 
+// ---- Workers ----
+
+// Who builds a cloud: a thread, along with those that join it.
+struct SSSCrew {
+    int thread = 0;
+    JointWork* work = nullptr;                      // null for nobody else
+    const std::atomic<int>* stop_request = nullptr; // of the running render, or null
+
+    bool isStopped() const { return stop_request && *stop_request; }
+    // JointWork::lead.
+    bool lead(int count, const JointWork::Piece& piece) const
+    {
+        JointWork alone;
+        return (work ? *work : alone).lead(thread, count, piece);
+    }
+};
+
 // ---- Distribution ----
 
 // Bounds the table of candidates, which no memory holds for every "sss_max_samples".
@@ -106,6 +124,12 @@ struct AreaDistribution {
     explicit AreaDistribution(const SSSSurface& surface);
     // The triangle at u in [0, 1), which becomes the place within its share, again in [0, 1).
     uint32_t pick(double* u) const;
+
+private:
+    void makeGuide();
+
+    // For equal parts of [0, 1): the triangle at the start of each one, and at the end of the last.
+    CheckedVector<uint32_t> guide;
 };
 
 struct ScatteredPoints {
@@ -115,8 +139,7 @@ struct ScatteredPoints {
 // Points no two of which are closer than the spacing. Their areas add up to the whole, unless a
 // stop is requested: then they are worth nothing. Throws std::bad_alloc.
 ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution& distribution,
-                              const SSSPointBudget& budget,
-                              const std::atomic<int>* stop_request = nullptr);
+                              const SSSPointBudget& budget, const SSSCrew& crew = {});
 
 // ---- Octree ----
 
@@ -187,17 +210,17 @@ RtRGB nearestIrradiance(const RtSSSPointCloud& cloud, const RtPoint& P, float di
 // What a build is for: the cloud's owner and how its points are to look.
 struct SSSBuildOrder {
     RtGObject* owner;
-    int thread;
-    int show_samples;                     // ShowSamples
-    const std::atomic<int>* stop_request; // of the running render, or null
-    uint32_t progress_interval = 5000;    // milliseconds between two reports of its lighting
+    int show_samples; // ShowSamples
+    SSSCrew crew = {};
+    uint32_t progress_interval = 5000; // milliseconds between two reports of its lighting
 };
 
 // Values of the option "show_samples".
 enum ShowSamples { show_no_samples, show_sss_points, show_sss_irradiance, show_samples_count };
 
-// A new cloud, on the calling thread; null when a stop was requested. Without memory, after the
-// allocator's report, it is empty. Throws std::bad_alloc when there is not even memory for that.
+// A new cloud, the same whoever builds it; null when a stop was requested. Without memory, after
+// the allocator's report, it is empty. Throws std::bad_alloc when there is not even memory for
+// that.
 RtSSSPointCloud* buildPointCloud(const SSSBuildOrder& order);
 
 } // namespace rv

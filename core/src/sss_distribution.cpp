@@ -68,12 +68,27 @@ AreaDistribution::AreaDistribution(const SSSSurface& surface)
     }
     for (double& share : shares)
         share /= total;
+    makeGuide();
+}
+
+// A power of two, so that the parts that numbers fall into are exact.
+void AreaDistribution::makeGuide()
+{
+    guide.resize(std::bit_ceil(shares.size()) + 1, uint32_t(shares.size()));
+    const double part = 1 / double(guide.size() - 1);
+    uint32_t triangle = 0;
+    for (size_t i = 0; i + 1 < guide.size() && !shares.empty(); ++i) {
+        while (shares[triangle] <= double(i) * part) // the last share is 1
+            ++triangle;
+        guide[i] = triangle;
+    }
 }
 
 uint32_t AreaDistribution::pick(double* u) const
 {
     // The first triangle whose share exceeds u has an area. There is one, for the last share is 1.
-    const auto at = std::upper_bound(shares.begin(), shares.end(), *u);
+    const uint32_t* const part = &guide[size_t(*u * double(guide.size() - 1))];
+    const auto at = std::upper_bound(shares.begin() + part[0], shares.begin() + part[1], *u);
     const double before = at == shares.begin() ? 0 : at[-1];
     static constexpr double below_one = 1 - 0x1p-53;
     *u = std::clamp((*u - before) / (*at - before), 0.0, below_one);
@@ -83,6 +98,20 @@ uint32_t AreaDistribution::pick(double* u) const
 // ---- Neighbours ----
 
 namespace {
+
+constexpr uint32_t nobody = 0xFFFFFFFF;
+
+// Where to look for the neighbours of a place: buckets, in the order in which they are searched.
+struct Vicinity {
+    uint32_t buckets[8]; // the first is that of its own cell
+    unsigned count = 0;
+};
+
+struct Neighbour {
+    uint32_t point = nobody;
+    unsigned turn = 0; // of the bucket among those of the vicinity
+    double square;     // of the distance
+};
 
 // Finds accepted points near a place. Space is cut into cells twice as wide as the spacing, so that
 // a ball of that radius reaches into eight of them at most. Cells share the buckets of a table;
@@ -96,34 +125,60 @@ public:
         entries.reserve(size_t{ budget.points } * 2);
     }
 
-    // The nearest point closer than the spacing, or nobody.
-    uint32_t findNear(const RtPoint& p) const
+    Vicinity vicinityOf(const RtPoint& p) const
     {
         static constexpr double beyond = 0.25000001; // the squared spacing, in cells
-        uint32_t nearest = nobody;
-        double least = radius * radius;
+        Vicinity vicinity;
         const Axis x = axisOf(p.x), y = axisOf(p.y), z = axisOf(p.z);
         for (unsigned i = 0; i < 8; ++i) {
             const unsigned a = i & 1, b = i >> 1 & 1, c = i >> 2;
             if (x.square[a] + y.square[b] + z.square[c] < beyond)
-                searchBucket(bucketOf(x.cell[a], y.cell[b], z.cell[c]), p, &least, &nearest);
+                vicinity.buckets[vicinity.count++] = bucketOf(x.cell[a], y.cell[b], z.cell[c]);
         }
+        return vicinity;
+    }
+
+    // The nearest of the points `from` and later ones that is closer than the spacing. Of several
+    // the one in the first bucket, and of these the latest.
+    Neighbour findNear(const RtPoint& p, const Vicinity& vicinity, uint32_t from) const
+    {
+        Neighbour nearest = { .square = radius * radius };
+        for (unsigned turn = 0; turn < vicinity.count; ++turn)
+            for (uint32_t i = heads[vicinity.buckets[turn]]; i != nobody && i >= from;
+                 i = entries[i].next) {
+                const RtPoint& q = entries[i].position;
+                const double x = double(p.x) - q.x, y = double(p.y) - q.y, z = double(p.z) - q.z;
+                const double square = x * x + y * y + z * z;
+                if (square < nearest.square)
+                    nearest = { i, turn, square };
+            }
         return nearest;
     }
 
-    // Adds the point that comes next.
-    void add(const RtPoint& p, float area)
+    // Ask for what the search is going to read, first and second.
+    void prefetchBuckets(const Vicinity& vicinity) const
     {
-        uint32_t& head =
-            heads[bucketOf(axisOf(p.x).cell[0], axisOf(p.y).cell[0], axisOf(p.z).cell[0])];
+        for (unsigned i = 0; i < vicinity.count; ++i)
+            __builtin_prefetch(&heads[vicinity.buckets[i]]);
+    }
+    void prefetchPoints(const Vicinity& vicinity) const
+    {
+        for (unsigned i = 0; i < vicinity.count; ++i)
+            if (const uint32_t head = heads[vicinity.buckets[i]]; head != nobody)
+                __builtin_prefetch(&entries[head]);
+    }
+
+    // Adds the point that comes next.
+    void add(const RtPoint& p, const Vicinity& vicinity, float area)
+    {
+        uint32_t& head = heads[vicinity.buckets[0]];
         entries.push_back({ p, area, head });
         head = uint32_t(entries.size() - 1);
     }
 
+    uint32_t count() const { return uint32_t(entries.size()); }
     void enlarge(uint32_t point, float area) { entries[point].area += area; }
     float areaOf(size_t point) const { return entries[point].area; }
-
-    static constexpr uint32_t nobody = 0xFFFFFFFF;
 
 private:
     // The cell of a coordinate and the neighbour that is nearer, with the squares of the distances
@@ -142,21 +197,9 @@ private:
         const double way = is_low ? within : 1 - within;
         return { { i, is_low ? i - 1 : i + 1 }, { 0, way * way } };
     }
-    size_t bucketOf(int64_t x, int64_t y, int64_t z) const
+    uint32_t bucketOf(int64_t x, int64_t y, int64_t z) const
     {
-        return mix({ uint32_t(x), uint32_t(y), uint32_t(z) }).c & (heads.size() - 1);
-    }
-    void searchBucket(size_t bucket, const RtPoint& p, double* least, uint32_t* nearest) const
-    {
-        for (uint32_t i = heads[bucket]; i != nobody; i = entries[i].next) {
-            const RtPoint& q = entries[i].position;
-            const double x = double(p.x) - q.x, y = double(p.y) - q.y, z = double(p.z) - q.z;
-            const double d2 = x * x + y * y + z * z;
-            if (d2 < *least) {
-                *least = d2;
-                *nearest = i;
-            }
-        }
+        return mix({ uint32_t(x), uint32_t(y), uint32_t(z) }).c & uint32_t(heads.size() - 1);
     }
 
     struct Entry {
@@ -165,7 +208,8 @@ private:
         uint32_t next; // of the same bucket
     };
     const double radius, cells_per_unit;
-    CheckedVector<uint32_t> heads; // of the chains of entries, one for each bucket
+    CheckedVector<uint32_t>
+        heads; // of the chains of entries, the latest first; one for each bucket
     CheckedVector<Entry> entries;
 };
 
@@ -173,19 +217,14 @@ private:
 
 // ---- Candidates ----
 
-static bool isRequested(const std::atomic<int>* stop_request)
-{
-    return stop_request && *stop_request;
-}
-
 // Shuffled points of the unit square, evenly spread in each coordinate too. Empty after an error.
-static RtSampleTable makeCandidates(uint32_t count, const std::atomic<int>* stop_request)
+static RtSampleTable makeCandidates(uint32_t count, const SSSCrew& crew)
 {
     static constexpr int pattern_seed = 611, shuffle_seed = 612;
     const int side = int(ceil(sqrt(double(count))));
     const RtSampleTable table = makePattern(pattern_seed, side, RV_PATTERN_MULTI_JITTERED,
                                             module_path, __LINE__, "RvSSSPointCloudLookup");
-    if (table.points && !isRequested(stop_request))
+    if (table.points && !crew.isStopped())
         RvShufflePoints(shuffle_seed, 1, table.count, RV_PATTERN_MULTI_JITTERED, table.points);
     return table;
 }
@@ -208,35 +247,115 @@ static RtSSSPoint placeCandidate(const SSSSurface& surface, const AreaDistributi
     return point;
 }
 
-ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution& distribution,
-                              const SSSPointBudget& budget, const std::atomic<int>* stop_request)
-{
-    ScatteredPoints result;
-    if (distribution.shares.empty() || isRequested(stop_request))
-        return result;
-    struct Table : RtSampleTable {
-        ~Table() { RvFree_func(points); }
+// ---- Throwing ----
+
+namespace {
+
+// Accepts or rejects candidates one after another, in batches. What a candidate of a batch finds
+// among the points of earlier batches depends on no other candidate, so that any thread can look;
+// only points of its own batch are left for when its turn comes.
+class DartThrow {
+public:
+    DartThrow(const SSSSurface& the_surface, const AreaDistribution& areas,
+              const SSSPointBudget& the_budget)
+        : surface(the_surface), distribution(areas), budget(the_budget),
+          area(float(std::min(areas.total / the_budget.candidates, double(FLT_MAX)))),
+          accepted(the_budget), darts(std::min(most_darts, the_budget.candidates))
+    {
+        result.points.reserve(size_t{ budget.points } * 2);
+    }
+    ScatteredPoints run(const RtPoint2* candidates, const SSSCrew& crew);
+
+private:
+    static constexpr uint32_t first_batch = 1024, most_darts = 0x8000, piece_size = 512;
+
+    struct Dart {
+        RtSSSPoint point;
+        Vicinity vicinity;
+        Neighbour nearest; // of the earlier batches
     };
-    const Table candidates{ makeCandidates(budget.candidates, stop_request) };
-    if (!candidates.points)
-        throw std::bad_alloc();
-    const float area = float(std::min(distribution.total / budget.candidates, double(FLT_MAX)));
-    result.points.reserve(size_t{ budget.points } * 2);
-    AcceptedPoints accepted(budget);
-    for (uint32_t i = 0; i < budget.candidates && !isRequested(stop_request); ++i) {
-        const RtSSSPoint point = placeCandidate(surface, distribution, candidates.points[i]);
-        const uint32_t near = accepted.findNear(point.position);
-        if (near != AcceptedPoints::nobody) {
-            accepted.enlarge(near, area);
-            ++result.rejected;
-            continue;
+    void place(const RtPoint2* candidates, Dart* first, Dart* last) const;
+    void settle(const Dart& dart, uint32_t batch_start);
+
+    const SSSSurface& surface;
+    const AreaDistribution& distribution;
+    const SSSPointBudget& budget;
+    const float area; // of a candidate
+    AcceptedPoints accepted;
+    CheckedVector<Dart> darts; // of the batch
+    ScatteredPoints result;
+};
+
+} // namespace
+
+// Several at a time, so that waits for memory overlap.
+void DartThrow::place(const RtPoint2* candidates, Dart* first, Dart* last) const
+{
+    static constexpr ptrdiff_t group_size = 16;
+    while (first != last) {
+        Dart* const end = first + std::min(last - first, group_size);
+        for (Dart* dart = first; dart != end; ++dart) {
+            dart->point = placeCandidate(surface, distribution, *candidates++);
+            dart->vicinity = accepted.vicinityOf(dart->point.position);
+            accepted.prefetchBuckets(dart->vicinity);
         }
-        result.points.push_back(point);
-        accepted.add(point.position, area);
+        for (Dart* dart = first; dart != end; ++dart)
+            accepted.prefetchPoints(dart->vicinity);
+        for (; first != end; ++first)
+            first->nearest = accepted.findNear(first->point.position, first->vicinity, 0);
+    }
+}
+
+void DartThrow::settle(const Dart& dart, uint32_t batch_start)
+{
+    Neighbour nearest = accepted.findNear(dart.point.position, dart.vicinity, batch_start);
+    const Neighbour& old = dart.nearest;
+    // As if all had been searched at once: see findNear.
+    if (old.square < nearest.square || (old.square == nearest.square && old.turn < nearest.turn))
+        nearest = old;
+    if (nearest.point != nobody) {
+        accepted.enlarge(nearest.point, area);
+        ++result.rejected;
+        return;
+    }
+    result.points.push_back(dart.point);
+    accepted.add(dart.point.position, dart.vicinity, area);
+}
+
+ScatteredPoints DartThrow::run(const RtPoint2* candidates, const SSSCrew& crew)
+{
+    uint32_t batch = first_batch;
+    for (uint32_t start = 0; start < budget.candidates; start += batch, batch *= 2) {
+        batch = std::min({ batch, uint32_t(darts.size()), budget.candidates - start });
+        const auto placePiece = [&](int, int piece) {
+            const uint32_t first = uint32_t(piece) * piece_size;
+            const uint32_t last = std::min(first + piece_size, batch);
+            place(candidates + start + first, &darts[first], darts.data() + last);
+            return !crew.isStopped();
+        };
+        if (!crew.lead(int((batch + piece_size - 1) / piece_size), placePiece))
+            break;
+        const uint32_t batch_start = accepted.count();
+        for (uint32_t i = 0; i < batch; ++i)
+            settle(darts[i], batch_start);
     }
     for (size_t i = 0; i < result.points.size(); ++i)
         result.points[i].area = accepted.areaOf(i);
-    return result;
+    return std::move(result);
+}
+
+ScatteredPoints scatterPoints(const SSSSurface& surface, const AreaDistribution& distribution,
+                              const SSSPointBudget& budget, const SSSCrew& crew)
+{
+    if (distribution.shares.empty() || crew.isStopped())
+        return {};
+    struct Table : RtSampleTable {
+        ~Table() { RvFree_func(points); }
+    };
+    const Table candidates{ makeCandidates(budget.candidates, crew) };
+    if (!candidates.points)
+        throw std::bad_alloc();
+    return DartThrow(surface, distribution, budget).run(candidates.points, crew);
 }
 
 } // namespace rv

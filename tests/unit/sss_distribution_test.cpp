@@ -301,7 +301,8 @@ TEST_F(Distribution, a_stop_ends_it_at_once)
     const rv::AreaDistribution areas(soup);
     const std::atomic<int> stop = 1;
     const node_tools::AllocationLimit limit(0); // not even candidates are made
-    EXPECT_TRUE(rv::scatterPoints(soup, areas, rv::pointBudget(areas.total, 0.1f, 100), &stop)
+    EXPECT_TRUE(rv::scatterPoints(soup, areas, rv::pointBudget(areas.total, 0.1f, 100),
+                                  { .stop_request = &stop })
                     .points.empty());
 }
 

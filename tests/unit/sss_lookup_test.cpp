@@ -350,10 +350,14 @@ TEST_F(Lookups, more_samples_than_a_table_holds_are_reported_once)
     prepare();
     takeProblem();
     const std::atomic<int> stop = 1; // before there are any
-    EXPECT_EQ(rv::buildPointCloud({ rv::objectOf(node), 0, rv::show_no_samples, &stop }), nullptr);
+    EXPECT_EQ(
+        rv::buildPointCloud({ rv::objectOf(node), rv::show_no_samples, { .stop_request = &stop } }),
+        nullptr);
     EXPECT_EQ(takeProblem(), "[sss] sheet: limiting the point cloud to 6710886 samples");
     RvNodeSetInt(node, "sss_max_samples", 6710886);
-    EXPECT_EQ(rv::buildPointCloud({ rv::objectOf(node), 0, rv::show_no_samples, &stop }), nullptr);
+    EXPECT_EQ(
+        rv::buildPointCloud({ rv::objectOf(node), rv::show_no_samples, { .stop_request = &stop } }),
+        nullptr);
     EXPECT_EQ(takeProblem(), "");
 }
 

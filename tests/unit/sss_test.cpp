@@ -707,7 +707,8 @@ TEST_F(Clouds, a_stop_in_the_middle_ends_a_build)
             sg->out.RGB = RV_RGB_WHITE;
             return int(RV_TYPE_RGB);
         };
-        EXPECT_EQ(rv::buildPointCloud({ rv::objectOf(node), 0, rv::show_no_samples, &stop }),
+        EXPECT_EQ(rv::buildPointCloud(
+                      { rv::objectOf(node), rv::show_no_samples, { .stop_request = &stop } }),
                   nullptr);
     }
     EXPECT_EQ(calls, 20);
@@ -724,8 +725,7 @@ TEST_F(Clouds, long_builds_report_their_progress)
     distantLight();
     prepare();
     messages().clear();
-    const Cloud cloud(
-        rv::buildPointCloud({ rv::objectOf(node), 0, rv::show_no_samples, nullptr, 0 }));
+    const Cloud cloud(rv::buildPointCloud({ rv::objectOf(node), rv::show_no_samples, {}, 0 }));
     std::vector<std::string> progress;
     for (const LoggedMessage& m : takeReports())
         if (m.mask & RV_LOG_PROGRESS)

@@ -82,7 +82,7 @@ protected:
     // The cloud of a node as lookups get it.
     static Cloud cloudOf(const RtNode* node, int show = rv::show_no_samples, int thread = 0)
     {
-        return Cloud(rv::buildPointCloud({ rv::objectOf(node), thread, show, nullptr }));
+        return Cloud(rv::buildPointCloud({ rv::objectOf(node), show, { .thread = thread } }));
     }
     static RtNode* sheet(float side, float spacing, unsigned cells = 1)
     {
