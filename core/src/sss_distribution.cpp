@@ -120,9 +120,10 @@ class AcceptedPoints {
 public:
     explicit AcceptedPoints(const SSSPointBudget& budget)
         : radius(budget.spacing), cells_per_unit(0.5 / budget.spacing),
-          heads(std::bit_ceil(size_t{ budget.points } * 2), nobody)
+          heads(std::bit_ceil(size_t{ budget.points } * 2), nobody), starts(heads.size() + 1)
     {
         entries.reserve(size_t{ budget.points } * 2);
+        settled.reserve(size_t{ budget.points } * 2);
     }
 
     Vicinity vicinityOf(const RtPoint& p) const
@@ -138,34 +139,25 @@ public:
         return vicinity;
     }
 
-    // The nearest of the points `from` and later ones that is closer than the spacing. Of several
-    // the one in the first bucket, and of these the latest.
-    Neighbour findNear(const RtPoint& p, const Vicinity& vicinity, uint32_t from) const
+    // The nearest point closer than the spacing: of those that are settled, or of the others. Of
+    // several the one in the first bucket, and of these the latest.
+    Neighbour findSettled(const RtPoint& p, const Vicinity& vicinity) const
+    {
+        Neighbour nearest = { .square = radius * radius };
+        for (unsigned turn = 0; turn < vicinity.count; ++turn) {
+            const uint32_t* const range = &starts[vicinity.buckets[turn]];
+            for (uint32_t i = range[0]; i < range[1]; ++i)
+                compare(p, settled[i].position, settled[i].point, turn, &nearest);
+        }
+        return nearest;
+    }
+    Neighbour findRecent(const RtPoint& p, const Vicinity& vicinity) const
     {
         Neighbour nearest = { .square = radius * radius };
         for (unsigned turn = 0; turn < vicinity.count; ++turn)
-            for (uint32_t i = heads[vicinity.buckets[turn]]; i != nobody && i >= from;
-                 i = entries[i].next) {
-                const RtPoint& q = entries[i].position;
-                const double x = double(p.x) - q.x, y = double(p.y) - q.y, z = double(p.z) - q.z;
-                const double square = x * x + y * y + z * z;
-                if (square < nearest.square)
-                    nearest = { i, turn, square };
-            }
+            for (uint32_t i = heads[vicinity.buckets[turn]]; isRecent(i); i = entries[i].next)
+                compare(p, entries[i].position, i, turn, &nearest);
         return nearest;
-    }
-
-    // Ask for what the search is going to read, first and second.
-    void prefetchBuckets(const Vicinity& vicinity) const
-    {
-        for (unsigned i = 0; i < vicinity.count; ++i)
-            __builtin_prefetch(&heads[vicinity.buckets[i]]);
-    }
-    void prefetchPoints(const Vicinity& vicinity) const
-    {
-        for (unsigned i = 0; i < vicinity.count; ++i)
-            if (const uint32_t head = heads[vicinity.buckets[i]]; head != nobody)
-                __builtin_prefetch(&entries[head]);
     }
 
     // Adds the point that comes next.
@@ -175,8 +167,19 @@ public:
         entries.push_back({ p, area, head });
         head = uint32_t(entries.size() - 1);
     }
+    // Points from now on are the recent ones, if it is worth the while.
+    void settle()
+    {
+        if (entries.size() < settled.size() + settled.size() / 8)
+            return;
+        settled.clear();
+        for (size_t bucket = 0; bucket < heads.size(); ++bucket) {
+            for (uint32_t i = heads[bucket]; i != nobody; i = entries[i].next)
+                settled.push_back({ entries[i].position, i });
+            starts[bucket + 1] = uint32_t(settled.size());
+        }
+    }
 
-    uint32_t count() const { return uint32_t(entries.size()); }
     void enlarge(uint32_t point, float area) { entries[point].area += area; }
     float areaOf(size_t point) const { return entries[point].area; }
 
@@ -202,15 +205,31 @@ private:
         return mix({ uint32_t(x), uint32_t(y), uint32_t(z) }).c & uint32_t(heads.size() - 1);
     }
 
+    static void compare(const RtPoint& p, const RtPoint& q, uint32_t point, unsigned turn,
+                        Neighbour* nearest)
+    {
+        const double x = double(p.x) - q.x, y = double(p.y) - q.y, z = double(p.z) - q.z;
+        const double square = x * x + y * y + z * z;
+        if (square < nearest->square)
+            *nearest = { point, turn, square };
+    }
+    bool isRecent(uint32_t point) const { return point != nobody && point >= settled.size(); }
+
     struct Entry {
         RtPoint position;
-        float area;    // beside the place, because it changes whenever that is found
+        float area;
         uint32_t next; // of the same bucket
     };
+    struct SettledPoint {
+        RtPoint position;
+        uint32_t point;
+    };
     const double radius, cells_per_unit;
-    CheckedVector<uint32_t>
-        heads; // of the chains of entries, the latest first; one for each bucket
+    CheckedVector<uint32_t> heads; // of the chains of entries, the latest first, by bucket
     CheckedVector<Entry> entries;
+    // The points before the recent ones, bucket by bucket, the latest first.
+    CheckedVector<uint32_t> starts;
+    CheckedVector<SettledPoint> settled;
 };
 
 } // namespace
@@ -260,57 +279,67 @@ public:
               const SSSPointBudget& the_budget)
         : surface(the_surface), distribution(areas), budget(the_budget),
           area(float(std::min(areas.total / the_budget.candidates, double(FLT_MAX)))),
-          accepted(the_budget), darts(std::min(most_darts, the_budget.candidates))
+          accepted(the_budget), darts(std::min(largest_batch, the_budget.candidates)),
+          order(darts.size())
     {
         result.points.reserve(size_t{ budget.points } * 2);
     }
     ScatteredPoints run(const RtPoint2* candidates, const SSSCrew& crew);
 
 private:
-    static constexpr uint32_t first_batch = 1024, most_darts = 0x8000, piece_size = 512;
+    static constexpr uint32_t first_batch = 0x800, largest_batch = 0x10000, piece_size = 512;
 
+    struct Candidate {
+        RtPoint2 place;
+        uint32_t index; // in the batch
+    };
     struct Dart {
         RtSSSPoint point;
         Vicinity vicinity;
-        Neighbour nearest; // of the earlier batches
+        Neighbour settled;
     };
-    void place(const RtPoint2* candidates, Dart* first, Dart* last) const;
-    void settle(const Dart& dart, uint32_t batch_start);
+    void sortBatch(const RtPoint2* candidates, uint32_t batch);
+    void place(const RtPoint2& candidate, Dart* dart) const;
+    void throwDart(const Dart& dart);
 
     const SSSSurface& surface;
     const AreaDistribution& distribution;
     const SSSPointBudget& budget;
     const float area; // of a candidate
     AcceptedPoints accepted;
-    CheckedVector<Dart> darts; // of the batch
+    CheckedVector<Dart> darts;      // of the batch
+    CheckedVector<Candidate> order; // in which they are placed
     ScatteredPoints result;
 };
 
 } // namespace
 
-// Several at a time, so that waits for memory overlap.
-void DartThrow::place(const RtPoint2* candidates, Dart* first, Dart* last) const
+// By the first coordinate, roughly: neighbours on a surface need the same memory.
+void DartThrow::sortBatch(const RtPoint2* candidates, uint32_t batch)
 {
-    static constexpr ptrdiff_t group_size = 16;
-    while (first != last) {
-        Dart* const end = first + std::min(last - first, group_size);
-        for (Dart* dart = first; dart != end; ++dart) {
-            dart->point = placeCandidate(surface, distribution, *candidates++);
-            dart->vicinity = accepted.vicinityOf(dart->point.position);
-            accepted.prefetchBuckets(dart->vicinity);
-        }
-        for (Dart* dart = first; dart != end; ++dart)
-            accepted.prefetchPoints(dart->vicinity);
-        for (; first != end; ++first)
-            first->nearest = accepted.findNear(first->point.position, first->vicinity, 0);
-    }
+    static constexpr uint32_t part_count = 4096;
+    uint32_t ends[part_count + 1] = {};
+    const auto partOf = [&](uint32_t i) { return uint32_t(candidates[i].x * part_count); };
+    for (uint32_t i = 0; i < batch; ++i)
+        ++ends[partOf(i) + 1];
+    for (uint32_t part = 0; part < part_count; ++part)
+        ends[part + 1] += ends[part];
+    for (uint32_t i = 0; i < batch; ++i)
+        order[ends[partOf(i)]++] = { candidates[i], i };
 }
 
-void DartThrow::settle(const Dart& dart, uint32_t batch_start)
+void DartThrow::place(const RtPoint2& candidate, Dart* dart) const
 {
-    Neighbour nearest = accepted.findNear(dart.point.position, dart.vicinity, batch_start);
-    const Neighbour& old = dart.nearest;
-    // As if all had been searched at once: see findNear.
+    dart->point = placeCandidate(surface, distribution, candidate);
+    dart->vicinity = accepted.vicinityOf(dart->point.position);
+    dart->settled = accepted.findSettled(dart->point.position, dart->vicinity);
+}
+
+void DartThrow::throwDart(const Dart& dart)
+{
+    Neighbour nearest = accepted.findRecent(dart.point.position, dart.vicinity);
+    const Neighbour& old = dart.settled;
+    // As if all had been searched at once: see AcceptedPoints.
     if (old.square < nearest.square || (old.square == nearest.square && old.turn < nearest.turn))
         nearest = old;
     if (nearest.point != nobody) {
@@ -325,19 +354,21 @@ void DartThrow::settle(const Dart& dart, uint32_t batch_start)
 ScatteredPoints DartThrow::run(const RtPoint2* candidates, const SSSCrew& crew)
 {
     uint32_t batch = first_batch;
-    for (uint32_t start = 0; start < budget.candidates; start += batch, batch *= 2) {
+    for (uint32_t start = 0; start < budget.candidates; start += batch, batch *= 4) {
         batch = std::min({ batch, uint32_t(darts.size()), budget.candidates - start });
+        sortBatch(candidates + start, batch);
         const auto placePiece = [&](int, int piece) {
             const uint32_t first = uint32_t(piece) * piece_size;
             const uint32_t last = std::min(first + piece_size, batch);
-            place(candidates + start + first, &darts[first], darts.data() + last);
+            for (uint32_t i = first; i < last; ++i)
+                place(order[i].place, &darts[order[i].index]);
             return !crew.isStopped();
         };
         if (!crew.lead(int((batch + piece_size - 1) / piece_size), placePiece))
             break;
-        const uint32_t batch_start = accepted.count();
         for (uint32_t i = 0; i < batch; ++i)
-            settle(darts[i], batch_start);
+            throwDart(darts[i]);
+        accepted.settle();
     }
     for (size_t i = 0; i < result.points.size(); ++i)
         result.points[i].area = accepted.areaOf(i);
