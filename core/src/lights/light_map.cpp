@@ -60,10 +60,12 @@ void flushLight(RtNode* light, int flags)
     const RtLightData* const data = lightData(light);
     if (!data || !data->map || !isFlushed(*data, flags))
         return;
-    if (the_frame->hooks->rendering()) // one table is enough for a render
+    if (the_frame->hooks->rendering()) { // one table is enough for a render
         data->map->is_stale = true;
-    else
-        data->map->tables_built = false;
+        return;
+    }
+    ++data->map->flush_count; // before the flag: see publish
+    data->map->tables_built = false;
 }
 
 // ---- Requests to stop ----
@@ -152,8 +154,18 @@ static RtLightTable* makeTable(RtLightMap* map, int thread)
     return nullptr;
 }
 
+// A flush since the table was begun holds for it too. Either it is seen here, or it clears the flag
+// after it was set here.
+static void publish(RtLightMap* map, unsigned flushes_before)
+{
+    map->tables_built = true;
+    if (map->flush_count != flushes_before)
+        map->tables_built = false;
+}
+
 static void build(RtLightMap* map, int thread)
 {
+    const unsigned flushes_before = map->flush_count;
     const AnnouncedWork announced(&map->work); // the log may take its time
     const char* const type = RvNodeEntryGetName(map->light->entry);
     const char* const space = map->type.names_light ? " " : "";
@@ -167,7 +179,7 @@ static void build(RtLightMap* map, int thread)
     if (!made)
         map->is_stale = true; // to be tried again, but not at the very next point
     map->table = made && made->table.average_energy > 0 ? &made->table : nullptr;
-    map->tables_built.store(true, std::memory_order_release);
+    publish(map, flushes_before);
     if (!made)
         return;
     map->tables = made;

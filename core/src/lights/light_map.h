@@ -47,6 +47,7 @@ struct RtLightMap {
     RtCritSec lock = {};
     rv::JointWork work;
     std::atomic<bool> tables_built = false;
+    std::atomic<unsigned> flush_count = 0;                 // between renders
     std::atomic<const RtImportanceTable*> table = nullptr; // null when there is nothing to sample
     RtLightTable* tables = nullptr;                        // under the lock
 };

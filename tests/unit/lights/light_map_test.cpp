@@ -163,6 +163,26 @@ TEST_F(LightMaps, flushing_while_a_render_uses_the_tables_waits_for_the_next)
     EXPECT_EQ(built(), 64);
 }
 
+TEST_F(LightMaps, a_flush_while_a_table_is_made_holds_for_it)
+{
+    for (const auto& [type, bit] : { std::pair{ "skydome", 0x8 }, { "quad", 0x10 } })
+        for (const bool is_flushed : { true, false }) {
+            make(type);
+            int left = is_flushed ? 1 : 0;
+            colorBy([&](RtShaderGlobals* sg) {
+                if (evaluations == 30 && left-- > 0)
+                    RvUniverseCacheFlush(bit);
+                return roughColor(sg);
+            });
+            prepare();
+            EXPECT_EQ(lit().size(), 1u) << type << ": by the table that was begun";
+            takeEvaluations();
+            EXPECT_EQ(built(), is_flushed ? 64 : 0) << type;
+            EXPECT_EQ(built(), 0) << type;
+            startAnew();
+        }
+}
+
 TEST_F(LightMaps, a_point_that_was_lit_before_a_flush_keeps_its_table)
 {
     for (const char* type : { "skydome", "quad" }) {
@@ -429,6 +449,33 @@ TEST_F(LightMaps, concurrent_tables_know_no_messages_and_leave_none)
             });
             startAnew();
         }
+}
+
+// Required: messages belong to the thread, so that the shader behind a sample may hear what the one
+// that asks for light has to say, and answer. Only tables must not depend on who needs them first.
+TEST_F(LightMaps, shaders_behind_samples_share_the_messages_of_their_thread)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        make(type);
+        int heard = 0;
+        colorBy([&](RtShaderGlobals* sg) {
+            if (mapOf(node).tables_built) {
+                RvMessageGetIntFunc(sg, "question", &heard);
+                RvMessageSetIntFunc(sg, "answer", 7);
+            }
+            return roughColor(sg);
+        });
+        prepare();
+        RtShaderGlobals sg = surface({ 0, 0, -1 });
+        EXPECT_TRUE(RvMessageSetIntFunc(&sg, "question", 6));
+        EXPECT_EQ(samplesAt(sg).size(), 1u);
+        EXPECT_EQ(heard, 6) << type;
+        int answer = 0;
+        EXPECT_TRUE(RvMessageGetIntFunc(&sg, "answer", &answer));
+        EXPECT_EQ(answer, 7) << type;
+        endSample(0);
+        startAnew();
+    }
 }
 
 // ---- Shaders that look at light themselves ----
