@@ -172,6 +172,12 @@ static RtGObject* ownerOf(const RtShaderGlobals* sg, RtGObject* object)
     return source && source->data == object->data ? source : object;
 }
 
+// Contexts that do not come from a ray know no matrix.
+static bool isInWorld(const RtShaderGlobals* sg)
+{
+    return !sg->instance && RvM4IsIdentity(&sg->world_to_object);
+}
+
 // Of a mesh that changes its form it is the same place on the surface.
 static RtPoint pointOnObject(const RtShaderGlobals* sg, const RtGObject* object, float time)
 {
@@ -181,16 +187,20 @@ static RtPoint pointOnObject(const RtShaderGlobals* sg, const RtGObject* object,
         MeshVertices(object, time).ofTriangle(sg->prim_index, p);
         return p[0] * (1 - sg->bary_u - sg->bary_v) + p[1] * sg->bary_u + p[2] * sg->bary_v;
     }
-    RvM4PointByMatrixMult(&p[0], &sg->world_to_object, &sg->point);
+    RtMatrix to_object = sg->world_to_object;
+    if (isInWorld(sg)) {
+        const RtMatrix to_world = placeInWorld(object, sg->time);
+        RvM4Invert(&to_world, &to_object);
+    }
+    RvM4PointByMatrixMult(&p[0], &to_object, &sg->point);
     return p[0];
 }
 
-// In the frame of the cloud. Contexts that do not come from a ray know no matrix: their points are
-// in the world, and so are those of an object that has one place there.
+// In the frame of the cloud. Free points of an object that has one place are there already.
 static RtPoint pointInCloud(const RtShaderGlobals* sg, const RtGObject* object,
                             const RtSSSPointCloud& cloud)
 {
-    if (cloud.has_one_place && !sg->instance && RvM4IsIdentity(&sg->world_to_object))
+    if (cloud.has_one_place && isInWorld(sg))
         return sg->point;
     RtPoint point = pointOnObject(sg, object, cloud.time);
     RvM4PointByMatrixMult(&point, &cloud.frame, &point);

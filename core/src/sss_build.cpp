@@ -70,6 +70,11 @@ static Placement placementOf(const RtGObject* object, float time)
     return placement;
 }
 
+RtMatrix placeInWorld(const RtGObject* object, float time)
+{
+    return placementOf(object, time).to_world;
+}
+
 namespace {
 
 // The mesh as it stands in the world at the time of the cloud.

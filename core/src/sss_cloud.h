@@ -215,6 +215,10 @@ struct SSSBuildOrder {
     uint32_t progress_interval = 5000; // milliseconds between two reports of its lighting
 };
 
+// From the space of an object to where it stands in the world; where its first instance does when
+// it is hidden.
+RtMatrix placeInWorld(const RtGObject* object, float time);
+
 // Values of the option "show_samples".
 enum ShowSamples { show_no_samples, show_sss_points, show_sss_irradiance, show_samples_count };
 

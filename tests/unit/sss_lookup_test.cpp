@@ -173,6 +173,47 @@ TEST_F(Lookups, radiance_without_a_ray_is_looked_up_in_the_world)
     }
 }
 
+TEST_F(Lookups, radiance_on_what_moves_is_that_of_the_place_at_the_start)
+{
+    RtNode* const camera = node_tools::named("persp_camera", "camera");
+    RvNodeSetPtr(options(), "camera", camera);
+    RvNodeSetFlt(camera, "shutter_end", 1);
+    RtNode* const node = sheet(4, 0.1f);
+    RtNode* const wax = makeWax("wax", 0.7f);
+    setShaderOf(node, wax);
+    shape_fixture::setMatrices(node, { translation(20, 0, 0), translation(30, 0, 0) });
+    distantLight();
+    prepare();
+    const RtVector up = { 0, 0, 1 };
+    for (const float x : { 18.1f, 20.3f, 21.9f }) {
+        const RtPoint place = { x, 0, 0 };
+        const RtRGB got = RvRadiance(&place, &up, &up, node, 0, 0.2f, 0.3f, wax);
+        EXPECT_GT(got.r, 0.1f) << x;
+        EXPECT_NEAR(got.r, at(x, 0, 0.7f).r, 1e-5f) << x;
+        EXPECT_NEAR(got.r, lookUp(hitAt(x + 10, 0, 1), { 0.7f, 0.7f, 0.7f }).r, 1e-4f) << x;
+    }
+    const RtPoint beside = { 0, 0, 0 };
+    EXPECT_EQ(RvRadiance(&beside, &up, &up, node, 0, 0.2f, 0.3f, wax).r, 0);
+}
+
+TEST_F(Lookups, radiance_on_a_hidden_source_is_that_of_its_first_instance)
+{
+    RtNode* const node = sheet(4, 0.1f);
+    RtNode* const wax = makeWax("wax", 0.7f);
+    setShaderOf(node, wax);
+    RvNodeSetInt(node, "visibility", 0);
+    RvNodeSetInt(instanceOf(node, "copy", translation(20, 0, 0)), "visibility", 65535);
+    distantLight();
+    prepare();
+    const RtVector up = { 0, 0, 1 };
+    for (const float x : { 18.1f, 20.3f }) {
+        const RtPoint place = { x, 0, 0 };
+        const RtRGB got = RvRadiance(&place, &up, &up, node, 0, 0.2f, 0.3f, wax);
+        EXPECT_GT(got.r, 0.1f) << x;
+        EXPECT_NEAR(got.r, at(x, 0, 0.7f).r, 1e-5f) << x;
+    }
+}
+
 TEST_F(Lookups, radii_grow_with_the_scale_of_an_instance_against_its_source)
 {
     RtNode* const node = sheet(2, 0.05f);
