@@ -11,6 +11,8 @@
 #include "links.h"
 #include "rv_threads.h"
 
+#include <new>
+
 // How a type of light fills its table and speaks of it.
 struct RtLightMapType {
     int64_t RtStats::*bytes; // where tables are counted
@@ -104,6 +106,24 @@ LightColor* requireColor(LightColor** color, const RtLightMap& map, const RtShad
 inline RtRGB plainColor(const RtLightMap& map)
 {
     return lightParam<RtRGB>(map.light, light_color_param);
+}
+
+// ---- For the methods of light types ----
+
+// Initialize of a type whose data is made of the light and the type of its map, and has that map as
+// its member `map`.
+template <class Data, class Point>
+void initializeMappedLight(RtNode* light, RtLightType type, const RtLightMapType& map_type,
+                           const char* file)
+{
+    const auto destroy = [](void* data) {
+        static_cast<Data*>(data)->~Data();
+        RvFree_func(data);
+    };
+    if (!initializeLight(light, type, { sizeof(Data), sizeof(Point) }, file, destroy))
+        return;
+    auto* const data = new (lightData(light)->type_data) Data(light, map_type);
+    lightData(light)->map = &data->map;
 }
 
 } // namespace rv

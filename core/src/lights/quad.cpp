@@ -63,21 +63,12 @@ struct QuadLightPoint : RtLightPoint {
 
 static QuadLightData* dataOf(const RtNode* node) { return lightTypeData<QuadLightData>(node); }
 
-static void destroyData(void* data)
-{
-    static_cast<QuadLightData*>(data)->~QuadLightData();
-    RvFree_func(data);
-}
-
 extern const RtLightMapType quad_map;
 
 static void initialize(RtNode* node, void*)
 {
-    if (!initializeLight(node, RV_LIGHT_QUAD, { sizeof(QuadLightData), sizeof(QuadLightPoint) },
-                         module_path, destroyData))
-        return;
-    auto* const data = new (lightData(node)->type_data) QuadLightData(node, quad_map);
-    lightData(node)->map = &data->map;
+    initializeMappedLight<QuadLightData, QuadLightPoint>(node, RV_LIGHT_QUAD, quad_map,
+                                                         module_path);
 }
 
 // ---- Geometry ----

@@ -148,21 +148,12 @@ struct SkydomePoint : RtLightPoint {
 
 static SkydomeData* dataOf(const RtNode* node) { return lightTypeData<SkydomeData>(node); }
 
-static void destroyData(void* data)
-{
-    static_cast<SkydomeData*>(data)->~SkydomeData();
-    RvFree_func(data);
-}
-
 extern const RtLightMapType skydome_map;
 
 static void initialize(RtNode* node, void*)
 {
-    if (!initializeLight(node, RV_LIGHT_SKYDOME, { sizeof(SkydomeData), sizeof(SkydomePoint) },
-                         module_path, destroyData))
-        return;
-    auto* const data = new (lightData(node)->type_data) SkydomeData(node, skydome_map);
-    lightData(node)->map = &data->map;
+    initializeMappedLight<SkydomeData, SkydomePoint>(node, RV_LIGHT_SKYDOME, skydome_map,
+                                                     module_path);
 }
 
 static void updateMatrices(SkydomeData* data, const RtNode* node)
