@@ -116,7 +116,7 @@ bool hitsOurs(RtGObject* object, const Ray& ray, uint16_t type, int thread)
     RtTraversal traversal = {};
     traversal.ray_type = type;
     traversal.thread = uint8_t(thread);
-    traversal.any_hit = type == RV_RAY_SHADOW;
+    traversal.any_hit = traversal.any_order = type == RV_RAY_SHADOW;
     traversal.from_prim = rv_no_primitive;
     RvIntersectObject(object, traversal, { ray.origin, ray.dir, mindist, 0, rv_no_primitive },
                       hits);

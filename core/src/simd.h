@@ -17,6 +17,7 @@ struct Float4 {
     static Float4 load(const float* aligned) { return _mm_load_ps(aligned); }
     static Float4 loadUnaligned(const float* p) { return _mm_loadu_ps(p); }
     void store(float* aligned) const { _mm_store_ps(aligned, v); }
+    void storeUnaligned(float* p) const { _mm_storeu_ps(p, v); }
 };
 
 inline Float4 operator+(Float4 a, Float4 b) { return _mm_add_ps(a.v, b.v); }
@@ -42,6 +43,30 @@ inline Float4 select(Mask4 mask, Float4 yes, Float4 no)
 {
     return _mm_blendv_ps(no.v, yes.v, mask.v);
 }
+
+// Four whole numbers.
+struct Int4 {
+    __m128i v;
+
+    static Int4 load(const uint32_t* aligned)
+    {
+        return { _mm_load_si128(reinterpret_cast<const __m128i*>(aligned)) };
+    }
+    static Int4 load(const uint16_t* p)
+    {
+        return { _mm_cvtepu16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))) };
+    }
+    void storeUnaligned(uint32_t* p) const { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+};
+
+// Lane i of the result is that lane of `a` whose laneBytes() are in lane i of the order.
+constexpr uint32_t laneBytes(unsigned lane) { return 0x03020100 + lane * 0x04040404; }
+inline Int4 permute(Int4 a, Int4 order) { return { _mm_shuffle_epi8(a.v, order.v) }; }
+inline Float4 permute(Float4 a, Int4 order)
+{
+    return _mm_castsi128_ps(_mm_shuffle_epi8(_mm_castps_si128(a.v), order.v));
+}
+inline Mask4 permute(Mask4 a, Int4 order) { return { permute(Float4(a.v), order).v }; }
 
 // The four bytes of a word, the lowest first, as numbers from 0 to 255.
 inline Float4 fromBytes(uint32_t word)

@@ -77,12 +77,17 @@ private:
     RtMemPool* pool;
 };
 
-static RtTraversal traversalOf(const RtRay& ray)
+// What is wanted of the hits of a ray: those nearest to its origin, or only whether light gets
+// through, where one opaque hit is as good as another.
+enum class Wanted { nearest, light };
+
+static RtTraversal traversalOf(const RtRay& ray, Wanted wanted)
 {
     RtTraversal traversal = {};
     traversal.ray_type = ray.type;
     traversal.thread = uint8_t(threadOf(ray));
     traversal.any_hit = (ray.type & RV_RAY_SHADOW) && ray.sg;
+    traversal.any_order = traversal.any_hit && wanted == Wanted::light;
     traversal.inclusive_traceset = ray.inclusive_traceset;
     traversal.traceset = ray.traceset;
     if (ray.traceset && *ray.traceset)
@@ -98,9 +103,9 @@ static RtTraversal traversalOf(const RtRay& ray)
     return traversal;
 }
 
-static void traverseScene(RtGObject* root, const RtRay& ray, RtHitList& hits)
+static void traverseScene(RtGObject* root, const RtRay& ray, Wanted wanted, RtHitList& hits)
 {
-    const RtTraversal traversal = traversalOf(ray);
+    const RtTraversal traversal = traversalOf(ray, wanted);
     const RtObjectRay object_ray = { ray.origin, ray.dir, float(ray.mindist), ray.time,
                                      rv_no_primitive };
     const bool two_passes = render_options->trace_opaque_first && hits.capacity >= 2;
@@ -112,7 +117,7 @@ static void traverseScene(RtGObject* root, const RtRay& ray, RtHitList& hits)
     RvIntersectObject(root, traversal, object_ray, hits);
 }
 
-uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
+static uint32_t findHits(const RtRay& ray, Wanted wanted, uint32_t capacity, RtHit* hits)
 {
     RtNode* const root = the_frame->scene->root;
     RtGObject* const object = shapeObject(root);
@@ -122,8 +127,13 @@ uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
     list.capacity = capacity;
     list.maxdist = float(ray.maxdist);
     list.hits = hits;
-    traverseScene(object, ray, list);
+    traverseScene(object, ray, wanted, list);
     return list.count;
+}
+
+uint32_t findHits(const RtRay& ray, uint32_t capacity, RtHit* hits)
+{
+    return findHits(ray, Wanted::nearest, capacity, hits);
 }
 
 static void noteDepth(const RtRay& ray)
@@ -133,10 +143,10 @@ static void noteDepth(const RtRay& ray)
 }
 
 // Counts the ray, finds its hits and counts them.
-static uint32_t trace(const RtRay& ray, uint32_t capacity, RtHit* hits)
+static uint32_t trace(const RtRay& ray, Wanted wanted, uint32_t capacity, RtHit* hits)
 {
     countRay(ray);
-    const uint32_t count = findHits(ray, capacity, hits);
+    const uint32_t count = findHits(ray, wanted, capacity, hits);
     countHits(ray, count);
     for (uint32_t i = 0; i < count; ++i)
         noteHit(hits[i].object, threadOf(ray));
@@ -461,7 +471,7 @@ RtRGB traceShadow(const RtRay& ray)
     TraceScratch scratch(threadOf(ray));
     const uint32_t capacity = through ? uint32_t(settings.depth) + 1 : 1;
     RtHit* const hits = scratch.allocate<RtHit>(capacity);
-    const uint32_t count = trace(ray, capacity, hits);
+    const uint32_t count = trace(ray, Wanted::light, capacity, hits);
     const RayOutputs outputs(ray);
     const bool has_atmosphere = render_options->atmosphere;
     ShadowOpacity shadow(settings.threshold);
@@ -499,7 +509,7 @@ bool RvTrace(const RtRay* ray, RtScrSample* sample)
     const uint32_t capacity = settings.always ? uint32_t(settings.depth) + 1 : 1;
     rv::TraceScratch scratch(rv::threadOf(*ray));
     RtHit* const hits = scratch.allocate<RtHit>(capacity);
-    const uint32_t count = rv::trace(*ray, capacity, hits);
+    const uint32_t count = rv::trace(*ray, rv::Wanted::nearest, capacity, hits);
     if (!count) {
         RvTraceBackground(ray, sample);
         outputs.record(0, *sample, nullptr);
@@ -519,7 +529,7 @@ bool RvTraceProbe(const RtRay* ray, RtShaderGlobals* sgout)
     RtMatrix matrix;
     {
         rv::TraceScratch scratch(rv::threadOf(*ray));
-        if (!rv::trace(*ray, 1, &hit))
+        if (!rv::trace(*ray, rv::Wanted::nearest, 1, &hit))
             return false;
         if (hit.matrix)
             matrix = *hit.matrix;

@@ -176,6 +176,7 @@ TEST_F(ListObj, a_thousand_lists_inside_each_other_are_one_object)
     const RtTraversal traversal = { .ray_type = RV_RAY_CAMERA,
                                     .thread = 0,
                                     .any_hit = false,
+                                    .any_order = false,
                                     .inclusive_traceset = false,
                                     .traceset = nullptr,
                                     .traceset_hash = 0,

@@ -36,6 +36,7 @@ struct RtTraversal {
     uint16_t ray_type;         // RV_RAY_*
     uint8_t thread;            // render thread
     bool any_hit;              // shadow ray from a shading context: the first opaque hit ends it
+    bool any_order;            // with any_hit: which opaque hit ends it makes no difference
     bool inclusive_traceset;   // hit only the trace set, instead of avoiding it
     const char* traceset;      // null or "" for none
     uint32_t traceset_hash;    // of that name

@@ -51,34 +51,37 @@ template <class Family> struct IndexLeaves {
 
 // ---- Traversal ----
 
+// A child: a leaf of `count` primitives from `index` on, or the node `index` when there are none.
 struct StackEntry {
-    float tnear;
     uint32_t count;
     uint32_t index;
 };
 
 // A binary path has at most 64 splits and then 17 halvings, a four-wide one half as many nodes.
-// Each leaves three slots on the stack, and four more of a node that was opened with it.
-inline constexpr int stack_size = 7 * ((split_depth_limit + 17) / 2 + 1) + 8;
+// Each leaves three slots on the stack, and four more of a node that was opened with it. A push
+// writes four places, whatever it keeps.
+inline constexpr int stack_size = 7 * ((split_depth_limit + 17) / 2 + 1) + 12;
 
 // The ray as the box tests of a hierarchy want it.
 struct BoxRay {
-    Float4 origin[3], inverse[3], mindist;
+    Float4 origin[3], inverse[3], mindist, maxdist;
     unsigned near_row[3]; // 0 or 1: whether the ray meets the minimum or the maximum first
-    unsigned octant;
+    unsigned octant;      // of the order in which children are visited
 
-    explicit BoxRay(const RtObjectRay& ray) : mindist(ray.mindist)
+    // With `far_first` the children are visited from far to near.
+    BoxRay(const RtObjectRay& ray, float longest, bool far_first)
+        : mindist(ray.mindist), maxdist(longest)
     {
         // Directions without a component give infinities, which the comparisons handle.
         const float o[3] = { ray.origin.x, ray.origin.y, ray.origin.z };
         const float d[3] = { ray.dir.x, ray.dir.y, ray.dir.z };
-        octant = 0;
+        octant = far_first ? 7 : 0; // the opposite direction sees everything the other way round
         for (unsigned axis = 0; axis < 3; ++axis) {
             const float inv = 1 / d[axis];
             origin[axis] = Float4(o[axis]);
             inverse[axis] = Float4(inv);
             near_row[axis] = inv < 0;
-            octant |= near_row[axis] << axis;
+            octant ^= near_row[axis] << axis;
         }
     }
 };
@@ -89,7 +92,7 @@ struct SlotSpans {
 };
 
 // `at(axis, side)` gives the four minima (side 0) or maxima (side 1).
-template <class Rows> inline SlotSpans slotSpans(const BoxRay& ray, float maxdist, const Rows& at)
+template <class Rows> inline SlotSpans slotSpans(const BoxRay& ray, const Rows& at)
 {
     Float4 enter[3], leave[3];
     for (unsigned axis = 0; axis < 3; ++axis) {
@@ -100,120 +103,130 @@ template <class Rows> inline SlotSpans slotSpans(const BoxRay& ray, float maxdis
     // NaN, from a box side that the ray runs along, limits nothing: it is never the second operand
     // of the last comparison.
     return { max(enter[0], max(enter[1], max(enter[2], ray.mindist))),
-             min(leave[0], min(leave[1], min(leave[2], Float4(maxdist)))) };
+             min(leave[0], min(leave[1], min(leave[2], ray.maxdist))) };
 }
 
-inline SlotSpans slotSpans(const RtBVH4Node& node, const BoxRay& ray, float maxdist, float)
+inline SlotSpans slotSpans(const RtBVH4Node& node, const BoxRay& ray, float)
 {
-    return slotSpans(ray, maxdist, [&node](unsigned axis, unsigned side) {
+    return slotSpans(ray, [&node](unsigned axis, unsigned side) {
         return Float4::load(node.rows[2 * axis + side]);
     });
 }
 
-inline SlotSpans slotSpans(const RtBVH4MotionNode& node, const BoxRay& ray, float maxdist,
-                           float weight)
+inline SlotSpans slotSpans(const RtBVH4MotionNode& node, const BoxRay& ray, float weight)
 {
     const Float4 w1(weight), w0(1 - weight);
-    return slotSpans(ray, maxdist, [&](unsigned axis, unsigned side) {
+    return slotSpans(ray, [&](unsigned axis, unsigned side) {
         return w0 * Float4::load(node.rows[4 * axis + 2 * side]) +
                w1 * Float4::load(node.rows[4 * axis + 2 * side + 1]);
     });
 }
 
-// Entries of children that wait to be visited, the next one on top.
-struct TraversalStack {
-    StackEntry entries[stack_size];
-    int top = 0;
+// Orders of lanes for permute().
+struct LaneOrders {
+    alignas(16) uint32_t reversed[256][4]; // by the order byte of a node: its last slot first
+    alignas(16) uint32_t packed[16][4];    // by mask: the lanes in it
+};
 
-    // Takes the next entry that begins before maxdist; false when there is none.
+constexpr LaneOrders laneOrders()
+{
+    LaneOrders orders = {};
+    for (unsigned order = 0; order < 256; ++order)
+        for (unsigned place = 0; place < 4; ++place)
+            orders.reversed[order][3 - place] = laneBytes(order >> 2 * place & 3);
+    for (unsigned mask = 0; mask < 16; ++mask)
+        for (unsigned lane = 0, n = 0; lane < 4; ++lane)
+            if (mask >> lane & 1)
+                orders.packed[mask][n++] = laneBytes(lane);
+    return orders;
+}
+inline constexpr LaneOrders lane_orders = laneOrders();
+
+// Children that wait to be visited, the next one on top.
+struct TraversalStack {
+    float tnear[stack_size];
+    uint32_t count[stack_size], index[stack_size];
+    unsigned top = 0;
+
+    // Takes the next child that begins before maxdist; false when there is none.
     bool pop(float maxdist, StackEntry* entry)
     {
         do {
             if (!top)
                 return false;
-            *entry = entries[--top];
-        } while (!(entry->tnear < maxdist));
+            --top;
+        } while (!(tnear[top] < maxdist));
+        *entry = { count[top], index[top] };
         return true;
     }
 };
 
-// The children of a node that a ray enters, and their order from near to far.
+// The children of a node that a ray enters, and the order in which it visits them.
 template <class Node> struct NodeHits {
     const Node& node;
-    unsigned mask;
     unsigned order;
-    alignas(16) float tnear[4];
+    Int4 reversed;
+    Float4 tnear;
+    unsigned mask; // bit 3 is the first slot in the order, bit 0 the last one
 
-    NodeHits(const Node& n, const BoxRay& ray, float maxdist, float weight)
-        : node(n), order(n.order[ray.octant])
+    NodeHits(const Node& n, const BoxRay& ray, float weight)
+        : node(n), order(n.order[ray.octant]), reversed(Int4::load(lane_orders.reversed[order]))
     {
-        const SlotSpans spans = slotSpans(n, ray, maxdist, weight);
-        mask = (spans.tnear <= spans.tfar).bits();
-        spans.tnear.store(tnear);
+        const SlotSpans spans = slotSpans(n, ray, weight);
+        tnear = spans.tnear;
+        mask = permute(spans.tnear <= spans.tfar, reversed).bits();
     }
-    unsigned slot(unsigned place) const { return order >> 2 * place & 3; }
-    bool enters(unsigned place) const { return mask >> slot(place) & 1; }
-    // Written in any case and kept if the ray enters it, which no branch can mispredict.
-    void push(unsigned place, TraversalStack& stack) const
+    // Pushes them all, the first one last and without a branch: whatever is written above the top
+    // does not count.
+    void push(TraversalStack& stack) const
     {
-        const unsigned s = slot(place);
-        stack.entries[stack.top] = { tnear[s], node.count[s], node.child[s] };
-        stack.top += int(mask >> s & 1);
+        const Int4 lanes = permute(reversed, Int4::load(lane_orders.packed[mask]));
+        const unsigned top = stack.top;
+        permute(tnear, lanes).storeUnaligned(stack.tnear + top);
+        permute(Int4::load(node.count), lanes).storeUnaligned(stack.count + top);
+        permute(Int4::load(node.child), lanes).storeUnaligned(stack.index + top);
+        stack.top = top + unsigned(std::popcount(mask));
     }
     StackEntry entry(unsigned place) const
     {
-        const unsigned s = slot(place);
-        return { 0, node.count[s], node.child[s] };
+        const unsigned slot = order >> 2 * place & 3;
+        return { node.count[slot], node.child[slot] };
     }
-    // Pushes all children but the nearest, which becomes the entry. The place of the nearest is
-    // found by branches and not computed: when they are predicted, the processor begins with the
-    // next node before the boxes of this one are done.
-    void enter(TraversalStack& stack, StackEntry* nearest) const
+    // Pushes all but the first, which becomes the entry. Its place is found by branches and not
+    // computed: when they are predicted, the processor begins with the next node before the boxes
+    // of this one are done.
+    void enter(TraversalStack& stack, StackEntry* first) const
     {
-        if (enters(0)) {
-            push(3, stack);
-            push(2, stack);
-            push(1, stack);
-            *nearest = entry(0);
-            return;
-        }
-        if (enters(1)) {
-            push(3, stack);
-            push(2, stack);
-            *nearest = entry(1);
-            return;
-        }
-        if (enters(2)) {
-            push(3, stack);
-            *nearest = entry(2);
-            return;
-        }
-        *nearest = entry(3);
-    }
-    void pushAll(TraversalStack& stack) const
-    {
-        for (unsigned place = 4; place-- > 0;)
-            push(place, stack);
+        push(stack);
+        --stack.top;
+        if (mask & 8)
+            *first = entry(0);
+        else if (mask & 4)
+            *first = entry(1);
+        else if (mask & 2)
+            *first = entry(2);
+        else
+            *first = entry(3);
     }
 };
 
-// Calls leaf(first, count) for the leaves that the ray enters, near ones first, until the hit list
-// is done. With `Pairs` the node that waits on top of the stack is opened together with the next
-// one: its boxes are tested while those of the other are on their way. This pays for scattered
-// rays, which will visit it anyway, and changes nothing about the order of leaves.
+// Calls leaf(first, count) for the leaves that the ray enters, in the order of the ray, until the
+// hit list is done. With `Pairs` the node that waits on top of the stack is opened together with
+// the next one: its boxes are tested while those of the other are on their way. This pays for
+// scattered rays, which will visit it anyway, and changes nothing about the order of leaves.
 template <bool Pairs, class Node, class LeafTest>
-inline void traverse(const Node* nodes, const RtObjectRay& object_ray, float weight,
+inline void traverse(const Node* nodes, const RtObjectRay& object_ray, bool far_first, float weight,
                      RtHitList& hits, const LeafTest& leaf)
 {
-    const BoxRay ray(object_ray);
+    BoxRay ray(object_ray, hits.maxdist, far_first);
     TraversalStack stack;
-    StackEntry entry = { 0, 0, 0 };
+    StackEntry entry = { 0, 0 };
     do {
         while (!entry.count) {
-            const NodeHits<Node> own(nodes[entry.index], ray, hits.maxdist, weight);
-            if (Pairs && stack.top && !stack.entries[stack.top - 1].count) {
-                const uint32_t waiting = stack.entries[--stack.top].index;
-                NodeHits<Node>(nodes[waiting], ray, hits.maxdist, weight).pushAll(stack);
+            const NodeHits<Node> own(nodes[entry.index], ray, weight);
+            if (Pairs && stack.top && !stack.count[stack.top - 1]) {
+                const uint32_t waiting = stack.index[--stack.top];
+                NodeHits<Node>(nodes[waiting], ray, weight).push(stack);
             }
             if (own.mask)
                 own.enter(stack, &entry);
@@ -221,7 +234,17 @@ inline void traverse(const Node* nodes, const RtObjectRay& object_ray, float wei
                 return;
         }
         leaf(entry.index, entry.count);
+        ray.maxdist = Float4(hits.maxdist);
     } while (!hits.found && stack.pop(hits.maxdist, &entry));
+}
+
+// Whether to visit children from far to near: where any hit in the shape ends the ray, and which
+// one makes no difference. Rays leave one surface, whose neighbourhood they pass without a hit, for
+// a light that mostly stands free: what they do hit is found sooner from there.
+inline bool goesFarFirst(const RtGObject* shape, const RtTraversal& traversal,
+                         const RtHitList& hits)
+{
+    return traversal.any_order && hits.flags->opaque && !isContainer(shape);
 }
 
 // Whether to open nodes in pairs. It pays for rays that go in all directions, and for shadow rays
@@ -296,10 +319,11 @@ template <class Family> struct Bvh4 : RtAccel {
         const auto leaf = [&](uint32_t first, uint32_t count) {
             leaves.template intersect<false>(family, first, count, { 0, 0 }, query);
         };
+        const bool far_first = goesFarFirst(object, traversal, hits);
         if (opensPairs(traversal, nodes.bytes()))
-            traverse<true>(nodes.data(), ray, 0, hits, leaf);
+            traverse<true>(nodes.data(), ray, far_first, 0, hits, leaf);
         else
-            traverse<false>(nodes.data(), ray, 0, hits, leaf);
+            traverse<false>(nodes.data(), ray, far_first, 0, hits, leaf);
     }
 
     Family family;
@@ -335,10 +359,12 @@ template <class Family> struct MotionBvh4 : RtAccel {
         const KeyPair keys = deformationKeys(object, key_count, ray.time);
         const Interval& interval = intervals[keys.key];
         const Query query = { object, traversal, ray, hits };
-        traverse<false>(
-            interval.nodes.data(), ray, keys.weight, hits, [&](uint32_t first, uint32_t count) {
-                interval.leaves.template intersect<true>(family, first, count, keys, query);
-            });
+        const bool far_first = goesFarFirst(object, traversal, hits);
+        traverse<false>(interval.nodes.data(), ray, far_first, keys.weight, hits,
+                        [&](uint32_t first, uint32_t count) {
+                            interval.leaves.template intersect<true>(family, first, count, keys,
+                                                                     query);
+                        });
     }
 
     struct Interval : CheckedHeap {

@@ -106,8 +106,10 @@ static Vec3x4 cross(const Vec3x4& a, const Vec3x4& b)
 
 static Float4 dot(const Vec3x4& a, const Vec3x4& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
-// The same operations as intersectTriangle(), so the same numbers.
-inline void TriangleLeaves::intersectBlock(uint32_t index, unsigned lanes, const Query& query) const
+// The same operations as intersectTriangle(), so the same numbers. Kept out of the traversal, whose
+// loop over nodes needs the registers.
+[[gnu::noinline]] void TriangleLeaves::intersectBlock(uint32_t index, unsigned lanes,
+                                                      const Query& query) const
 {
     const RtObjectRay& ray = query.ray;
     const TriangleBlock& block = blocks[index];

@@ -62,12 +62,13 @@ protected:
 
     // The leaves in the order of the visit; visit(leaf, hits) does what primitives do.
     template <class Visit>
-    static Slots visited(const std::vector<Node>& nodes, const RtObjectRay& ray, const Visit& visit)
+    static Slots visited(const std::vector<Node>& nodes, const RtObjectRay& ray, const Visit& visit,
+                         bool far_first = false)
     {
         Slots leaves;
         RtHitList hits = {};
         hits.maxdist = 1e30f;
-        rv::traverse<W::is_paired>(nodes.data(), ray, 0.5f, hits,
+        rv::traverse<W::is_paired>(nodes.data(), ray, far_first, 0.5f, hits,
                                    [&](uint32_t first, uint32_t count) {
                                        EXPECT_EQ(count, 1u);
                                        leaves.push_back(first);
@@ -147,6 +148,22 @@ TYPED_TEST(Traversal, all_of_a_near_node_is_visited_before_the_next_one)
             for (const uint32_t slot : orders[i])
                 expected.push_back(10 * i + slot);
         EXPECT_EQ(this->visited(nodes, rayOf(octant)), expected) << octant;
+    }
+}
+
+TYPED_TEST(Traversal, far_first_visits_the_leaves_the_other_way_round)
+{
+    std::vector nodes = { this->fourLeaves(1) };
+    std::fill_n(nodes[0].count, 4, 0);
+    for (uint32_t i = 0; i < 4; ++i)
+        nodes.push_back(this->fourLeaves(10 * i));
+    for (size_t i = 0; i < nodes.size(); ++i)
+        rv::orderBytes(int(i) % 3, int(i + 1) % 3, int(i + 2) % 3, nodes[i].order);
+    for (unsigned octant = 0; octant < 8; ++octant) {
+        Slots expected = this->visited(nodes, rayOf(octant));
+        std::reverse(expected.begin(), expected.end());
+        const auto nothing = [](uint32_t, RtHitList&) {};
+        EXPECT_EQ(this->visited(nodes, rayOf(octant), nothing, true), expected) << octant;
     }
 }
 
