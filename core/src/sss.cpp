@@ -6,12 +6,14 @@
 // - The owner's lock guards only who builds; nobody holds it while building or waiting. So a build
 //   may take the locks of structures, textures and lights, one at a time, like any shading.
 // - A thread that builds a cloud, or helps, looks up nothing: its points, and whatever is shaded
-// for
-//   them on the same or on other objects, have no scattered light. So it never waits for another
-//   cloud, and two clouds never wait for each other.
+//   for them on the same or on other objects, have no scattered light. So it never waits for
+//   another cloud, and two clouds never wait for each other.
 // - Nor does a thread look up anything that builds a structure for rays or loads a procedural, or
 //   that works out the colour of a light: others may need its locks for their clouds. The colour
 //   would also depend on which lights its own shaders may ask, and so would a cloud made there.
+// Any thread may flush clouds between renders. Those that are being built or looked up then stay
+// until all lookups are done, though nobody else finds them (objects/object_cache.h).
+//
 // A stop of the render ends a build; nothing is kept of it, the waiting threads go on without
 // light, what they shade is discarded, and the next render starts anew. A build that runs out of
 // memory leaves an empty cloud.
@@ -315,6 +317,7 @@ RtRGB RvSSSPointCloudLookup(RtShaderGlobals* sg, const RtRGB* radius)
     if (!object)
         return RV_RGB_BLACK;
     ++threadStats()->sss_lookups;
+    const CacheReader reader(sg->thread_index);
     const RtSSSPointCloud* const cloud = cloudFor(ownerOf(sg, object), sg->thread_index);
     if (!cloud || cloud->points.empty())
         return RV_RGB_BLACK;

@@ -88,6 +88,27 @@ TEST_F(ConcurrentClouds, concurrent_lookups_build_one_cloud)
     }
 }
 
+TEST_F(ConcurrentClouds, concurrent_flushes_do_no_harm_to_threads_that_look_up_between_renders)
+{
+    sheet(4, 0.2f);
+    distantLight();
+    prepare();
+    const RtShaderGlobals sg = hitAt(0.3f, 0.2f);
+    const std::string expected = describe(lookUpOn(0, sg));
+    asRenderThreads([&](int thread) {
+        for (int round = 0; round < 40; ++round) {
+            if (thread == 0)
+                flushShapes();
+            EXPECT_EQ(describe(lookUpOn(thread, sg)), expected) << thread;
+        }
+    });
+    flushShapes();
+    int64_t bytes = 0;
+    for (const RtStats* record : rv::the_frame->stats)
+        bytes += record->sss_bytes;
+    EXPECT_EQ(bytes, 0);
+}
+
 TEST_F(ConcurrentClouds, concurrent_clouds_that_see_each_other_never_wait_for_each_other)
 {
     makeFacingSheets();

@@ -844,6 +844,25 @@ TEST_F(GObject, flushing_destroys_the_cache_of_curves_or_of_everything_else)
     }
 }
 
+TEST_F(GObject, a_flushed_cache_that_is_read_goes_with_its_last_reader)
+{
+    static int live = 0;
+    struct Cache : RtObjectCache {
+        Cache() { ++live; }
+        ~Cache() override { --live; }
+    };
+    RtNode* const node = RvNode("block");
+    rv::RvNodeInitialize(node);
+    objectOf(node)->extra = new Cache;
+    {
+        const rv::CacheReader reader(3);
+        RvUniverseCacheFlush(0x2);
+        EXPECT_EQ(objectOf(node)->extra, nullptr);
+        EXPECT_EQ(live, 1);
+    }
+    EXPECT_EQ(live, 0);
+}
+
 TEST_F(GObject, varying_data_has_one_element_for_each_vertex_of_the_innermost_shape)
 {
     block_nvarying = 12;

@@ -539,6 +539,34 @@ TEST_F(Clouds, clouds_go_with_the_geometry_and_with_flushed_caches)
     EXPECT_EQ(bytes(), 0);
 }
 
+// Hosts may flush from any thread between renders, and so from the shader of a point.
+TEST_F(Clouds, a_cloud_that_is_flushed_while_it_is_built_serves_those_who_wait_for_it)
+{
+    RtNode* const node = sheet(4, 0.1f);
+    set("GI_diffuse_depth", 1);
+    set("GI_diffuse_samples", 1);
+    setBackground(RV_RGB_WHITE);
+    prepare();
+    const RtShaderGlobals sg = hitAt(0, 0);
+    static int calls;
+    calls = 0;
+    node_tools::HookOverride override;
+    override.hooks.shadeBackground = [](RtShaderGlobals* context) {
+        if (++calls == 20)
+            flushShapes();
+        context->out.RGB = RV_RGB_WHITE;
+        return int(RV_TYPE_RGB);
+    };
+    const std::string light = describe(lookUp(sg, { 1, 1, 1 }));
+    EXPECT_GT(calls, 20);
+    EXPECT_EQ(rv::objectOf(node)->extra, nullptr) << "who comes later finds none";
+    EXPECT_EQ(rv::threadStats()->sss_bytes, 0) << "and nothing is left";
+    EXPECT_EQ(describe(lookUp(sg, { 1, 1, 1 })), light);
+    EXPECT_NE(light, "0 0 0");
+    EXPECT_EQ(cloudsDone(), 2u);
+    EXPECT_GT(rv::threadStats()->sss_bytes, 0);
+}
+
 // ---- What a build leaves alone ----
 
 TEST_F(Clouds, nothing_of_the_asking_point_or_thread_enters_a_cloud)

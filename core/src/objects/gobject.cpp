@@ -151,7 +151,7 @@ void dropAccel(RtGObject* object)
     delete accel;
 }
 
-void dropCache(RtGObject* object) { delete object->extra.exchange(nullptr); }
+void dropCache(RtGObject* object) { retireCache(object->extra.exchange(nullptr)); }
 
 // Takes an object without clones from its node and from everything that holds it.
 static void releaseObject(RtGObject* object)
@@ -549,7 +549,7 @@ RtBBox rootBounds(const RtNode* root)
     return object ? object->world_bbox : RV_BBOX_ZERO;
 }
 
-// Flags of flushes during a render, whose threads read the caches.
+// Flags of flushes during a render, for which one cache of each object is enough.
 static std::atomic<int> missed_flushes;
 
 static void dropFlushed(RtGObject* object, int flags)

@@ -6,6 +6,7 @@
 #include "counters.h"
 #include "maths.h"
 #include "nodes.h"
+#include "objects/object_cache.h"
 #include "objects/objects.h"
 #include "rv_threads.h"
 
@@ -30,11 +31,6 @@ enum RtObjectKind : uint8_t {
 // Why an object must be brought up to date.
 enum RtRebuild : uint32_t { RV_REBUILD_NONE, RV_REBUILD_GEOMETRY, RV_REBUILD_TRANSFORM };
 
-// What is kept with an object for later renders; its owner derives its own record.
-struct RtObjectCache {
-    virtual ~RtObjectCache() = default;
-};
-
 // One per shape node; RtNode::local_data points to it.
 struct RtGObject {
     RtNode* node;      // null once the node is gone while lists still hold the object
@@ -46,7 +42,8 @@ struct RtGObject {
     uint32_t nvarying;                 // elements that varying user data must have
     uint32_t nuniform;                 // elements that uniform user data must have
     uint32_t* traceset_hashes;         // one per string of "trace_sets", or null
-    std::atomic<RtObjectCache*> extra; // per-object cache, not cloned; of meshes, point clouds
+    std::atomic<RtObjectCache*> extra; // per-object cache, not cloned; of meshes, point clouds;
+                                       // for CacheReaders
     RtCritSec lock;                    // guards the construction of accel and of the cache
     RtMatrix* matrices; // null: identity; one key: object to world and its inverse; else the keys
     uint8_t nkeys;      // transform keys in matrices, 0 for identity
@@ -186,7 +183,8 @@ const RtMatrix* objectToWorldAt(const RtGObject* object, float time, RtMatrix* s
 void requestRebuild(RtGObject* object, RtRebuild reason);
 // For Update methods: drops the structure, which no clone keeps either.
 void dropAccel(RtGObject* object);
-// Drops what is kept with the object for later renders. Not while one is running.
+// Drops what is kept with the object for later renders. Threads that read it keep it until they are
+// done; where all threads of a render must see the same, it is not for while one is running.
 void dropCache(RtGObject* object);
 // For Update methods: hands the geometry and bounds of an object on to its clones.
 void updateClones(RtGObject* object);
