@@ -6,6 +6,7 @@
 #include "hit_context.h"
 #include "message_passing.h"
 #include "msg.h"
+#include "objects/gobject.h"
 #include "options.h"
 #include "rv_msg.h"
 #include "shaderglobals.h"
@@ -227,7 +228,10 @@ void updateLightMap(RtLightMap* map, int resolution)
 static thread_local bool is_coloring = false;
 
 bool isColoringLight() { return is_coloring; }
-bool isHiddenLight(const RtLightMap& map) { return map.is_linked && is_coloring; }
+bool isHiddenLight(const RtLightMap& map)
+{
+    return map.is_linked && (is_coloring || isBuildingAccel());
+}
 
 LightColor::LightColor(const RtLightMap& light_map, int thread, float time) : map(light_map)
 {

@@ -73,8 +73,10 @@ void endLightMaps();
 // ---- Colours ----
 
 // A shader that works out the colour of a light sees no light whose colour comes from a shader,
-// too: that colour or its table could need the first light, without an end. True for such a light
-// while the calling thread runs such a shader.
+// too: that colour or its table could need the first light, without an end. Nor does a shader that
+// runs while the structure of an object is built: the table could need that structure, on a thread
+// that the calling one would wait for. True for such a light while the calling thread runs such a
+// shader.
 bool isHiddenLight(const RtLightMap& map);
 
 // Whether this thread works out the colour of a light.

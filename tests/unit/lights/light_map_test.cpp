@@ -4,6 +4,7 @@
 #include "light_map_tools.h"
 #include "message_passing.h"
 #include "rv_messages.h"
+#include "shape_fixture.h"
 
 using namespace light_map_tools;
 
@@ -368,6 +369,60 @@ TEST_F(LightMaps, a_table_without_memory_is_tried_again_after_the_next_update)
         EXPECT_EQ(lit().size(), 1u) << type;
         takeTexts();
         startAnew();
+    }
+}
+
+// ---- Structures ----
+
+// The shader of a light may hit the object whose structure another thread builds, along with
+// shaders of the object that need the light.
+TEST_F(LightMaps, concurrent_builds_of_structures_and_tables_never_wait_for_each_other)
+{
+    static std::atomic<int> in_structure, in_table;
+    const auto meet = [](std::atomic<int>& mine, const std::atomic<int>& other) {
+        mine = 1;
+        for (int ms = 0; other == 0 && ms < 5000; ++ms)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
+    RvNodeInstall(RV_NODE_SHAPE, RV_TYPE_NONE, "block", nullptr, &shape_fixture::blockMethods(),
+                  RV_VERSION);
+    for (const char* type : { "skydome", "quad" }) {
+        in_structure = in_table = 0;
+        make(type);
+        pointLight({ 0, 0, 5 }, 0, "lamp");
+        RtNode* const block = node_tools::named("block", "block");
+        RvNodeSetInt(block, "visibility", 0); // or it would be in the way
+        prepare();
+        rv::RvNodeInitialize(block);
+        colorBy([&](RtShaderGlobals* sg) {
+            if (!mapOf(node).tables_built) {
+                meet(in_table, in_structure);
+                RvGObjectBuildAccel(block, sg->thread_index);
+            }
+            return roughColor(sg);
+        });
+        prepare();
+        RtShaderGlobals contexts[2] = { surface({ 0, 0, -1 }), surface({ 0, 0, -1 }) };
+        Names seen;
+        shape_fixture::while_building = [&](RtGObject*) {
+            meet(in_structure, in_table);
+            seen = namesOf(samplesAt(contexts[1]));
+        };
+        onThreads(2, [&](int t) {
+            rv::stats_slot = t;
+            contexts[t].thread_index = uint8_t(t);
+            if (t == 1)
+                RvGObjectBuildAccel(block, t);
+            else
+                EXPECT_EQ(samplesAt(contexts[0]).size(), 2u);
+            endSample(t);
+        });
+        shape_fixture::while_building = {};
+        EXPECT_EQ(seen, Names{ "lamp" }) << type;
+        EXPECT_EQ(lit().size(), 2u) << type;
+        startAnew();
+        RvNodeInstall(RV_NODE_SHAPE, RV_TYPE_NONE, "block", nullptr, &shape_fixture::blockMethods(),
+                      RV_VERSION);
     }
 }
 
