@@ -14,8 +14,8 @@
 #include "msg.h"
 #include "objects/polymesh.h"
 #include "options.h"
+#include "point_rotation.h"
 #include "rv_gi.h"
-#include "sampling.h"
 #include "sss_cloud.h"
 #include "system/clock.h"
 #include "thread_slot.h"
@@ -161,34 +161,6 @@ private:
 
     RtThreadSlot& slot;
     const RtThreadSlot before;
-};
-
-// Turns the sample loops at first hits by the number of a point, for the length of a scope.
-class PointRotation {
-public:
-    explicit PointRotation(int thread)
-        : pixel(*pixelSampling(thread)), u(pixel.rotation_u), v(pixel.rotation_v)
-    {
-    }
-    ~PointRotation()
-    {
-        pixel.rotation_u = u;
-        pixel.rotation_v = v;
-    }
-    PointRotation(const PointRotation&) = delete;
-    PointRotation& operator=(const PointRotation&) = delete;
-
-    void turn(uint32_t index)
-    {
-        static constexpr uint32_t seed = 613;
-        const PointHash hash{ samplingSeed(), seed };
-        pixel.rotation_u = hashToUnit(hash(2 * index));
-        pixel.rotation_v = hashToUnit(hash(2 * index + 1));
-    }
-
-private:
-    RtPixelSampling& pixel;
-    const double u, v;
 };
 
 } // namespace
@@ -385,7 +357,8 @@ void CloudBuild::lightPoints(const PointLighting& lighting, int thread, uint32_t
     FreshSlot slot(thread);
     if (!slot.isComplete())
         throw std::bad_alloc();
-    PointRotation rotation(thread);
+    static constexpr uint32_t seed = 613;
+    PointRotation rotation(thread, seed);
     for (uint32_t i = first; i < last && !isStopped(); ++i) {
         rotation.turn(i);
         cloud.points[i].irradiance =

@@ -17,7 +17,7 @@ FLOORS = [
                    " shading_state universe options message_passing scene node_watch"
                    " image_geometry camera_data texture_flush cache_flags"),
     ("scene files and tracing", "dotrvs dotrvs_input dotrvs_parse dotrvs_references dotrvs_values dotrvs_blocks dotrvs_write override plugins obj"
-                                " objects/ accels/ rtrace_packet sampler sampling trace rays hit_context"),
+                                " objects/ accels/ rtrace_packet sampler sampling point_rotation trace rays hit_context"),
     ("shading and lights", "shaderglobals shader_eval shader_geometry wireframe bump radiosity importance brdf brdf_mis"
                            " integrators noise mappings texture texture_files texture_system texture_queries sss sss_cloud sss_build sss_distribution sss_octree"
                            " shaders/ lights/ cameras/"),

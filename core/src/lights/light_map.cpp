@@ -8,6 +8,7 @@
 #include "msg.h"
 #include "objects/gobject.h"
 #include "options.h"
+#include "point_rotation.h"
 #include "rv_msg.h"
 #include "shaderglobals.h"
 #include "system/clock.h"
@@ -87,6 +88,7 @@ static bool isStopped()
 static void reportResult(const RtLightMap& map, const RtImportanceTable& table, const char* type,
                          const char* space, const char* name, uint32_t milliseconds)
 {
+    // Required: also for lights of one colour, whose tables have no variance at all.
     if (table.variance < 0.1f)
         RvMsgWarning("[%s]%s%s %s, variance = %f", type, space, name, map.type.complaint,
                      double(table.variance));
@@ -98,13 +100,16 @@ static void reportResult(const RtLightMap& map, const RtImportanceTable& table, 
                   map.type.subject);
 }
 
-// Scratch memory and messages of a thread for the shaders of one row: they find no messages, and
-// leave nothing behind. Whoever makes a row, at whatever point of the image, makes the same.
+// Scratch memory, messages and rotation of a thread for the shaders of one row: they find no
+// messages, and leave nothing behind. Whoever makes a row, at whatever point of the image, makes
+// the same.
 class RowScratch {
 public:
-    explicit RowScratch(int thread)
-        : slot(the_frame->thread_slots ? &the_frame->thread_slots[thread] : nullptr)
+    RowScratch(int thread, int row)
+        : slot(the_frame->thread_slots ? &the_frame->thread_slots[thread] : nullptr),
+          rotation(thread, rotation_seed)
     {
+        rotation.turn(uint32_t(row));
         if (!slot || !slot->shading_pool)
             return;
         RvMemPoolPushMark(slot->shading_pool);
@@ -124,8 +129,11 @@ public:
     RowScratch& operator=(const RowScratch&) = delete;
 
 private:
+    static constexpr uint32_t rotation_seed = 614;
+
     RtThreadSlot* slot;
     RtMessageBank* outer_messages = nullptr;
+    PointRotation rotation;
 };
 
 static bool fillTable(RtLightMap* map, RtImportanceTable* table, int thread)
@@ -133,7 +141,7 @@ static bool fillTable(RtLightMap* map, RtImportanceTable* table, int thread)
     const auto fillRow = [map, table](int t, int row, float* cells) {
         if (isStopped())
             return false;
-        const RowScratch scratch(t);
+        const RowScratch scratch(t, row);
         map->type.fillRow(map->light, t, *table, row, cells);
         return true;
     };

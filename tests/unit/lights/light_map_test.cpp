@@ -4,6 +4,8 @@
 #include "light_map_tools.h"
 #include "message_passing.h"
 #include "rv_messages.h"
+#include "sampler.h"
+#include "sampling.h"
 #include "shape_fixture.h"
 
 using namespace light_map_tools;
@@ -369,6 +371,33 @@ TEST_F(LightMaps, a_table_without_memory_is_tried_again_after_the_next_update)
         EXPECT_EQ(lit().size(), 1u) << type;
         takeTexts();
         startAnew();
+    }
+}
+
+TEST_F(LightMaps, tables_do_not_depend_on_the_pixel_that_needs_them_first)
+{
+    for (const char* type : { "skydome", "quad" }) {
+        std::vector<float> cells[2];
+        for (const bool later : { false, true }) {
+            make(type);
+            colorBy([&](RtShaderGlobals* sg) { // as shaders that gather light
+                const RtPoint2 rotation = RvSamplerRotation(sg);
+                return RtRGB{ rotation.x * sg->u, rotation.y * sg->v, 0.5f };
+            });
+            prepare();
+            RtPixelSampling& pixel = rv::pixel_sampling[0];
+            pixel.rotation_u = later ? 0.25 : 0.75;
+            pixel.rotation_v = later ? 0.5 : 0.125;
+            EXPECT_EQ(lit().size(), 1u) << type;
+            EXPECT_EQ(pixel.rotation_u, later ? 0.25 : 0.75) << "given back";
+            EXPECT_EQ(pixel.rotation_v, later ? 0.5 : 0.125);
+            const RtImportanceTable& table = *mapOf(node).table;
+            cells[later].assign(table.cells, table.cells + table.n * table.n);
+            for (const float row : std::vector<float>(table.rows, table.rows + table.n))
+                cells[later].push_back(row);
+            startAnew();
+        }
+        EXPECT_EQ(cells[0], cells[1]) << type;
     }
 }
 
