@@ -88,6 +88,58 @@ TEST_F(ConcurrentClouds, concurrent_lookups_build_one_cloud)
     }
 }
 
+namespace {
+
+std::atomic<int> begun_builds, helping_threads;
+std::atomic<bool> has_helped[thread_count];
+
+void waitFor(const std::atomic<int>& count, int wanted)
+{
+    for (int ms = 0; count < wanted && ms < 5000; ++ms)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+} // namespace
+
+TEST_F(ConcurrentClouds, concurrent_threads_that_wait_for_a_cloud_light_its_points)
+{
+    sheet(4, 0.03f); // more pieces than threads
+    set("GI_diffuse_depth", 1);
+    set("GI_diffuse_samples", 1);
+    setBackground(RV_RGB_WHITE);
+    prepare();
+    const RtShaderGlobals sg = hitAt(0.3f, 0.2f);
+    begun_builds = helping_threads = 0;
+    for (std::atomic<bool>& helped : has_helped)
+        helped = false;
+    node_tools::HookOverride override;
+    override.hooks.shadeBackground = [](RtShaderGlobals* context) {
+        if (!has_helped[context->thread_index].exchange(true)) {
+            ++helping_threads;
+            waitFor(helping_threads, thread_count); // no piece ends before all have begun one
+        }
+        context->out.RGB = RV_RGB_WHITE;
+        return int(RV_TYPE_RGB);
+    };
+    RvMsgSetCallback([](int, int, const char* message, int) {
+        if (!strstr(message, "[sss] generating"))
+            return;
+        ++begun_builds; // those that come from now on find the first one here
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    });
+    std::string got[thread_count];
+    asRenderThreads([&](int thread) {
+        if (thread > 0)
+            waitFor(begun_builds, 1);
+        got[thread] = describe(lookUpOn(thread, sg));
+    });
+    EXPECT_EQ(begun_builds, 1);
+    EXPECT_EQ(helping_threads, thread_count);
+    for (const std::string& text : got)
+        EXPECT_EQ(text, got[0]);
+    EXPECT_NE(got[0], "0 0 0");
+}
+
 TEST_F(ConcurrentClouds, concurrent_flushes_do_no_harm_to_threads_that_look_up_between_renders)
 {
     sheet(4, 0.2f);

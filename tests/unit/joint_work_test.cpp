@@ -4,6 +4,7 @@
 #include "frame_fixture.h"
 
 #include <gtest/gtest.h>
+#include <utility>
 
 // ---- One thread ----
 
@@ -140,4 +141,73 @@ TEST(JointWork, concurrent_threads_leave_when_announced_work_never_begins)
     int pieces = 0;
     work.lead(0, 2, [&](int, int) { return ++pieces > 0; });
     EXPECT_EQ(pieces, 2);
+}
+
+TEST(JointWork, concurrent_helpers_stay_for_all_steps_of_an_announcement)
+{
+    constexpr int steps = 20, pieces = 4;
+    rv::JointWork work;
+    std::atomic<bool> is_announced = false, has_left = false;
+    int done_by[2][steps] = {};
+    onThreads(2, [&](int thread) {
+        if (thread == 1) {
+            while (!is_announced)
+                std::this_thread::yield();
+            work.join(1);
+            has_left = true;
+            return;
+        }
+        const rv::AnnouncedWork announced(&work);
+        is_announced = true;
+        for (int step = 0; step < steps; ++step) {
+            std::atomic<int> present = 0;
+            bool has_begun[2] = {};
+            work.lead(0, pieces, [&](int t, int) { // no piece ends before both have begun one
+                ++done_by[t][step];
+                if (!std::exchange(has_begun[t], true))
+                    ++present;
+                while (present < 2)
+                    std::this_thread::yield();
+                return true;
+            });
+            if (step % 4 == 0) // what the leader does alone
+                std::this_thread::sleep_for(std::chrono::milliseconds(3));
+            EXPECT_FALSE(has_left) << step;
+        }
+    });
+    EXPECT_TRUE(has_left);
+    for (int step = 0; step < steps; ++step) {
+        EXPECT_GT(done_by[0][step], 0) << step;
+        EXPECT_GT(done_by[1][step], 0) << step;
+        EXPECT_EQ(done_by[0][step] + done_by[1][step], pieces) << step;
+    }
+}
+
+TEST(JointWork, concurrent_steps_after_one_that_was_given_up_are_done_in_full)
+{
+    constexpr int threads = 4, pieces = 50;
+    rv::JointWork work;
+    std::atomic<bool> is_announced = false;
+    std::atomic<int> runs[3] = {};
+    onThreads(threads, [&](int thread) {
+        if (thread > 0) {
+            while (!is_announced)
+                std::this_thread::yield();
+            work.join(thread);
+            return;
+        }
+        const rv::AnnouncedWork announced(&work);
+        is_announced = true;
+        for (int step = 0; step < 3; ++step)
+            EXPECT_EQ(work.lead(0, pieces,
+                                [&](int, int) {
+                                    ++runs[step];
+                                    return step != 1;
+                                }),
+                      step != 1);
+    });
+    EXPECT_EQ(runs[0], pieces);
+    EXPECT_GE(runs[1], 1);
+    EXPECT_LE(runs[1], threads) << "one by each thread at most";
+    EXPECT_EQ(runs[2], pieces);
 }

@@ -114,7 +114,60 @@ TEST_F(Distribution, the_number_of_points_has_limits_for_all_parameters)
     }
 }
 
+TEST_F(Distribution, corner_weights_are_uniform_over_the_triangle)
+{
+    constexpr int n = 12, samples = 200000; // n * n small triangles of the same shape and size
+    std::vector<double> observed(2 * n * n), expected(2 * n * n);
+    const auto cellAt = [](int i, int j, bool upside_down) {
+        return size_t(2 * (i * n + j) + upside_down);
+    };
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; i + j < n; ++j)
+            for (const bool upside_down : { false, true })
+                if (i + j + upside_down < n)
+                    expected[cellAt(i, j, upside_down)] = double(samples) / (n * n);
+    statistics::Uniform uniform(11);
+    for (int s = 0; s < samples; ++s) {
+        const double a = double(uniform()), b = double(uniform());
+        const auto& w = rv::cornerWeights(a, b).w;
+        ASSERT_NEAR(w[0] + w[1] + w[2], 1, 1e-12);
+        const int i = int(w[1] * n), j = int(w[2] * n), k = int(w[0] * n);
+        ++observed[cellAt(i, j, i + j + k < n - 1)];
+    }
+    const statistics::ChiSquare test = statistics::chiSquareTest(observed, expected);
+    EXPECT_EQ(test.degrees_of_freedom, n * n - 1);
+    EXPECT_GT(test.p, 0.01) << test.statistic << "\n" << statistics::worstCells(observed, expected);
+}
+
 // ---- Choosing triangles ----
+
+TEST_F(Distribution, triangles_are_chosen_in_proportion_to_their_area_and_leave_uniform_numbers)
+{
+    constexpr unsigned parts = 4; // of the number that is left
+    constexpr int samples = 400000;
+    const Soup soup = randomSoup(100, 12);
+    const rv::AreaDistribution areas(soup);
+    std::vector<double> observed(100 * parts), expected;
+    for (unsigned i = 0; i < 100; ++i) {
+        RtPoint p[3];
+        soup.corners(i, p);
+        const double a = distance(p[0], p[1]), b = distance(p[1], p[2]), c = distance(p[2], p[0]);
+        const double s = (a + b + c) / 2; // Heron's formula
+        const double share = sqrt(s * (s - a) * (s - b) * (s - c)) / areas.total;
+        expected.insert(expected.end(), parts, share * samples / parts);
+    }
+    statistics::Uniform uniform(13);
+    for (int i = 0; i < samples; ++i) {
+        // The last bits are those of the number that is left.
+        double u = double(uniform()) + double(uniform()) * 0x1p-24;
+        const uint32_t triangle = areas.pick(&u);
+        ASSERT_LT(triangle, 100u);
+        ++observed[triangle * parts + unsigned(u * parts)];
+    }
+    const statistics::ChiSquare test = statistics::chiSquareTest(observed, expected);
+    EXPECT_GT(test.degrees_of_freedom, 300);
+    EXPECT_GT(test.p, 0.01) << test.statistic << "\n" << statistics::worstCells(observed, expected);
+}
 
 TEST_F(Distribution, triangles_are_chosen_by_area)
 {

@@ -295,6 +295,42 @@ TEST_F(Clouds, faces_outside_of_the_face_set_give_no_light)
     }
 }
 
+// The share of the kernel's integral, for radius 1 around a place, that lies where x > 0.
+static double shareBeyondBorder(double place)
+{
+    constexpr int n = 400;
+    double sum = 0, beyond = 0;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) {
+            const double x = 2 * (i + 0.5) / n - 1, y = 2 * (j + 0.5) / n - 1;
+            const double kernel = pow(std::max(1 - std::hypot(x, y), 0.0), 3);
+            sum += kernel;
+            beyond += place + x > 0 ? kernel : 0;
+        }
+    return beyond / sum;
+}
+
+TEST_F(Clouds, light_scatters_across_the_border_of_a_face_set)
+{
+    RtNode* const node = polygons(
+        { { -3, -2, 0 }, { 0, -2, 0 }, { 3, -2, 0 }, { -3, 2, 0 }, { 0, 2, 0 }, { 3, 2, 0 } },
+        { { 0, 1, 4, 3 }, { 1, 2, 5, 4 } });
+    distantLight();
+    RvNodeSetFlt(node, "sss_sample_spacing", 0.02f);
+    declare<uint8_t>(node, "sss_faceset", "uniform BOOL", RV_TYPE_BOOLEAN, { 0, 0 });
+    prepare();
+    for (const bool right : { false, true }) {
+        for (const unsigned face : { 0u, 1u })
+            RvArraySetBool(RvNodeGetArray(node, "sss_faceset"), face, right == (face == 1));
+        flushShapes();
+        for (const float x : { -0.8f, -0.5f, -0.2f, 0.0f, 0.1f, 0.4f, 0.7f }) {
+            const double share = shareBeyondBorder(double(right ? x : -x));
+            EXPECT_NEAR(double(at(x, 0.1f).r), 0.4 * share, 0.008) << x << " " << right;
+        }
+        EXPECT_EQ(at(right ? -1.01f : 1.01f, 0).r, 0) << "out of reach";
+    }
+}
+
 TEST_F(Clouds, face_sets_of_other_forms)
 {
     const struct {

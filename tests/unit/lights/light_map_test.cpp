@@ -401,6 +401,29 @@ TEST_F(LightMaps, tables_do_not_depend_on_the_pixel_that_needs_them_first)
     }
 }
 
+// ---- Messages ----
+
+// Required: the warning tells nothing there, as a light of one colour needs no table.
+TEST_F(LightMaps, lights_of_one_colour_are_reported_as_too_homogenous_and_shine)
+{
+    for (const auto& [type, warning] :
+         { std::pair{ "skydome", "W [skydome_light] Skydome light source over too homogenous "
+                                 "background, variance = 0.000000" },
+           { "quad", "W [quad_light] quad quad light importance sampling over too homogenous "
+                     "shader, variance = 0.000000" } }) {
+        make(type);
+        RvNodeSetRGB(node, "color", 0.5f, 0.5f, 0.5f);
+        if (!strcmp(type, "quad")) // others of one colour have no table
+            colorBy([](RtShaderGlobals*) { return rv::grey(0.5f); });
+        prepare();
+        takeTexts();
+        EXPECT_EQ(lit().size(), 1u) << type;
+        const Names texts = takeTexts();
+        EXPECT_EQ(std::count(texts.begin(), texts.end(), warning), 1) << type;
+        startAnew();
+    }
+}
+
 // ---- Structures ----
 
 // The shader of a light may hit the object whose structure another thread builds, along with
