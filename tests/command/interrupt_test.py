@@ -158,6 +158,37 @@ class Stopping(CommandCase):
         self.assertLess(time.monotonic() - start, 40)
         self.assertEqual(self.png("ball.png").width, 400)
 
+    def test_a_short_timeout_is_not_overslept(self):
+        self.refuses("render", BALL, "-q", "--frames", "1-3", "-o", "f.#.png", "--timeout", "1ms",
+                     code=124, message="out of time")
+        self.assertFalse(self.exists("f.3.png"))
+
+    def test_a_timeout_while_the_render_is_prepared_is_no_failure(self):
+        for milliseconds in range(1, 16):
+            result = subprocess.run([RUVELL, "render", BALL, "--timeout", f"{milliseconds}ms"],
+                                    cwd=self.folder, text=True, capture_output=True, timeout=60,
+                                    check=False)
+            self.assertIn(result.returncode, (0, 124), result.stderr)
+            self.assertNotIn("aborted", result.stderr)
+
+    def test_a_timeout_while_loading_is_told(self):
+        fifo = self.path("slow.rvs")
+        os.mkfifo(fifo)
+        process = self.start(fifo, "--timeout", "300ms")
+        with open(fifo, "w", encoding="utf-8"):  # opened once the command reads
+            _, messages = process.communicate(timeout=10)
+        self.assertEqual(process.returncode, 124)
+        self.assertEqual(messages, "ruvell: error: out of time\n")
+
+    def test_the_exit_code_is_that_of_the_first_reason_to_stop(self):
+        # Rows of pixels that take a moment, so that the signal comes before the end.
+        process = self.start(*ENDLESS, "-D", "options.bucket_size=128", "--timeout", "1s")
+        self.wait_for(process, "out of time")
+        process.send_signal(signal.SIGINT)
+        self.wait_for(process, "interrupted")
+        self.assertEqual(process.wait(timeout=60), 124)
+        self.assertEqual(self.png("ball.png").width, 400)
+
     def start_that_hangs(self, *arguments, grace="1s"):
         self.write("endless.rvs", "endless_shader { name endless }\n")
         process = self.start("endless.rvs", "-D", "ball.shader=endless", "--plugins", PLUGINS,

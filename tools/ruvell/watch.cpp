@@ -4,6 +4,7 @@
 #include "report.h"
 #include "signals.h"
 #include "terminal.h"
+#include <algorithm>
 #include <poll.h>
 #include <ruvell/rv.h>
 #include <sys/eventfd.h>
@@ -12,13 +13,16 @@
 
 namespace ruvell {
 
-static const int tick_milliseconds = 200;
+static constexpr Milliseconds tick_time(200);
 
 // Every thread started from now on leaves the signals to the watch.
 static int openSignals(const sigset_t& stop_signals)
 {
     pthread_sigmask(SIG_BLOCK, &stop_signals, nullptr);
-    return signalfd(-1, &stop_signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    const int file = signalfd(-1, &stop_signals, SFD_CLOEXEC | SFD_NONBLOCK);
+    if (file < 0) // then they end the process at once, rather than never
+        pthread_sigmask(SIG_UNBLOCK, &stop_signals, nullptr);
+    return file;
 }
 
 Watch::Watch(std::optional<Milliseconds> timeout, Milliseconds grace_time,
@@ -65,7 +69,8 @@ int Watch::render()
     const int result = RvRender(RV_RENDER_MODE_CAMERA);
     const std::lock_guard guard(mutex);
     is_rendering = false;
-    return result;
+    // A request that comes while the render is prepared makes it fail.
+    return result == RV_ABORT && code != exit_success ? RV_INTERRUPT : result;
 }
 
 // Once the process is to leave, nothing puts it off.
@@ -79,11 +84,14 @@ void Watch::leaveAt(Clock::time_point time, int late_code)
                    " of being told to (see --grace); its unfinished images are removed");
 }
 
+// The first reason gives the exit code.
 void Watch::stop(int stop_code, const char* why)
 {
-    code = stop_code;
+    if (code == exit_success)
+        code = stop_code;
     if (!is_rendering) { // there is nothing to save, and loads cannot be stopped otherwise
-        clearStatus();
+        if (code == exit_timeout)
+            writeLastLine("ruvell: error: out of time");
         leave(code);
     }
     leaveAt(Clock::now() + grace, code);
@@ -112,10 +120,19 @@ void Watch::receiveSignal()
     stop(exit_signal + signal, stopReason(signal));
 }
 
+// Less before the end of the time, which is not to be overslept.
+Milliseconds Watch::timeToNextTick() const
+{
+    if (!deadline || stopCode() != exit_success)
+        return tick_time;
+    const auto left = std::chrono::ceil<Milliseconds>(*deadline - Clock::now());
+    return std::clamp(left, Milliseconds(0), tick_time);
+}
+
 void Watch::waitForEvent()
 {
     pollfd events[] = { { signals, POLLIN, 0 }, { finished, POLLIN, 0 } };
-    poll(events, 2, tick_milliseconds);
+    poll(events, 2, static_cast<int>(timeToNextTick().count()));
     if (events[0].revents)
         receiveSignal();
 }

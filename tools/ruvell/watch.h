@@ -36,6 +36,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void run();
+    Milliseconds timeToNextTick() const;
     void waitForEvent();
     void receiveSignal();
     void stop(int code, const char* why);
