@@ -141,6 +141,20 @@ class Maketx(CommandCase):
                 self.assertEqual(process.returncode, 130)
                 self.assertEqual(os.listdir(self.folder), ["large.ppm"])
 
+    def test_several_interrupts_leave_no_unfinished_file_either(self):
+        with open(self.path("large.ppm"), "wb") as file:
+            file.write(b"P6\n4000 4000\n255\n" + os.urandom(4000 * 200) * 60)
+        for _ in range(5):
+            process = subprocess.Popen([RUVELL, "maketx", "large.ppm"], cwd=self.folder,
+                                       stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            while not self.leftovers() and process.poll() is None:
+                time.sleep(0.01)
+            for number in signal.SIGINT, signal.SIGTERM, signal.SIGINT:
+                process.send_signal(number)
+            process.communicate(timeout=60)
+            self.assertIn(process.returncode, (130, 143))
+            self.assertEqual(os.listdir(self.folder), ["large.ppm"])
+
     def test_one_texture_can_be_named(self):
         self.image("a.ppm")
         self.run_command("maketx", "a.ppm", "-o", "x.tx", "--tile", "16", "--quiet",

@@ -5,22 +5,22 @@
 #include "outputs.h"
 #include "report.h"
 #include "safe.h"
-#include "signals.h"
-#include "terminal.h"
+#include "watch.h"
 
 #include <OpenImageIO/imagebuf.h>
 #include <OpenImageIO/imagebufalgo.h>
 #include <algorithm>
-#include <csignal>
+#include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <map>
 #include <sstream>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -203,33 +203,22 @@ static void removeUnfinishedBeside(const std::string& output)
             fs::remove(entry.path(), error);
 }
 
+// While a texture is under way only threads end the process, which can search folders. Before and
+// after that it may be the handler of a signal, which could not.
+static std::atomic<bool> is_making = false;
+
 static void removeUnfinished() noexcept
 try {
+    if (!is_making)
+        return;
     for (const std::string& input : settings.inputs)
         removeUnfinishedBeside(textureName(input));
 } catch (const std::exception&) { // there may be no memory left
 }
 
-// Files are removed when the process leaves early. Of the signals that end the command a thread of
-// its own waits, because no handler could do that. Call it before there are other threads.
-static void removeUnfinishedOnLeaving()
+// Makes the texture and moves it to its place; what is wrong, or nothing.
+static std::string makeInPlace(const std::string& input, const std::string& output)
 {
-    std::at_quick_exit(removeUnfinished);
-    const sigset_t signals = stopSignals();
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    std::thread([signals] {
-        int number = 0;
-        sigwait(&signals, &number);
-        leave(exit_signal + number);
-    }).detach();
-}
-
-// True once the texture is in its place, whole; an older one stays as it was until then.
-static bool makeTexture(const std::string& input, const std::string& output,
-                        const std::string& which)
-{
-    leaveWithoutMemory(memoryProblem(input + ": making the texture"));
-    const Activity activity(which + input, settings.is_quiet);
     const std::string part = partName(output);
     std::string problem;
     try {
@@ -240,12 +229,24 @@ static bool makeTexture(const std::string& input, const std::string& output,
         problem = e.what();
     }
     if (problem.empty() && std::rename(part.c_str(), output.c_str()) != 0)
-        problem = "cannot write " + output;
-    if (problem.empty())
-        return true;
-    removeUnfinishedBeside(output);
-    reportError(input + ": " + problem);
-    return false;
+        problem = "cannot write " + output + ": " + std::strerror(errno);
+    if (!problem.empty())
+        removeUnfinishedBeside(output);
+    return problem;
+}
+
+// True once the texture is in its place, whole; an older one stays as it was until then.
+static bool makeTexture(const std::string& input, const std::string& output,
+                        const std::string& which)
+{
+    leaveWithoutMemory(memoryProblem(input + ": making the texture"));
+    const Activity activity(which + input, settings.is_quiet);
+    is_making = true;
+    const std::string problem = makeInPlace(input, output);
+    is_making = false;
+    if (!problem.empty())
+        reportError(input + ": " + problem);
+    return problem.empty();
 }
 
 // Neither the image itself nor something that could not be put aside is overwritten.
@@ -309,7 +310,8 @@ static int run(CLI::App&)
     for (const std::string& input : settings.inputs)
         trusted.written.push_back(textureName(input));
     confineWithoutScenes(settings.safety, trusted);
-    removeUnfinishedOnLeaving();
+    std::at_quick_exit(removeUnfinished);
+    const Watch watch;
     boundMemory(settings.safety);
     bool has_failed = false;
     const size_t count = settings.inputs.size();

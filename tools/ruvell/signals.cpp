@@ -2,16 +2,29 @@
 // be called here because what is done then is a few system calls.
 #include "signals.h"
 #include "terminal.h"
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <sys/time.h>
+#include <unistd.h>
 
 namespace ruvell {
 
 static constexpr int stop_signals[] = { SIGINT, SIGTERM, SIGHUP };
 
+// The first to come cleans up, undisturbed by further signals; others wait for its end. It comes
+// again itself when there is no memory left to clean up with.
 void leave(int code)
 {
+    static std::atomic_flag is_taken;
+    static thread_local bool is_mine = false;
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    while (!is_mine && is_taken.test_and_set())
+        pause();
+    is_mine = true;
     writeLastLine(nullptr);
     std::quick_exit(code);
 }

@@ -4,6 +4,7 @@
 
 #include "duration.h"
 #include <csignal>
+#include <string>
 
 namespace ruvell {
 

@@ -19,6 +19,9 @@ namespace ruvell {
 
 class Watch {
 public:
+    // For work without a render: the first Ctrl-C ends the process.
+    Watch() : Watch(std::nullopt, Milliseconds(0), nullptr) {}
+
     // Starts watching; create it before any other thread. What does not end within the grace, once
     // it is told to, is ended. tick is called about five times a second while a render runs.
     Watch(std::optional<Milliseconds> timeout, Milliseconds grace, std::function<void()> tick);
