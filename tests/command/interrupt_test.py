@@ -305,14 +305,20 @@ class Terminal(CommandCase):
                 os.remove(self.path("slow.rvs"))
                 self.assertIn(f"\r\x1b[K{expected}  0:00 elapsed\r\x1b[K", output)
 
+    def test_a_name_of_two_lines_stays_in_the_line(self):
+        os.mkfifo(self.path("slow\n\t.rvs"))
+        threading.Thread(target=self.feed_slowly, args=["slow\n\t.rvs"], daemon=True).start()
+        output, _ = self.run_on_terminal("info", "slow\n\t.rvs")
+        self.assertIn("\r\x1b[Kloading slow??.rvs  0:00 elapsed\r\x1b[K", output)
+
     def test_quiet_commands_show_nothing(self):
         os.mkfifo(self.path("slow.rvs"))
         threading.Thread(target=self.feed_slowly, daemon=True).start()
         output, _ = self.run_on_terminal("info", "-q", "slow.rvs")
         self.assertNotIn("elapsed", output)
 
-    def feed_slowly(self):
-        with open(self.path("slow.rvs"), "w", encoding="utf-8") as file:
+    def feed_slowly(self, name="slow.rvs"):
+        with open(self.path(name), "w", encoding="utf-8") as file:
             time.sleep(1)
             file.write("sphere { radius 1 }\n")
 

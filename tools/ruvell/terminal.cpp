@@ -60,7 +60,9 @@ void writeLine(const std::string& text)
 void showStatus(const std::string& text)
 {
     const std::lock_guard guard(screen_mutex);
-    const std::string line = printable(text).substr(0, terminalWidth() - 1);
+    std::string line = printable(text).substr(0, terminalWidth() - 1);
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return c == '\n' || c == '\t'; }, '?');
     std::fputs((erase_line + line).c_str(), stderr);
     std::fflush(stderr);
     status_is_shown = true;
