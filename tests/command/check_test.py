@@ -236,9 +236,18 @@ class Names(SceneCase):
                           'no tile found (the first would be "a.1001.tx")')
 
     def test_sets_of_tiles_that_cannot_be_looked_up_are_reported(self):
-        self.write_bytes("a.<u>.tx", b"")
-        self.assert_finds(self.check_text('image { filename "a.<u>.tx" }\n'), 1,
+        scene = 'image { filename "a.<u>.tx" }\n'
+        self.write_bytes("a.u1.tx", b"")
+        self.assert_finds(self.check_text(scene), 1,
                           "names a set of tiles that cannot be looked up (a name with <UDIM> can)")
+        self.write_bytes("a.<u>.tx", b"")
+        self.assertEqual(self.check_text(scene), [], "it is a file of that name")
+
+    def test_files_whose_names_are_refused_are_reported(self):
+        for name in "a.null", "A.NUL", "a.Null?RES=9x9":
+            self.write_bytes(name, b"")
+            self.assert_finds(self.check_text(f'image {{ filename "{name}" }}\n'), 1,
+                              f'texture "{name}" is not an image file')
 
     def test_ignored_types_are_passed_over(self):
         self.assertEqual(self.check_text('options { ignore_list 1 1 STRING "sphere" }\n'

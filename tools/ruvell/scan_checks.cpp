@@ -404,7 +404,8 @@ static bool isTileSet(const std::string& name)
     return holdsAny(name, { "<UDIM>", "%(UDIM)d", "<uvtile>", "<UVTILE>" });
 }
 
-// Names that only the image library takes for such a set, which nobody can look up.
+// Names that only the image library takes for such a set, which nobody can look up, unless a file
+// is called so.
 static bool isForeignTileSet(const std::string& name)
 {
     return holdsAny(name, { "<u>", "<v>", "<U>", "<V>" });
@@ -440,10 +441,12 @@ static std::vector<std::string> tileNames(const std::string& set)
     return names;
 }
 
-// Names of which the image library makes pixels, of any number, although a file may be called so.
+// Names of which the image library would make pixels, of any number. They are refused, although a
+// file may be called so.
 static bool isMadeUp(const std::string& name)
 {
-    return lowered(name).find(".null?") != std::string::npos;
+    const std::string path = lowered(name.substr(0, name.find('?')));
+    return path.ends_with(".null") || path.ends_with(".nul");
 }
 
 void SceneScan::checkTexture(const FileUse& use)
@@ -492,7 +495,9 @@ void SceneScan::checkTextureFile(const FileUse& use)
     const std::string what = "texture " + inQuotes(use.name);
     if (options.safe && (found == paths.end() || isMadeUp(use.name)))
         forbid(use.place, what + ", which is no plain file");
-    else if (isForeignTileSet(use.name))
+    else if (isMadeUp(use.name))
+        report(Topic::missing_file, Weight::error, use.place, what + " is not an image file");
+    else if (!is_somewhere && isForeignTileSet(use.name))
         report(Topic::missing_file, Weight::error, use.place,
                what + " names a set of tiles that cannot be looked up", "a name with <UDIM> can");
     else if (found == paths.end())
