@@ -248,4 +248,18 @@ TEST_F(Floor, a_receding_checker_neither_aliases_nor_fades_early)
     EXPECT_EQ(takeProblems(), "");
 }
 
+TEST_F(Floor, its_picture_does_not_depend_on_the_number_of_threads)
+{
+    const TextureFolder folder;
+    const std::string file = folder.file("a.tif");
+    writeImage(file, 200, 120, 4, u8, pattern);
+    makeFloor(file);
+    set("AA_samples", 2);
+    set("bucket_size", 8);
+    const std::vector<RtRGBA> image = imageOf(1);
+    EXPECT_GT(contrast(side - 1), 0.05f);
+    for (int threads : { 2, 3, 8 })
+        EXPECT_TRUE(areSame(imageOf(threads), image)) << threads;
+}
+
 } // namespace
