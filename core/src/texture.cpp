@@ -204,32 +204,50 @@ static TextureCoords textureCoords(const RtShaderGlobals& sg, const RtTexturePar
 
 // ---- Tiles ----
 
+// The squares in which a coordinate may lie: its own, and those beside it when rounding may have
+// taken it there. In order of preference.
+struct TilePlaces {
+    int at[3];
+};
+
+// Of a tile. Interpolation errs by far less.
+static constexpr float edge_width = 1e-4f;
+
+static TilePlaces placesAround(float x, int count)
+{
+    const auto placeOf = [count](float y) { return std::clamp(int(floorf(y)), 0, count - 1); };
+    return { { placeOf(x), placeOf(x - edge_width), placeOf(x + edge_width) } };
+}
+
+static bool isWithin(float x, int count)
+{
+    return x >= -edge_width && x <= float(count) + edge_width;
+}
+
 // The tile that the coordinates lie in, or null when there is none; the coordinates become those
-// within it. On the edge between a tile and none it is the tile, so that u = 1 and v = 1 are within
-// the first.
+// within it. On the edge between a tile and none it is the tile.
 static const KnownTexture* enterTile(TextureSystem& system, const KnownTexture& set,
                                      const char* filename, TextureCoords* c)
 {
     const float s = c->s, up = 1 - c->t; // tiles are counted upwards
-    if (!(s >= 0 && s <= tile_columns && up >= 0 && up <= tile_rows)) {
+    if (!isWithin(s, tile_columns) || !isWithin(up, tile_rows)) {
         reportOnce(set, TextureNotice::outside_of_tiles,
                    "[%s] \"%s\" has no tile for the coordinates %f %f", set.name, double(s),
                    double(up));
         return nullptr;
     }
-    const int column = std::min(int(s), tile_columns - 1), row = std::min(int(up), tile_rows - 1);
-    const int first_column = column > 0 && s == float(column) ? column - 1 : column;
-    const int first_row = row > 0 && up == float(row) ? row - 1 : row;
-    for (int y = row; y >= first_row; --y)
-        for (int x = column; x >= first_column; --x) {
-            const KnownTexture& tile = findTexture(system, filename, tileNumber(x, y));
+    const TilePlaces columns = placesAround(s, tile_columns), rows = placesAround(up, tile_rows);
+    for (const int row : rows.at)
+        for (const int column : columns.at) {
+            const KnownTexture& tile = findTexture(system, filename, tileNumber(column, row));
             if (tile.content.is_missing)
                 continue;
-            c->s -= float(x);
-            c->t += float(y);
+            c->s -= float(column);
+            c->t += float(row);
             return &tile;
         }
-    const KnownTexture& missing = findTexture(system, filename, tileNumber(column, row));
+    const KnownTexture& missing =
+        findTexture(system, filename, tileNumber(columns.at[0], rows.at[0]));
     reportOnce(missing, TextureNotice::missing_tile, "[%s] \"%s\" does not exist",
                missing.file->name);
     return nullptr;

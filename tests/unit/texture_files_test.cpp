@@ -147,6 +147,22 @@ TEST_F(TileSet, the_edge_between_a_tile_and_none_belongs_to_the_tile)
     EXPECT_EQ(takeProblem(), "");
 }
 
+// As interpolation over a face gives them.
+TEST_F(TileSet, coordinates_that_rounding_takes_over_the_edge_stay_in_the_tile)
+{
+    const float beyond = 3e-6f;
+    expectColor(closest(2 + beyond, 0.25f), { 1002, 0, 1, 1 }, 0, "right");
+    expectColor(closest(0.25f, 2 + beyond), { 1011, 1, 0, 1 }, 0, "top");
+    expectColor(closest(2 + beyond, 2 + beyond), { 1012, 1, 1, 1 }, 0, "corner");
+    expectColor(closest(10 + beyond, 2 + beyond), { 1020, 1, 1, 1 }, 0, "last column");
+    expectColor(closest(9 - beyond, 1.25f), { 1020, 0, 0, 1 }, 0, "left");
+    expectColor(closest(-beyond, -beyond), { 1001, 0, 0, 1 }, 0, "origin");
+    EXPECT_EQ(takeProblem(), "");
+    for (const auto& [u, v] : { std::pair(2.001f, 0.25f), { -0.001f, 0.25f }, { 8.999f, 1.25f } })
+        expectColor(look(set, u, v), error_color, 0, std::to_string(u));
+    EXPECT_NE(takeProblem(), "");
+}
+
 TEST_F(TileSet, a_footprint_does_not_reach_around_a_tile)
 {
     for (int wrap = 0; wrap < 5; ++wrap) {
