@@ -123,12 +123,7 @@ TEST_F(TileSet, the_tile_is_that_of_the_swapped_flipped_and_scaled_coordinates)
         { "scale t", 0.25f, 0.625f, false, false, false, 1, 2, { 1011, 0, 0, 1 } },
     };
     for (const auto& c : cases) {
-        RtTextureParams params = defaults();
-        params.swap_st = c.swap;
-        params.flip_s = c.flip_s;
-        params.flip_t = c.flip_t;
-        params.scale_s = c.scale_s;
-        params.scale_t = c.scale_t;
+        const RtTextureParams params = moved(c.swap, c.flip_s, c.flip_t, c.scale_s, c.scale_t);
         expectColor(closest(c.u, c.v, params), c.wanted, 0, c.name);
     }
     EXPECT_EQ(takeProblem(), "");

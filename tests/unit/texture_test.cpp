@@ -193,12 +193,7 @@ TEST_F(Textures, v_runs_upwards_and_flips_swap_and_scales_are_applied_in_order)
         { "periodic", 3.25f, -1.25f, false, false, false, 1, 1, red },
     };
     for (const auto& c : cases) {
-        RtTextureParams params = defaults();
-        params.swap_st = c.swap;
-        params.flip_s = c.flip_s;
-        params.flip_t = c.flip_t;
-        params.scale_s = c.scale_s;
-        params.scale_t = c.scale_t;
+        RtTextureParams params = moved(c.swap, c.flip_s, c.flip_t, c.scale_s, c.scale_t);
         params.filter = 0;
         expectColor(look(file, c.u, c.v, 0, params), c.wanted, 1e-6f, c.name);
     }
@@ -339,12 +334,7 @@ TEST_F(Textures, swap_flips_and_scales_turn_the_footprint_too)
         { "small scale t", columns, up, false, false, false, 1, 0.5f, true },
     };
     for (const auto& c : cases) {
-        RtTextureParams params = defaults();
-        params.swap_st = c.swap;
-        params.flip_s = c.flip_s;
-        params.flip_t = c.flip_t;
-        params.scale_s = c.scale_s;
-        params.scale_t = c.scale_t;
+        const RtTextureParams params = moved(c.swap, c.flip_s, c.flip_t, c.scale_s, c.scale_t);
         const float seen = contrast(c.file, c.along, params);
         if (c.is_sharp)
             EXPECT_GT(seen, 0.6f) << c.name;
@@ -622,12 +612,8 @@ TEST_F(Textures, golden_coordinates)
         RtShaderGlobals sg = contextAt(in.at("u"), in.at("v"));
         const auto rates = goldenFloats(in.at("dst")); // of s, then of t
         sg.dudx = rates[0], sg.dudy = rates[1], sg.dvdx = rates[2], sg.dvdy = rates[3];
-        RtTextureParams params = defaults();
-        params.swap_st = in.at("swap_st");
-        params.flip_s = in.at("flip_s");
-        params.flip_t = in.at("flip_t");
-        params.scale_s = in.at("scale_s");
-        params.scale_t = in.at("scale_t");
+        const RtTextureParams params = moved(in.at("swap_st"), in.at("flip_s"), in.at("flip_t"),
+                                             in.at("scale_s"), in.at("scale_t"));
         const auto ds = goldenFloats(out.at("ds")), dt = goldenFloats(out.at("dt"));
         expectColor(RvTextureAccess(&sg, file.c_str(), &params),
                     askLibrary(*direct.system, file, opt,

@@ -116,6 +116,18 @@ inline RtTextureParams defaults()
     return params;
 }
 
+// Lookups that move their coordinates, and are otherwise as by default.
+inline RtTextureParams moved(bool swap_st, bool flip_s, bool flip_t, float scale_s, float scale_t)
+{
+    RtTextureParams params = defaults();
+    params.swap_st = swap_st;
+    params.flip_s = flip_s;
+    params.flip_t = flip_t;
+    params.scale_s = scale_s;
+    params.scale_t = scale_t;
+    return params;
+}
+
 // A context at texture coordinates, with a footprint as wide as that in both.
 inline RtShaderGlobals contextAt(float u, float v, float width = 0)
 {

@@ -1,6 +1,7 @@
 // image: the "image" shader node, a filtered lookup in an image file.
 #include "rv_rays.h"
 #include "rv_textures.h"
+#include "shaders/kept_coordinates.h"
 #include "shaders/local_record.h"
 #include "shaders/shaders.h"
 #include "texture_wrap.h"
@@ -100,34 +101,6 @@ static RtTextureParams textureParams(RtNode* node, RtShaderGlobals* sg)
     return params;
 }
 
-// Puts the context at other texture coordinates, without a footprint, for the length of a scope.
-class MovedCoordinates {
-public:
-    MovedCoordinates(RtShaderGlobals* context, const RtPoint2& uv)
-        : sg(context), u(sg->u), v(sg->v), dudx(sg->dudx), dudy(sg->dudy), dvdx(sg->dvdx),
-          dvdy(sg->dvdy)
-    {
-        sg->u = uv.x;
-        sg->v = uv.y;
-        sg->dudx = sg->dudy = sg->dvdx = sg->dvdy = 0;
-    }
-    ~MovedCoordinates()
-    {
-        sg->u = u;
-        sg->v = v;
-        sg->dudx = dudx;
-        sg->dudy = dudy;
-        sg->dvdx = dvdx;
-        sg->dvdy = dvdy;
-    }
-    MovedCoordinates(const MovedCoordinates&) = delete;
-    MovedCoordinates& operator=(const MovedCoordinates&) = delete;
-
-private:
-    RtShaderGlobals* sg;
-    float u, v, dudx, dudy, dvdx, dvdy;
-};
-
 static RtRGBA lookUp(RtNode* node, RtShaderGlobals* sg, const RtTextureParams& params)
 {
     return RvTextureAccess(sg, ShaderInputs(node, sg).text(p_filename), &params);
@@ -140,7 +113,11 @@ static void evaluate(RtNode* node, RtShaderGlobals* sg)
         sg->out.RGBA = lookUp(node, sg, params);
         return;
     }
-    const MovedCoordinates moved(sg, RvShaderEvalParamFuncPnt2(sg, node, p_uvcoords));
+    const RtPoint2 uv = RvShaderEvalParamFuncPnt2(sg, node, p_uvcoords);
+    const KeptCoordinates kept(sg);
+    sg->u = uv.x;
+    sg->v = uv.y;
+    sg->dudx = sg->dudy = sg->dvdx = sg->dvdy = 0; // a footprint that nobody knows
     sg->out.RGBA = lookUp(node, sg, params);
 }
 
